@@ -1,0 +1,22 @@
+// One subcommand of quorvel-cli.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QTextStream>
+
+class QVCliCommand
+{
+public:
+    enum ExitCode { Success = 0, ProblemsFound = 1, UsageError = 2 };
+
+    virtual ~QVCliCommand() = default;
+    virtual QString name() const = 0;
+    virtual QString summary() const = 0;
+    // arguments excludes the program and the command name.
+    virtual int run(const QStringList &arguments) = 0;
+
+protected:
+    static QTextStream &out();
+    static QTextStream &err();
+};

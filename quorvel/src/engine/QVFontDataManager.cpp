@@ -1,0 +1,63 @@
+#include "engine/QVFontDataManager.h"
+
+#include "engine/QVFontExaminer.h"
+#include "engine/QVFontExaminerFactory.h"
+#include "settings/QVSettings.h"
+
+QVFontDataManager::QVFontDataManager(std::unique_ptr<QVFontExaminer> examiner)
+    : m_settings(std::make_unique<QVSettings>())
+    , m_examiner(examiner ? std::move(examiner) : createDefaultFontExaminer())
+{
+}
+
+QVFontDataManager::~QVFontDataManager() = default;
+
+QVFontFilePtr QVFontDataManager::addFontFileItem(const QString &path)
+{
+    auto fontFile = std::make_shared<QVFontFile>(path);
+    fontFile->fontFileType = m_examiner->hasResourceFork(path) ? 0 : 1;
+    const QString quoted = m_examiner->quotedTypeCode(path);
+    fontFile->macTypeCode = quoted.size() >= 5 ? quoted.mid(1, 4) : QString("");
+    fontFile->fontStatusArray = getFontsInFontFile(fontFile);
+    fontFileItems.append(fontFile);
+    return fontFile;
+}
+
+QList<QVStatusPtr> QVFontDataManager::getFontsInFontFile(const QVFontFilePtr &fontFile)
+{
+    m_examiner->initialize();
+    m_examiner->setDoActivation(m_settings->checkFontActivation());
+    m_examiner->examineFont(fontFile->URL);
+    const QList<QVStatusPtr> statuses = m_examiner->fontStatusArray();
+    totalFonts += quint32(statuses.size());
+    for (const QVStatusPtr &status : statuses) {
+        status->index = ++m_fontIndex;
+        if (!status->fontErrors.isEmpty())
+            foundProblemFonts = true;
+    }
+    m_examiner->finalize();
+    return statuses;
+}
+
+void QVFontDataManager::removeFontFileItem(const QVFontFilePtr &fontFile)
+{
+    if (!fontFile)
+        return;
+    totalFonts -= quint32(fontFile->fontStatusArray.size());
+    fontFileItems.removeAll(fontFile);
+}
+
+void QVFontDataManager::removeAllFontFileItems()
+{
+    fontFileItems.clear();
+    totalFonts = 0;
+    foundProblemFonts = false;
+    m_fontIndex = -1;
+}
+
+void QVFontDataManager::setAllFontItems(const QList<QVFontFilePtr> &items)
+{
+    removeAllFontFileItems();
+    fontFileItems = items;
+    totalFonts = quint32(items.size());
+}

@@ -1,0 +1,41 @@
+// The list of font files of the current scan. Each file is examined as it is
+// added, and every font in it gets a running index across the whole scan.
+#pragma once
+
+#include "engine/QVFontFile.h"
+
+#include <QList>
+#include <QString>
+
+#include <memory>
+
+class QVFontExaminer;
+class QVSettings;
+
+class QVFontDataManager
+{
+public:
+    // With no examiner given, the real font examiner is used.
+    explicit QVFontDataManager(std::unique_ptr<QVFontExaminer> examiner = nullptr);
+    ~QVFontDataManager();
+
+    QVFontFilePtr addFontFileItem(const QString &path);
+    QList<QVStatusPtr> getFontsInFontFile(const QVFontFilePtr &fontFile);
+    void removeFontFileItem(const QVFontFilePtr &fontFile);
+    void removeAllFontFileItems();
+    // Takes file records restored from the scan cache. totalFonts becomes the
+    // number of files: the restored records carry no statuses yet.
+    void setAllFontItems(const QList<QVFontFilePtr> &items);
+
+    QList<QVFontFilePtr> fontFileItems;
+    quint32 totalFonts = 0;
+    bool foundProblemFonts = false;
+
+    QVSettings *settings() const { return m_settings.get(); }
+    QVFontExaminer *examiner() const { return m_examiner.get(); }
+
+private:
+    std::unique_ptr<QVSettings> m_settings;
+    std::unique_ptr<QVFontExaminer> m_examiner;
+    qint32 m_fontIndex = -1;
+};

@@ -1,0 +1,74 @@
+#include "support/QVTestHome.h"
+
+#include <QProcess>
+#include <QProcessEnvironment>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct CliResult
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+CliResult runCli(const QVTestHome &home, const QStringList &arguments)
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home.path());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
+    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(QV_CLI_PATH), arguments);
+    process.waitForFinished(60000);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+} // namespace
+
+TEST(QuorvelCliSettings, ListShowsEveryKeyWithDefaults)
+{
+    QVTestHome home;
+    const CliResult result = runCli(home, {"settings", "list"});
+    ASSERT_EQ(result.exitCode, 0) << qPrintable(result.err);
+    EXPECT_TRUE(result.out.contains("diagnoseFileStructure = true\n"));
+    EXPECT_TRUE(result.out.contains("checkFontActivation = false\n"));
+    EXPECT_TRUE(result.out.contains("autoScanFrequency = kMonthly\n"));
+    EXPECT_TRUE(result.out.contains("prefsVersion = 3\n"));
+    EXPECT_TRUE(result.out.contains("lastReportName = (not set)\n"));
+    EXPECT_EQ(result.out.count('\n'), 43);
+}
+
+TEST(QuorvelCliSettings, SetIsSeenByAFreshProcess)
+{
+    QVTestHome home;
+    EXPECT_EQ(runCli(home, {"settings", "set", "matchVersionNumbers", "false"}).exitCode, 0);
+    EXPECT_EQ(runCli(home, {"settings", "get", "matchVersionNumbers"}).out, QStringLiteral("false\n"));
+    EXPECT_EQ(runCli(home, {"settings", "set", "fontFolderPaths", "/a/", "/b/"}).exitCode, 0);
+    EXPECT_EQ(runCli(home, {"settings", "get", "fontFolderPaths"}).out, QStringLiteral("/a/ /b/\n"));
+    EXPECT_EQ(runCli(home, {"settings", "set", "userName", "Ada"}).exitCode, 0);
+
+    EXPECT_EQ(runCli(home, {"settings", "reset"}).exitCode, 0);
+    EXPECT_EQ(runCli(home, {"settings", "get", "matchVersionNumbers"}).out, QStringLiteral("true\n"));
+    EXPECT_EQ(runCli(home, {"settings", "get", "userName"}).out, QStringLiteral("Ada\n"));
+}
+
+TEST(QuorvelCliSettings, BadKeysAndValuesAreRefused)
+{
+    QVTestHome home;
+    CliResult result = runCli(home, {"settings", "set", "noSuchKey", "1"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.err.contains("unknown setting \"noSuchKey\""));
+    result = runCli(home, {"settings", "set", "doLogging", "perhaps"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.err.contains("true or false"));
+    EXPECT_EQ(runCli(home, {"settings", "set", "autoScanFrequency", "kHourly"}).exitCode, 2);
+    EXPECT_EQ(runCli(home, {"settings", "set", "lastScanDate", "yesterday"}).exitCode, 2);
+    EXPECT_EQ(runCli(home, {"settings", "get", "nope"}).exitCode, 2);
+    EXPECT_EQ(runCli(home, {"frobnicate"}).exitCode, 2);
+    EXPECT_EQ(runCli(home, {"--version"}).out, QStringLiteral("quorvel-cli " QV_VERSION "\n"));
+}

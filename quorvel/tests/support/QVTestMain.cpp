@@ -1,0 +1,12 @@
+// Test programs run inside a QCoreApplication so that event loops, timers and
+// queued signals work as they do in Quorvel.
+#include <gtest/gtest.h>
+
+#include <QCoreApplication>
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
