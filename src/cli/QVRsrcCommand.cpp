@@ -8,8 +8,7 @@
 #include <QJsonDocument>
 #include <mutex>
 
-namespace
-{
+namespace {
 
 QJsonValue fourCC(const QByteArray &info, int at)
 {

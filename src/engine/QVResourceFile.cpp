@@ -4,8 +4,7 @@
 
 #include <QHash>
 
-namespace
-{
+namespace {
 
 constexpr int kHeaderSize = 16;
 constexpr int kDataStart = 256;

@@ -13,8 +13,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace
-{
+namespace {
 
 using Place = QVForkStorage::Place;
 
