@@ -333,8 +333,12 @@ QString QVFileManager::getRootRepository()
         | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
     // An existing folder is fine; a failure shows later, where a file is written.
     QDir().mkpath(root);
-    QDir().mkdir(root + QStringLiteral("/Reports/"), open);
-    QDir().mkdir(root + QStringLiteral("/Quarantine/"), open);
+    for (const QString &folder :
+        QStringList { root + QStringLiteral("/Reports/"), root + QStringLiteral("/Quarantine/") }) {
+        // Open to every user whatever the umask; an existing folder keeps its own.
+        if (QDir().mkdir(folder))
+            QFile::setPermissions(folder, open);
+    }
     m_rootRepository = root;
     return m_rootRepository;
 }
@@ -413,7 +417,7 @@ QString QVFileManager::timeRemainingText(double remainingSeconds)
 
 void QVFileManager::updateProgressLabel()
 {
-    const double elapsed = double(m_clock() - startTime) * 1e-9;
+    const double elapsed = double(m_clock() - startTime) / 1e9;
     if (lastProgressUpdate != 0 && elapsed - double(lastProgressUpdate) <= 2.0)
         return;
     if (lastProgressUpdate != 0) {
