@@ -1,7 +1,9 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
+#include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVScanCommand.h"
+#include "cli/QVReportsCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
@@ -20,6 +22,8 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     commands.push_back(std::make_unique<QVSettingsCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     commands.push_back(std::make_unique<QVScanCommand>());
+    commands.push_back(std::make_unique<QVReportsCommand>());
+    commands.push_back(std::make_unique<QVCleanCachesCommand>());
     return commands;
 }
 
@@ -30,7 +34,7 @@ void printHelp(const std::vector<std::unique_ptr<QVCliCommand>> &commands)
         << "Quorvel examines font files, diagnoses damaged, duplicated and orphaned fonts,\n"
         << "and reports what it finds.\n\nCommands:\n";
     for (const auto &command : commands)
-        out << "  " << command->name().leftJustified(10) << ' ' << command->summary() << '\n';
+        out << "  " << command->name().leftJustified(12) << ' ' << command->summary() << '\n';
 }
 
 } // namespace
