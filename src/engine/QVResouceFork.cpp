@@ -562,10 +562,10 @@ QString QVResouceFork::getBitmapPSname(const QVResourceHandle &h, int style)
 {
     std::lock_guard guard(lock());
     const QString none = QStringLiteral("<none>");
-    if (!h || h->data.isEmpty() || QVResourceManager::memError() != 0)
+    const qint64 size = QVResourceManager::getHandleSize(h);
+    if (!h || size <= 0 || QVResourceManager::memError() != 0)
         return none;
     QVMemoryHandler &mem = *memoryHandler;
-    const qint64 size = h->data.size();
     const qint64 table = mem.Handle_ReadLong(h, 24);
     if (table < 0 || !(size > table) || !(table + 58 < size))
         return none;
