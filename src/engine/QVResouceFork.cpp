@@ -608,9 +608,12 @@ qint16 QVResouceFork::setFinderInfoFlag(quint16 mask, bool value, const QString 
     QByteArray info;
     if (const qint16 error = QVForkStorage::readFinderInfo(path, &info); error != 0)
         return error;
-    quint16 flags
+    const quint16 old
         = quint16((quint8(info.at(kFinderFlagsOffset)) << 8) | quint8(info.at(kFinderFlagsOffset + 1)));
-    flags = value ? (flags | mask) : (flags & ~mask);
+    const quint16 flags = value ? (old | mask) : (old & ~mask);
+    // Nothing to change: write nothing (no sidecar appears for flags already right).
+    if (flags == old)
+        return QVResourceError::NoErr;
     info[kFinderFlagsOffset] = char(flags >> 8);
     info[kFinderFlagsOffset + 1] = char(flags);
     return QVForkStorage::writeFinderInfo(path, info);

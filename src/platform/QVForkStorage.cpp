@@ -351,6 +351,32 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
     return writeAppleDouble(path, place, *data);
 }
 
+bool QVForkStorage::isHidden(const QString &path)
+{
+    if (QFileInfo(path).fileName().startsWith(QLatin1Char('.')))
+        return true;
+    QByteArray info;
+    if (readFinderInfo(path, &info) != 0)
+        return false;
+    return (quint8(info.at(8)) << 8 | quint8(info.at(9))) & kInvisibleFlag;
+}
+
+qint16 QVForkStorage::setHidden(const QString &path, bool hidden)
+{
+    QByteArray info;
+    Place place = Place::None;
+    if (const qint16 error = readFinderInfo(path, &info, &place); error != 0)
+        return error;
+    const quint16 flags = quint16(quint8(info.at(8)) << 8 | quint8(info.at(9)));
+    const quint16 changed = hidden ? (flags | kInvisibleFlag) : (flags & ~kInvisibleFlag);
+    // Clearing a flag of a file without Finder info creates nothing.
+    if (changed == flags)
+        return QVResourceError::NoErr;
+    info[8] = char(changed >> 8);
+    info[9] = char(changed);
+    return writeFinderInfo(path, info);
+}
+
 QDateTime QVForkStorage::creationDate(const QString &path)
 {
     if (!fileExists(path))

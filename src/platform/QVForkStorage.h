@@ -56,6 +56,14 @@ public:
     static qint16 writeFinderInfo(
         const QString &path, const QByteArray &info, Place fallback = Place::AppleDouble);
 
+    // Finder flags: invisible (hidden) and has-bundle.
+    static constexpr quint16 kInvisibleFlag = 0x4000;
+    static constexpr quint16 kHasBundleFlag = 0x2000;
+    // Hidden: the name begins with "." or the invisible flag is set.
+    static bool isHidden(const QString &path);
+    // Sets or clears the invisible flag (a leading dot is left alone). 0 or the error.
+    static qint16 setHidden(const QString &path, bool hidden);
+
     // The creation date: AppleDouble File Dates entry where the file has
     // AppleDouble data, else the birth time, else the modification time.
     // Invalid when there is no file.
