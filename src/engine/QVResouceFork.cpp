@@ -8,7 +8,8 @@
 #include <QHash>
 #include <cstring>
 
-namespace {
+namespace
+{
 
 // Mac Roman 0x80..0xFF in Unicode.
 constexpr char16_t kMacRomanHigh[128] = {
@@ -403,6 +404,46 @@ void QVResouceFork::releaseResource(const QVResourceHandle &h)
 qint16 QVResouceFork::resourceError()
 {
     return QVResourceManager::resError();
+}
+
+qint16 QVResouceFork::removeResource(const QVResourceHandle &h)
+{
+    return QVResourceManager::removeResource(h);
+}
+
+qint16 QVResouceFork::changedResource(const QVResourceHandle &h)
+{
+    return QVResourceManager::changedResource(h);
+}
+
+qint16 QVResouceFork::writeResource(const QVResourceHandle &h)
+{
+    return QVResourceManager::writeResource(h);
+}
+
+void QVResouceFork::detachResource(const QVResourceHandle &h)
+{
+    QVResourceManager::detachResource(h);
+}
+
+qint16 QVResouceFork::updateResourceFile(qint16 refNum)
+{
+    return QVResourceManager::updateResFile(refNum);
+}
+
+qint64 QVResouceFork::getHandleSize(const QVResourceHandle &h)
+{
+    return QVResourceManager::getHandleSize(h);
+}
+
+bool QVResouceFork::setHandleSize(const QVResourceHandle &h, qint64 size)
+{
+    return QVResourceManager::setHandleSize(h, size);
+}
+
+qint16 QVResouceFork::memoryError()
+{
+    return QVResourceManager::memError();
 }
 
 QString QVResouceFork::errorMessageForCode(qint32 code)

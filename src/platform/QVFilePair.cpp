@@ -14,7 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 using Result = QVFilePair::Result;
 
@@ -164,7 +165,7 @@ Result checkDestination(const QString &from, const QString &to)
         return failure(EEXIST, QStringLiteral("\"%1\"").arg(to));
     // Any metadata already at the destination (even for a file that is gone)
     // would be taken for the arriving file's own.
-    for (const QString &companion : {QVForkStorage::sidecarPath(to), QVForkStorage::netatalkPath(to)}) {
+    for (const QString &companion : { QVForkStorage::sidecarPath(to), QVForkStorage::netatalkPath(to) }) {
         if (pathExists(companion))
             return failure(EEXIST, QStringLiteral("\"%1\"").arg(companion));
     }

@@ -13,12 +13,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace {
+namespace
+{
 
 using Place = QVForkStorage::Place;
 
-// Sidecars hold a fork and a little metadata; anything far bigger is not one.
-constexpr qint64 kMaxSidecarSize = 256 * 1024 * 1024;
 // AppleDouble dates count seconds from 2000-01-01 00:00:00 UTC; this value means "unknown".
 constexpr quint32 kUnknownDate = 0x80000000;
 
@@ -64,7 +63,7 @@ std::optional<QByteArray> readFile(const QString &path, qint16 *error)
                                                                : QVResourceError::IoErr;
         return std::nullopt;
     }
-    if (file.size() > kMaxSidecarSize) {
+    if (file.size() > QVForkStorage::kMaxForkSize) {
         *error = QVResourceError::IoErr;
         return std::nullopt;
     }

@@ -26,6 +26,8 @@ public:
     static constexpr const char *kForkAttribute = "user.com.apple.ResourceFork";
     static constexpr const char *kFinderInfoAttribute = "user.com.apple.FinderInfo";
     static constexpr const char *kNetatalkAttribute = "user.org.netatalk.Metadata";
+    // No real fork or sidecar comes near this; anything bigger is not read.
+    static constexpr qint64 kMaxForkSize = 256 * 1024 * 1024;
 
     // Short name of a place, as the command line prints it: "none", "xattr",
     // "appledouble", "netatalk", "netatalk-metadata", "datafork".

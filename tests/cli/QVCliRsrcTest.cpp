@@ -9,12 +9,12 @@
 #include <QJsonObject>
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 using namespace QVResourceTestTools;
 
-namespace {
+namespace
+{
 
 ToolResult runRsrc(const QVTestHome &home, const QStringList &arguments)
 {
@@ -24,9 +24,9 @@ ToolResult runRsrc(const QVTestHome &home, const QStringList &arguments)
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
     env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
     process.setProcessEnvironment(env);
-    process.start(QStringLiteral(QV_CLI_PATH), QStringList{QStringLiteral("rsrc")} + arguments);
+    process.start(QStringLiteral(QV_CLI_PATH), QStringList { QStringLiteral("rsrc") } + arguments);
     process.waitForFinished(60000);
-    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+    return { process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError() };
 }
 
 // The command's resources in macRes's form, without the data hashes.
@@ -58,12 +58,12 @@ class QuorvelCliRsrc : public ::testing::Test
 protected:
     QJsonObject json(const QString &file)
     {
-        const ToolResult result = runRsrc(home, {QStringLiteral("--json"), file});
+        const ToolResult result = runRsrc(home, { QStringLiteral("--json"), file });
         EXPECT_EQ(result.exitCode, 0) << result.err.constData();
         return QJsonDocument::fromJson(result.out).object();
     }
     QVTestHome home;
-    QTemporaryDir dir{QStringLiteral("/tmp/qv-cli-rsrc-XXXXXX")};
+    QTemporaryDir dir { QStringLiteral("/tmp/qv-cli-rsrc-XXXXXX") };
 };
 
 } // namespace
@@ -71,10 +71,14 @@ protected:
 TEST_F(QuorvelCliRsrc, LwfnFromT1macMatchesMacRes)
 {
     const QString lwfn = makeLwfn(dir.path(), QStringLiteral("NimbusRom"),
-                                  QStringLiteral("/usr/share/fonts/X11/Type1/NimbusRoman-Regular.pfb"));
+        QStringLiteral("/usr/share/fonts/X11/Type1/NimbusRoman-Regular.pfb"));
     ASSERT_FALSE(lwfn.isEmpty());
     const QString raw = dir.path() + QStringLiteral("/raw.rsrc");
-    ASSERT_EQ(runTool(QStringLiteral("t1mac"), {QStringLiteral("--raw"), QStringLiteral("/usr/share/fonts/X11/Type1/NimbusRoman-Regular.pfb"), raw}).exitCode, 0);
+    ASSERT_EQ(runTool(QStringLiteral("t1mac"),
+                  { QStringLiteral("--raw"),
+                      QStringLiteral("/usr/share/fonts/X11/Type1/NimbusRoman-Regular.pfb"), raw })
+                  .exitCode,
+        0);
     const QJsonObject result = json(lwfn);
     EXPECT_TRUE(result.value("hasResourceFork").toBool());
     EXPECT_EQ(result.value("storage").toString(), QStringLiteral("appledouble"));
@@ -94,7 +98,8 @@ TEST_F(QuorvelCliRsrc, UfondSuitcaseAndDfontMatchMacRes)
     // The suitcase in netatalk's folder, as a Mac file server keeps it.
     const QString suitcase = dir.path() + QStringLiteral("/DejaVu Sans");
     ASSERT_TRUE(writeBytes(suitcase, {}));
-    ASSERT_EQ(QVForkStorage::writeResourceFork(suitcase, readBytes(raw), QVForkStorage::Place::NetatalkFolder), 0);
+    ASSERT_EQ(
+        QVForkStorage::writeResourceFork(suitcase, readBytes(raw), QVForkStorage::Place::NetatalkFolder), 0);
     QJsonObject result = json(suitcase);
     EXPECT_EQ(result.value("storage").toString(), QStringLiteral("netatalk"));
     EXPECT_EQ(cliListing(result), withoutHashes(macResListing(raw)));
@@ -110,23 +115,27 @@ TEST_F(QuorvelCliRsrc, UfondSuitcaseAndDfontMatchMacRes)
 
 TEST_F(QuorvelCliRsrc, UnreadableFilesGiveAClearMessageAndStatusTwo)
 {
-    ToolResult result = runRsrc(home, {dir.path() + QStringLiteral("/nothing-here")});
+    ToolResult result = runRsrc(home, { dir.path() + QStringLiteral("/nothing-here") });
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains("File not found")) << result.err.constData();
 
     const QString damaged = dir.path() + QStringLiteral("/damaged");
     ASSERT_TRUE(writeBytes(damaged, {}));
-    QByteArray sidecar = QByteArray::fromHex("0005160700020000") + QByteArray(16, '\0') + QByteArray::fromHex("0001")
-        + QByteArray::fromHex("00000002" "00000026" "00000020") + QByteArray(32, '\x55');
+    QByteArray sidecar = QByteArray::fromHex("0005160700020000") + QByteArray(16, '\0')
+        + QByteArray::fromHex("0001")
+        + QByteArray::fromHex("00000002"
+                              "00000026"
+                              "00000020")
+        + QByteArray(32, '\x55');
     ASSERT_TRUE(writeBytes(QVForkStorage::sidecarPath(damaged), sidecar));
-    result = runRsrc(home, {damaged});
+    result = runRsrc(home, { damaged });
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains("Inconsistent resource map")) << result.err.constData();
 
     // A file without a fork is readable: it simply has none.
     const QString plain = dir.path() + QStringLiteral("/plain.otf");
     ASSERT_TRUE(writeBytes(plain, "OTTO"));
-    result = runRsrc(home, {QStringLiteral("--json"), plain});
+    result = runRsrc(home, { QStringLiteral("--json"), plain });
     EXPECT_EQ(result.exitCode, 0);
     const QJsonObject object = QJsonDocument::fromJson(result.out).object();
     EXPECT_FALSE(object.value("hasResourceFork").toBool());

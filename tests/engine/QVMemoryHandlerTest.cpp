@@ -1,11 +1,12 @@
 #include "engine/QVMemoryHandler.h"
+
 #include "engine/QVResouceFork.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 
-#include <cstring>
-
-namespace {
+namespace
+{
 
 QVResourceHandle bytesHandle(std::initializer_list<int> bytes)
 {
@@ -21,12 +22,12 @@ TEST(QVMemoryHandler, LongNeedsEightBytesFromItsOffset)
 {
     QVMemoryHandler mem;
     // The same long at the end of 8 bytes reads 0, inside 12 bytes reads right.
-    auto eight = bytesHandle({0, 0, 0, 0, 0x12, 0x34, 0x56, 0x78});
+    auto eight = bytesHandle({ 0, 0, 0, 0, 0x12, 0x34, 0x56, 0x78 });
     EXPECT_EQ(mem.Handle_ReadLong(eight, 4), 0);
     EXPECT_EQ(mem.Handle_ReadLong(eight, 0), 0x12345678 & 0); // bytes 0..3 are zero
-    auto twelve = bytesHandle({0, 0, 0, 0, 0x12, 0x34, 0x56, 0x78, 0, 0, 0, 0});
+    auto twelve = bytesHandle({ 0, 0, 0, 0, 0x12, 0x34, 0x56, 0x78, 0, 0, 0, 0 });
     EXPECT_EQ(mem.Handle_ReadLong(twelve, 4), 0x12345678);
-    auto negative = bytesHandle({0xFF, 0xFF, 0xFF, 0xFE, 0, 0, 0, 0});
+    auto negative = bytesHandle({ 0xFF, 0xFF, 0xFF, 0xFE, 0, 0, 0, 0 });
     EXPECT_EQ(mem.Handle_ReadLong(negative, 0), -2);
     EXPECT_EQ(mem.Handle_ReadLong(twelve, -1), 0);
     EXPECT_EQ(mem.Handle_ReadLong(twelve, 5), 0);
@@ -35,7 +36,7 @@ TEST(QVMemoryHandler, LongNeedsEightBytesFromItsOffset)
 TEST(QVMemoryHandler, ShortsAreSignExtendedWhateverTheName)
 {
     QVMemoryHandler mem;
-    auto h = bytesHandle({0xFF, 0xFE, 0x7F, 0xFF});
+    auto h = bytesHandle({ 0xFF, 0xFE, 0x7F, 0xFF });
     EXPECT_EQ(mem.Handle_ReadUnsignedShort(h, 0), -2);
     EXPECT_EQ(mem.Handle_ReadShort(h, 0), -2);
     EXPECT_EQ(mem.Handle_ReadShort(h, 2), 0x7FFF);
@@ -52,7 +53,7 @@ TEST(QVMemoryHandler, ShortsAreSignExtendedWhateverTheName)
 TEST(QVMemoryHandler, CharIsSignedAndRangeChecked)
 {
     QVMemoryHandler mem;
-    auto h = bytesHandle({0x80, 0x7F});
+    auto h = bytesHandle({ 0x80, 0x7F });
     EXPECT_EQ(mem.Handle_ReadChar(h, 0), -128);
     EXPECT_EQ(mem.Handle_ReadChar(h, 1), 127);
     EXPECT_EQ(mem.Handle_ReadChar(h, 2), 0);
@@ -62,7 +63,7 @@ TEST(QVMemoryHandler, CharIsSignedAndRangeChecked)
 TEST(QVMemoryHandler, PStringNeedsItsWholeLengthInsideTheData)
 {
     QVMemoryHandler mem;
-    auto h = bytesHandle({3, 'a', 'b', 'c', 5, 'x'});
+    auto h = bytesHandle({ 3, 'a', 'b', 'c', 5, 'x' });
     const unsigned char *p = mem.Handle_ReadPString(h, 0);
     ASSERT_EQ(p[0], 3);
     EXPECT_EQ(std::memcmp(p + 1, "abc", 3), 0);
@@ -70,7 +71,7 @@ TEST(QVMemoryHandler, PStringNeedsItsWholeLengthInsideTheData)
     // Length 5 at offset 4 runs past the 6 bytes: empty.
     EXPECT_EQ(mem.Handle_ReadPString(h, 4)[0], 0);
     // size > offset + 1 is required even for an empty string at the last byte.
-    auto tail = bytesHandle({'z', 0});
+    auto tail = bytesHandle({ 'z', 0 });
     EXPECT_EQ(mem.Handle_ReadPString(tail, 1)[0], 0);
     // A previous result is overwritten by the next call (shared buffer).
     mem.Handle_ReadPString(h, 0);
@@ -80,11 +81,11 @@ TEST(QVMemoryHandler, PStringNeedsItsWholeLengthInsideTheData)
 TEST(QVMemoryHandler, StringTestsTheFirstByteAsIfItWereALength)
 {
     QVMemoryHandler mem;
-    auto h = bytesHandle({2, 'H', 'i', 0, 'x'});
+    auto h = bytesHandle({ 2, 'H', 'i', 0, 'x' });
     const unsigned char *s = mem.Handle_ReadString(h, 0, 3);
     EXPECT_EQ(std::memcmp(s, "\x02Hi\0", 4), 0);
     // 'H' (72) at offset 1 is taken as a length and fails the test: cleared buffer.
-    auto small = bytesHandle({0, 'H', 'i'});
+    auto small = bytesHandle({ 0, 'H', 'i' });
     EXPECT_EQ(mem.Handle_ReadString(small, 1, 2)[0], 0);
     // Length 0 copies nothing.
     EXPECT_EQ(mem.Handle_ReadString(h, 0, 0)[0], 0);
@@ -121,7 +122,7 @@ TEST(QVMemoryHandler, WritesKeepTheirRangeRules)
 TEST(QVMemoryHandler, DoubleToSingleDropsZeroBytes)
 {
     QVMemoryHandler mem;
-    const unsigned char source[] = {0, 'A', 0, 'b', 0, 'C'};
+    const unsigned char source[] = { 0, 'A', 0, 'b', 0, 'C' };
     unsigned char dest[8];
     std::memset(dest, 'x', sizeof dest);
     mem.doubleToSingleConversion(source, 6, dest, 8, 6);
@@ -143,7 +144,7 @@ TEST(QVMemoryHandler, DoubleToSingleDropsZeroBytes)
 TEST(QVMemoryHandler, PCopyCopiesLengthAndBytes)
 {
     QVMemoryHandler mem;
-    const unsigned char source[] = {4, 'F', 'O', 'N', 'D', 'z'};
+    const unsigned char source[] = { 4, 'F', 'O', 'N', 'D', 'z' };
     unsigned char dest[256] = {};
     mem.pCopy(dest, source);
     EXPECT_EQ(dest[0], 4);
@@ -164,56 +165,55 @@ TEST(QVMemoryHandlerDeathTest, NullHandleIsAProgrammingError)
 
 TEST(QVResouceForkMessages, ErrorMessageTable)
 {
-    const struct
-    {
+    const struct {
         int code;
         const char *text;
     } table[] = {
-        {-33, "Folder is full"},
-        {-34, "Disk is full"},
-        {-35, "No such volume"},
-        {-36, "Disk I/O error"},
-        {-37, "Bad file name"},
-        {-38, "File not opened"},
-        {-39, "Unexpected end of file"},
-        {-42, "Too many file opened"},
-        {-43, "File not found"},
-        {-44, "Disk is write protected"},
-        {-45, "File is locked"},
-        {-46, "Volume is locked"},
-        {-47, "File is busy (delete)"},
-        {-48, "Duplicate filename (rename)"},
-        {-49, "File already open with with write permission"},
-        {-51, "File cant be opened (rfNum)"},
-        {-52, "File position error"},
-        {-53, "Volume not on line error (was ejected)"},
-        {-54, "Permissions error (on file open)"},
-        {-55, "Volume already on-line"},
-        {-56, "Volume not found"},
-        {-57, "Not a mac disk"},
-        {-58, "Volume belongs to an external file system"},
-        {-59, "Internal error during rename"},
-        {-60, "Bad disk (master directory block)"},
-        {-61, "Write permissions error"},
-        {-120, "Folder not found"},
-        {-124, "Server disconnected"},
-        {-185, "Extended resource has a bad format"},
-        {-186, "Can't decompress a compressed resource"},
-        {-188, "Resource already in memory"},
-        {-189, "Writing past end of file"},
-        {-190, "Offset or count out of bounds"},
-        {-192, "Resource not found"},
-        {-193, "Resource file not found"},
-        {-194, "AddResource failed"},
-        {-195, "AddReference failed"},
-        {-196, "RmveResource failed"},
-        {-197, "RmveReference failed"},
-        {-198, "Inconsistent attribute"},
-        {-199, "Inconsistent resource map"},
+        { -33, "Folder is full" },
+        { -34, "Disk is full" },
+        { -35, "No such volume" },
+        { -36, "Disk I/O error" },
+        { -37, "Bad file name" },
+        { -38, "File not opened" },
+        { -39, "Unexpected end of file" },
+        { -42, "Too many file opened" },
+        { -43, "File not found" },
+        { -44, "Disk is write protected" },
+        { -45, "File is locked" },
+        { -46, "Volume is locked" },
+        { -47, "File is busy (delete)" },
+        { -48, "Duplicate filename (rename)" },
+        { -49, "File already open with with write permission" },
+        { -51, "File cant be opened (rfNum)" },
+        { -52, "File position error" },
+        { -53, "Volume not on line error (was ejected)" },
+        { -54, "Permissions error (on file open)" },
+        { -55, "Volume already on-line" },
+        { -56, "Volume not found" },
+        { -57, "Not a mac disk" },
+        { -58, "Volume belongs to an external file system" },
+        { -59, "Internal error during rename" },
+        { -60, "Bad disk (master directory block)" },
+        { -61, "Write permissions error" },
+        { -120, "Folder not found" },
+        { -124, "Server disconnected" },
+        { -185, "Extended resource has a bad format" },
+        { -186, "Can't decompress a compressed resource" },
+        { -188, "Resource already in memory" },
+        { -189, "Writing past end of file" },
+        { -190, "Offset or count out of bounds" },
+        { -192, "Resource not found" },
+        { -193, "Resource file not found" },
+        { -194, "AddResource failed" },
+        { -195, "AddReference failed" },
+        { -196, "RmveResource failed" },
+        { -197, "RmveReference failed" },
+        { -198, "Inconsistent attribute" },
+        { -199, "Inconsistent resource map" },
     };
     for (const auto &row : table)
         EXPECT_EQ(QVResouceFork::errorMessageForCode(row.code), QString::fromUtf8(row.text)) << row.code;
-    for (int code : {-40, -41, -50, -187, -191, 0, 1, 255, -32, -200, -108})
+    for (int code : { -40, -41, -50, -187, -191, 0, 1, 255, -32, -200, -108 })
         EXPECT_EQ(QVResouceFork::errorMessageForCode(code), QStringLiteral("Resource error (%1)").arg(code));
     EXPECT_EQ(QVResouceFork::errorMessageForCode(-50), QStringLiteral("Resource error (-50)"));
 }

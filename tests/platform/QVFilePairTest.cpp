@@ -1,23 +1,23 @@
 // Moving, copying, renaming and deleting a file with its fork and Finder info,
 // for each place they can live; checked by hashing all three.
+#include "platform/QVFilePair.h"
+
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceFile.h"
 #include "engine/QVResourceTestTools.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
-#include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
 
 #include <QTemporaryDir>
-
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
 
-namespace {
+namespace
+{
 
 QByteArray smallFork()
 {
@@ -41,14 +41,13 @@ QByteArray finderInfo(const char *typeCreator, quint16 flags)
     return info;
 }
 
-struct Variant
-{
+struct Variant {
     const char *name;
     bool needsXattrs;
 };
 
-const Variant kVariants[] = {{"appledouble", false}, {"netatalk", false}, {"xattr", true}, {"netatalk-metadata", true},
-                             {"dfont", false}};
+const Variant kVariants[] = { { "appledouble", false }, { "netatalk", false }, { "xattr", true },
+    { "netatalk-metadata", true }, { "dfont", false } };
 
 class QVFilePairTest : public ::testing::TestWithParam<Variant>
 {
@@ -74,17 +73,26 @@ protected:
             QDir().mkpath(scratch);
             EXPECT_FALSE(makeLwfn(scratch, name).isEmpty());
             QDir().mkpath(folder + QStringLiteral("/.AppleDouble"));
-            EXPECT_TRUE(QFile::rename(scratch + QStringLiteral("/._") + name, QVForkStorage::netatalkPath(path)));
+            EXPECT_TRUE(
+                QFile::rename(scratch + QStringLiteral("/._") + name, QVForkStorage::netatalkPath(path)));
             EXPECT_TRUE(writeBytes(path, {}));
         } else if (variant == QLatin1String("xattr")) {
             EXPECT_TRUE(writeBytes(path, "outline data"));
-            EXPECT_EQ(runTool(QStringLiteral("setfattr"), {QStringLiteral("-n"), QString::fromLatin1(QVForkStorage::kForkAttribute), QStringLiteral("-v"), QStringLiteral("0x") + QString::fromLatin1(smallFork().toHex()), path}).exitCode, 0);
-            EXPECT_EQ(QVExtendedAttributes::set(path, QVForkStorage::kFinderInfoAttribute, finderInfo("FFILDMOV", 0x2000)), 0);
+            EXPECT_EQ(runTool(QStringLiteral("setfattr"),
+                          { QStringLiteral("-n"), QString::fromLatin1(QVForkStorage::kForkAttribute),
+                              QStringLiteral("-v"),
+                              QStringLiteral("0x") + QString::fromLatin1(smallFork().toHex()), path })
+                          .exitCode,
+                0);
+            EXPECT_EQ(QVExtendedAttributes::set(
+                          path, QVForkStorage::kFinderInfoAttribute, finderInfo("FFILDMOV", 0x2000)),
+                0);
         } else if (variant == QLatin1String("netatalk-metadata")) {
             EXPECT_TRUE(writeBytes(path, {}));
             QVAppleDouble meta;
-            meta.entries.append({QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x0100), 0});
-            EXPECT_EQ(QVExtendedAttributes::set(path, QVForkStorage::kNetatalkAttribute, meta.serialize()), 0);
+            meta.entries.append({ QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x0100), 0 });
+            EXPECT_EQ(
+                QVExtendedAttributes::set(path, QVForkStorage::kNetatalkAttribute, meta.serialize()), 0);
             EXPECT_EQ(QVForkStorage::writeResourceFork(path, smallFork(), Place::AppleDouble), 0);
         } else {
             const QString dfont = dfontPath();
@@ -104,7 +112,7 @@ protected:
         EXPECT_FALSE(QFileInfo::exists(QVForkStorage::netatalkPath(path)));
     }
 
-    QTemporaryDir dir{QStringLiteral("/tmp/qv-pair-XXXXXX")};
+    QTemporaryDir dir { QStringLiteral("/tmp/qv-pair-XXXXXX") };
 };
 
 } // namespace
@@ -195,7 +203,8 @@ TEST_P(QVFilePairTest, MoveToAnotherFileSystemCopiesThenDeletes)
     if (!QVExtendedAttributes::supported(other.path())) {
         if (original.forkPlace == Place::ExtendedAttribute)
             arrived.forkPlace = Place::ExtendedAttribute;
-        if (original.finderPlace == Place::ExtendedAttribute || original.finderPlace == Place::NetatalkMetadata)
+        if (original.finderPlace == Place::ExtendedAttribute
+            || original.finderPlace == Place::NetatalkMetadata)
             arrived.finderPlace = original.finderPlace;
     }
     EXPECT_EQ(arrived, original);
@@ -204,8 +213,8 @@ TEST_P(QVFilePairTest, MoveToAnotherFileSystemCopiesThenDeletes)
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryPlace, QVFilePairTest, ::testing::ValuesIn(kVariants),
-                         [](const ::testing::TestParamInfo<Variant> &param) {
-                             QString name = QString::fromLatin1(param.param.name);
-                             name.remove(QLatin1Char('-'));
-                             return name.toStdString();
-                         });
+    [](const ::testing::TestParamInfo<Variant> &param) {
+        QString name = QString::fromLatin1(param.param.name);
+        name.remove(QLatin1Char('-'));
+        return name.toStdString();
+    });

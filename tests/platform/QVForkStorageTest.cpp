@@ -1,21 +1,22 @@
 // Where forks and Finder info live: every place read and written, with data
 // made by outside tools (setfattr, t1mac, hand-laid AppleDouble bytes).
+#include "platform/QVForkStorage.h"
+
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceFile.h"
 #include "engine/QVResourceTestTools.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
-#include "platform/QVForkStorage.h"
 #include "support/QVTestHome.h"
 
 #include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
 
-namespace {
+namespace
+{
 
 QByteArray be32(quint32 v)
 {
@@ -24,7 +25,10 @@ QByteArray be32(quint32 v)
     return b;
 }
 
-QByteArray be16(quint16 v) { return QByteArray().append(char(v >> 8)).append(char(v)); }
+QByteArray be16(quint16 v)
+{
+    return QByteArray().append(char(v >> 8)).append(char(v));
+}
 
 // A small fork with one resource, serialised by our writer and checked by macRes
 // in the engine tests.
@@ -63,7 +67,8 @@ QByteArray macOSSidecar(const QByteArray &fork, const QByteArray &attrName, cons
     const int totalSize = dataStart + int(attrValue.size());
     QByteArray attrHeader = be32(0x41545452) + be32(0) + be32(quint32(totalSize)) + be32(quint32(dataStart))
         + be32(quint32(attrValue.size())) + QByteArray(12, '\0') + be16(0) + be16(1);
-    const QByteArray finder = finderInfo("LWFNT1UT", 0x0100) + QByteArray(2, '\0') + attrHeader + attrEntry + attrValue;
+    const QByteArray finder
+        = finderInfo("LWFNT1UT", 0x0100) + QByteArray(2, '\0') + attrHeader + attrEntry + attrValue;
     QByteArray out = be32(0x00051607) + be32(0x00020000) + QByteArray("Mac OS X        ", 16) + be16(2);
     out += be32(9) + be32(entriesEnd) + be32(quint32(finder.size()));
     out += be32(2) + be32(quint32(entriesEnd + finder.size())) + be32(quint32(fork.size()));
@@ -100,10 +105,13 @@ protected:
         EXPECT_TRUE(writeBytes(p, data));
         return p;
     }
-    bool xattrs() { return QVExtendedAttributes::supported(dir.path()) && toolExists(QStringLiteral("setfattr")); }
+    bool xattrs()
+    {
+        return QVExtendedAttributes::supported(dir.path()) && toolExists(QStringLiteral("setfattr"));
+    }
 
     QVTestHome home;
-    QTemporaryDir dir{QStringLiteral("/tmp/qv-storage-XXXXXX")};
+    QTemporaryDir dir { QStringLiteral("/tmp/qv-storage-XXXXXX") };
 };
 
 } // namespace
@@ -111,17 +119,21 @@ protected:
 TEST_F(QVForkStorageTest, AttributesWrittenBySetfattrAreReadAndWrittenInPlace)
 {
     if (!xattrs())
-        GTEST_SKIP() << "the file system under /tmp keeps no user extended attributes (or setfattr is missing)";
+        GTEST_SKIP()
+            << "the file system under /tmp keeps no user extended attributes (or setfattr is missing)";
     const QString f = file(QStringLiteral("attr"));
     const QByteArray fork = smallFork();
-    ASSERT_EQ(runTool(QStringLiteral("setfattr"), {QStringLiteral("-n"), QString::fromLatin1(QVForkStorage::kForkAttribute),
-                                                   QStringLiteral("-v"), QStringLiteral("0x") + QString::fromLatin1(fork.toHex()), f})
+    ASSERT_EQ(runTool(QStringLiteral("setfattr"),
+                  { QStringLiteral("-n"), QString::fromLatin1(QVForkStorage::kForkAttribute),
+                      QStringLiteral("-v"), QStringLiteral("0x") + QString::fromLatin1(fork.toHex()), f })
                   .exitCode,
-              0);
-    ASSERT_EQ(runTool(QStringLiteral("setfattr"), {QStringLiteral("-n"), QString::fromLatin1(QVForkStorage::kFinderInfoAttribute),
-                                                   QStringLiteral("-v"), QStringLiteral("0x") + QString::fromLatin1(finderInfo("FFILDMOV", 0x0020).toHex()), f})
+        0);
+    ASSERT_EQ(runTool(QStringLiteral("setfattr"),
+                  { QStringLiteral("-n"), QString::fromLatin1(QVForkStorage::kFinderInfoAttribute),
+                      QStringLiteral("-v"),
+                      QStringLiteral("0x") + QString::fromLatin1(finderInfo("FFILDMOV", 0x0020).toHex()), f })
                   .exitCode,
-              0);
+        0);
     QVResouceFork rf;
     EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::ExtendedAttribute);
     EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::ExtendedAttribute);
@@ -136,11 +148,13 @@ TEST_F(QVForkStorageTest, AttributesWrittenBySetfattrAreReadAndWrittenInPlace)
     EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::ExtendedAttribute);
     EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::ExtendedAttribute);
     EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(f)));
-    const ToolResult dump = runTool(QStringLiteral("getfattr"), {QStringLiteral("--only-values"), QStringLiteral("-n"),
-                                                                 QString::fromLatin1(QVForkStorage::kFinderInfoAttribute), f});
+    const ToolResult dump = runTool(QStringLiteral("getfattr"),
+        { QStringLiteral("--only-values"), QStringLiteral("-n"),
+            QString::fromLatin1(QVForkStorage::kFinderInfoAttribute), f });
     EXPECT_EQ(dump.out.left(10), finderInfo("FFILDMOV", 0x2020).left(10));
-    const ToolResult forkDump = runTool(QStringLiteral("getfattr"), {QStringLiteral("--only-values"), QStringLiteral("-n"),
-                                                                     QString::fromLatin1(QVForkStorage::kForkAttribute), f});
+    const ToolResult forkDump = runTool(QStringLiteral("getfattr"),
+        { QStringLiteral("--only-values"), QStringLiteral("-n"),
+            QString::fromLatin1(QVForkStorage::kForkAttribute), f });
     const QString raw = dir.path() + QStringLiteral("/attr.rsrc");
     ASSERT_TRUE(writeBytes(raw, forkDump.out));
     const QStringList listing = macResListing(raw);
@@ -159,7 +173,9 @@ TEST_F(QVForkStorageTest, ForkTooBigForAnAttributeMovesToTheSidecar)
     const qint16 ref = rf.openResourceFile(QVPermission::ReadWrite, f);
     ASSERT_GE(ref, 1);
     // 256 KB is beyond any attribute that ext4 keeps.
-    EXPECT_EQ(rf.addResource(newHandleFromBytes(QByteArray(256 * 1024, 'x')), qvFourCC("sfnt"), 1, QStringLiteral("big")), 0);
+    EXPECT_EQ(rf.addResource(newHandleFromBytes(QByteArray(256 * 1024, 'x')), qvFourCC("sfnt"), 1,
+                  QStringLiteral("big")),
+        0);
     rf.closeResourceFile(ref);
     EXPECT_EQ(rf.resourceError(), 0);
     EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::AppleDouble);
@@ -177,7 +193,7 @@ TEST_F(QVForkStorageTest, PlacesAreSearchedInOrderAndEachPieceOnItsOwn)
     const QString f = file(QStringLiteral("order"));
     // Finder info only in netatalk's folder, the fork only in the sidecar.
     QVAppleDouble netatalk;
-    netatalk.entries.append({QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x4000), 0});
+    netatalk.entries.append({ QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x4000), 0 });
     ASSERT_TRUE(QDir().mkpath(dir.path() + QStringLiteral("/.AppleDouble")));
     ASSERT_TRUE(writeBytes(QVForkStorage::netatalkPath(f), netatalk.serialize()));
     ASSERT_EQ(QVForkStorage::writeResourceFork(f, smallFork(), Place::None), 0);
@@ -195,7 +211,8 @@ TEST_F(QVForkStorageTest, PlacesAreSearchedInOrderAndEachPieceOnItsOwn)
 
     if (!xattrs())
         GTEST_SKIP() << "no user extended attributes: the attribute's precedence was not tried";
-    ASSERT_EQ(QVExtendedAttributes::set(f, QVForkStorage::kFinderInfoAttribute, finderInfo("LWFNASPF", 0)), 0);
+    ASSERT_EQ(
+        QVExtendedAttributes::set(f, QVForkStorage::kFinderInfoAttribute, finderInfo("LWFNASPF", 0)), 0);
     EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::ExtendedAttribute);
     QVForkStorage::readFinderInfo(f, &info);
     EXPECT_EQ(info.left(8), QByteArray("LWFNASPF"));
@@ -207,14 +224,15 @@ TEST_F(QVForkStorageTest, NetatalkMetadataAttributeHoldsFinderInfo)
         GTEST_SKIP() << "the file system under /tmp keeps no user extended attributes";
     const QString f = file(QStringLiteral("meta"));
     // An AppleDouble blob laid out by Python's struct, as netatalk stores it.
-    const ToolResult blob = runTool(python(), {QStringLiteral("-c"), QStringLiteral(
-        "import struct, sys\n"
-        "fi = b'FFILDMOV' + struct.pack('>H', 0x0100) + bytes(22)\n"
-        "dates = struct.pack('>iiii', 100, 200, -2**31, 300)\n"
-        "hdr = struct.pack('>II16sH', 0x00051607, 0x00020000, bytes(16), 2)\n"
-        "off = 26 + 24\n"
-        "ent = struct.pack('>III', 9, off, 32) + struct.pack('>III', 8, off + 32, 16)\n"
-        "sys.stdout.buffer.write(hdr + ent + fi + dates)\n")});
+    const ToolResult blob = runTool(python(),
+        { QStringLiteral("-c"),
+            QStringLiteral("import struct, sys\n"
+                           "fi = b'FFILDMOV' + struct.pack('>H', 0x0100) + bytes(22)\n"
+                           "dates = struct.pack('>iiii', 100, 200, -2**31, 300)\n"
+                           "hdr = struct.pack('>II16sH', 0x00051607, 0x00020000, bytes(16), 2)\n"
+                           "off = 26 + 24\n"
+                           "ent = struct.pack('>III', 9, off, 32) + struct.pack('>III', 8, off + 32, 16)\n"
+                           "sys.stdout.buffer.write(hdr + ent + fi + dates)\n") });
     ASSERT_EQ(blob.exitCode, 0);
     ASSERT_EQ(QVExtendedAttributes::set(f, QVForkStorage::kNetatalkAttribute, blob.out), 0);
     QVResouceFork rf;
@@ -226,7 +244,8 @@ TEST_F(QVForkStorageTest, NetatalkMetadataAttributeHoldsFinderInfo)
     EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::NetatalkMetadata);
     EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(f)));
     // The other entries of the blob are kept.
-    const auto stored = QVAppleDouble::parse(*QVExtendedAttributes::get(f, QVForkStorage::kNetatalkAttribute));
+    const auto stored
+        = QVAppleDouble::parse(*QVExtendedAttributes::get(f, QVForkStorage::kNetatalkAttribute));
     ASSERT_TRUE(stored);
     EXPECT_EQ(stored->entry(QVAppleDouble::FileDates).left(8), QByteArray::fromHex("00000064000000c8"));
     // A fork never goes into the metadata attribute; it has none.
@@ -237,7 +256,8 @@ TEST_F(QVForkStorageTest, MacOSSidecarKeepsItsAttributeBlock)
 {
     const QString f = file(QStringLiteral("fromMac"), {});
     const QByteArray value = "quarantine-value-0081;5f3e";
-    ASSERT_TRUE(writeBytes(QVForkStorage::sidecarPath(f), macOSSidecar(smallFork(), "com.apple.quarantine", value)));
+    ASSERT_TRUE(
+        writeBytes(QVForkStorage::sidecarPath(f), macOSSidecar(smallFork(), "com.apple.quarantine", value)));
     ASSERT_EQ(macOSAttribute(readBytes(QVForkStorage::sidecarPath(f))), value);
 
     QVResouceFork rf;
@@ -266,7 +286,8 @@ TEST_F(QVForkStorageTest, CreationDateFallsBackToTheFileSystem)
     const QDateTime fs = QVForkStorage::creationDate(f);
     ASSERT_TRUE(fs.isValid());
     const QDateTime birth = QFileInfo(f).birthTime();
-    EXPECT_EQ(fs.toSecsSinceEpoch(), (birth.isValid() ? birth : QFileInfo(f).lastModified()).toSecsSinceEpoch());
+    EXPECT_EQ(
+        fs.toSecsSinceEpoch(), (birth.isValid() ? birth : QFileInfo(f).lastModified()).toSecsSinceEpoch());
     // A file without AppleDouble data keeps its own date and gains no sidecar.
     EXPECT_EQ(QVForkStorage::setCreationDate(f, QDateTime(QDate(1995, 5, 5), QTime(5, 5), Qt::UTC)), 0);
     EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(f)));
@@ -290,7 +311,8 @@ TEST_F(QVForkStorageTest, ForeignFilesAreNeverOverwritten)
     EXPECT_EQ(rf.setFinderInfoFlag(0x2000, false, bare), 0);
     EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(bare)));
     EXPECT_EQ(rf.finderInfoFlags(dir.path() + QStringLiteral("/missing")), 0);
-    EXPECT_EQ(rf.setFinderInfoFlag(0x2000, true, dir.path() + QStringLiteral("/missing")), QVResourceError::FileNotFound);
+    EXPECT_EQ(rf.setFinderInfoFlag(0x2000, true, dir.path() + QStringLiteral("/missing")),
+        QVResourceError::FileNotFound);
 }
 
 TEST_F(QVForkStorageTest, AppleDoubleParsingIsBoundsChecked)
