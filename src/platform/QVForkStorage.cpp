@@ -13,8 +13,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace
-{
+namespace {
 
 using Place = QVForkStorage::Place;
 
@@ -193,7 +192,13 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
         *place = Place::ExtendedAttribute;
         return QVResourceError::NoErr;
     }
+    bool unreadableCompanion = false;
     for (Place candidate : { Place::AppleDouble, Place::NetatalkFolder }) {
+        const QFileInfo companion(candidate == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path));
+        if (companion.isFile() && !companion.isReadable()) {
+            unreadableCompanion = true;
+            continue;
+        }
         const auto data = readAppleDouble(path, candidate);
         if (data && !data->entry(QVAppleDouble::ResourceFork).isEmpty()) {
             *fork = data->entry(QVAppleDouble::ResourceFork);
@@ -212,7 +217,8 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
             return QVResourceError::NoErr;
         }
     }
-    if (attributeError == EACCES || attributeError == EPERM || (!QFileInfo(path).isReadable()))
+    if (unreadableCompanion || attributeError == EACCES || attributeError == EPERM
+        || !QFileInfo(path).isReadable())
         return QVResourceError::Permission;
     return QVResourceError::ResFileNotFound;
 }
