@@ -1,7 +1,6 @@
 #include "platform/QVAppleDouble.h"
 
-namespace
-{
+namespace {
 
 constexpr int kHeaderSize = 26;
 constexpr int kDescriptorSize = 12;

@@ -14,8 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace
-{
+namespace {
 
 using Result = QVFilePair::Result;
 
@@ -303,4 +302,21 @@ QVFilePair::Result QVFilePair::remove(const QString &path)
     if (::unlink(native(path).constData()) != 0)
         return failure(errno, QStringLiteral("Could not delete \"%1\"").arg(path));
     return removeCompanions(others);
+}
+
+QVFilePair::Result QVFilePair::moveToTrash(const QString &path, QString *trashedPath)
+{
+    if (!pathExists(path))
+        return failure(ENOENT, QStringLiteral("\"%1\"").arg(path));
+    const QStringList others = companions(path);
+    QString inTrash;
+    if (!QFile::moveToTrash(path, &inTrash))
+        return failure(EACCES, QStringLiteral("Could not move \"%1\" to the trash").arg(path));
+    if (trashedPath)
+        *trashedPath = inTrash;
+    for (const QString &companion : others) {
+        if (!QFile::moveToTrash(companion))
+            return failure(EACCES, QStringLiteral("Could not move \"%1\" to the trash").arg(companion));
+    }
+    return {};
 }

@@ -251,7 +251,9 @@ qint16 QVForkStorage::writeResourceFork(
         data->setEntry(QVAppleDouble::ResourceFork, fork);
         if (const qint16 result = writeAppleDouble(path, Place::AppleDouble, *data); result != 0)
             return result;
-        QVExtendedAttributes::remove(path, kForkAttribute);
+        // The stale attribute would win over the sidecar on the next read.
+        if (const int removeError = QVExtendedAttributes::remove(path, kForkAttribute); removeError != 0)
+            return errnoToMac(removeError);
         if (written)
             *written = Place::AppleDouble;
         return QVResourceError::NoErr;
@@ -334,7 +336,9 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
         data->setEntry(QVAppleDouble::FinderInfo, bytes);
         if (const qint16 result = writeAppleDouble(path, place, *data); result != 0)
             return result;
-        QVExtendedAttributes::remove(path, kFinderInfoAttribute);
+        if (const int removeError = QVExtendedAttributes::remove(path, kFinderInfoAttribute);
+            removeError != 0)
+            return errnoToMac(removeError);
         return QVResourceError::NoErr;
     }
     if (place == Place::DataFork || place == Place::None)

@@ -8,16 +8,17 @@
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
 #include "platform/QVForkStorage.h"
+#include "support/QVTestHome.h"
 
 #include <QTemporaryDir>
+#include <QUrl>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
 
-namespace
-{
+namespace {
 
 QByteArray smallFork()
 {
@@ -210,6 +211,32 @@ TEST_P(QVFilePairTest, MoveToAnotherFileSystemCopiesThenDeletes)
     EXPECT_EQ(arrived, original);
     ASSERT_TRUE(QVFilePair::move(target, source));
     EXPECT_EQ(hashPair(source).fork, original.fork);
+}
+
+TEST_P(QVFilePairTest, TrashTakesTheCompanionsAlong)
+{
+    QVTestHome home; // the trash lives in the test's own data folder
+    const QString source = make(home.path() + QStringLiteral("/fonts"), QStringLiteral("Gone"));
+    if (source.isEmpty())
+        GTEST_SKIP() << "no .dfont installed";
+    const PairHash original = hashPair(source);
+    const QStringList companions = QVFilePair::companions(source);
+    QString trashed;
+    const QVFilePair::Result result = QVFilePair::moveToTrash(source, &trashed);
+    ASSERT_TRUE(result) << qPrintable(result.message);
+    expectGone(source);
+    ASSERT_TRUE(QFile::exists(trashed));
+    EXPECT_EQ(hashPair(trashed).data, original.data);
+    // Every companion went to the trash too, with a record of where it was.
+    const QDir info(home.dataHome() + QStringLiteral("/Trash/info"));
+    const QStringList records = info.entryList({ QStringLiteral("*.trashinfo") }, QDir::Files | QDir::Hidden);
+    EXPECT_EQ(records.size(), 1 + companions.size());
+    QStringList originals;
+    for (const QString &record : records)
+        originals.append(QString::fromUtf8(readBytes(info.filePath(record))));
+    for (const QString &companion : companions)
+        EXPECT_TRUE(originals.join('\n').contains(QUrl::toPercentEncoding(companion, "/")))
+            << qPrintable(companion);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryPlace, QVFilePairTest, ::testing::ValuesIn(kVariants),

@@ -15,8 +15,7 @@
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
 
-namespace
-{
+namespace {
 
 QByteArray be32(quint32 v)
 {
@@ -345,6 +344,8 @@ TEST(QVForkStorage, MetadataStoresAreRecognised)
     EXPECT_FALSE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/Times")));
     EXPECT_FALSE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/.hidden-font.ttf")));
     EXPECT_FALSE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/AppleDouble/Times")));
-    EXPECT_EQ(QVForkStorage::sidecarPath(QStringLiteral("/fonts/Times Bold")), QStringLiteral("/fonts/._Times Bold"));
-    EXPECT_EQ(QVForkStorage::netatalkPath(QStringLiteral("/fonts/Times")), QStringLiteral("/fonts/.AppleDouble/Times"));
+    EXPECT_EQ(QVForkStorage::sidecarPath(QStringLiteral("/fonts/Times Bold")),
+        QStringLiteral("/fonts/._Times Bold"));
+    EXPECT_EQ(QVForkStorage::netatalkPath(QStringLiteral("/fonts/Times")),
+        QStringLiteral("/fonts/.AppleDouble/Times"));
 }
