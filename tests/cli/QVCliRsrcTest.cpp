@@ -13,8 +13,7 @@
 
 using namespace QVResourceTestTools;
 
-namespace
-{
+namespace {
 
 ToolResult runRsrc(const QVTestHome &home, const QStringList &arguments)
 {
@@ -79,6 +78,13 @@ TEST_F(QuorvelCliRsrc, LwfnFromT1macMatchesMacRes)
                       QStringLiteral("/usr/share/fonts/X11/Type1/NimbusRoman-Regular.pfb"), raw })
                   .exitCode,
         0);
+    const ToolResult jsonText = runRsrc(home, { QStringLiteral("--json"), lwfn });
+    // Keys come in reading order, as documented.
+    EXPECT_TRUE(
+        jsonText.out.startsWith("{\"hasResourceFork\":true,\"storage\":\"appledouble\",\"finderInfo\":{\"type\":"
+                            "\"LWFN\",\"creator\":\"T1UT\",\"flags\":8448,"))
+        << jsonText.out.left(200).constData();
+    EXPECT_TRUE(jsonText.out.contains("\"resources\":[{\"type\":\"POST\",\"id\":501,\"name\":null,\"size\":"));
     const QJsonObject result = json(lwfn);
     EXPECT_TRUE(result.value("hasResourceFork").toBool());
     EXPECT_EQ(result.value("storage").toString(), QStringLiteral("appledouble"));
