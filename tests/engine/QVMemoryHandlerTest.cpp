@@ -5,8 +5,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
-namespace
-{
+namespace {
 
 QVResourceHandle bytesHandle(std::initializer_list<int> bytes)
 {
@@ -160,6 +159,17 @@ TEST(QVMemoryHandlerDeathTest, NullHandleIsAProgrammingError)
     EXPECT_DEATH(mem.Handle_ReadLong(nullptr, 0), "h != NULL");
     EXPECT_DEATH(mem.Handle_ReadUnsignedShort(nullptr, 0), "h != NULL");
     EXPECT_DEATH(mem.toCStr(nullptr), "ch != NULL");
+}
+#else
+TEST(QVMemoryHandler, NullHandleReadsZeroInReleaseBuilds)
+{
+    QVMemoryHandler mem;
+    EXPECT_EQ(mem.Handle_ReadLong(nullptr, 0), 0);
+    EXPECT_EQ(mem.Handle_ReadUnsignedShort(nullptr, 0), 0);
+    EXPECT_EQ(mem.Handle_ReadChar(nullptr, 0), 0);
+    EXPECT_EQ(mem.Handle_ReadPString(nullptr, 0)[0], 0);
+    EXPECT_EQ(mem.Handle_ReadString(nullptr, 0, 10)[0], 0);
+    EXPECT_STREQ(mem.toCStr(nullptr), "");
 }
 #endif
 

@@ -9,6 +9,7 @@
 #include "platform/QVExtendedAttributes.h"
 #include "support/QVTestHome.h"
 
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -348,4 +349,34 @@ TEST(QVForkStorage, MetadataStoresAreRecognised)
         QStringLiteral("/fonts/._Times Bold"));
     EXPECT_EQ(QVForkStorage::netatalkPath(QStringLiteral("/fonts/Times")),
         QStringLiteral("/fonts/.AppleDouble/Times"));
+}
+
+TEST(QVAppleDouble, DamagedSidecarsNeverReadOrWriteOutsideTheirBytes)
+{
+    // A macOS-style sidecar whose attribute block gets random damage; parsing,
+    // changing entries and writing (which moves the block) stay in bounds.
+    const QByteArray good = macOSSidecar(smallFork(), "com.apple.lastuseddate#PS", QByteArray(16, 'd'));
+    QRandomGenerator random(4242);
+    int parsed = 0;
+    for (int v = 0; v < 3000; ++v) {
+        QByteArray bytes = good;
+        const int flips = 1 + random.bounded(6);
+        for (int f = 0; f < flips; ++f) {
+            const int at = random.bounded(int(bytes.size()));
+            bytes[at] = char(random.bounded(256));
+        }
+        if (v % 4 == 0)
+            bytes.truncate(random.bounded(int(bytes.size())));
+        auto data = QVAppleDouble::parse(bytes);
+        if (!data)
+            continue;
+        ++parsed;
+        data->setEntry(QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x2000));
+        data->setEntry(QVAppleDouble::FileDates, QByteArray(16, '\0'));
+        const QByteArray written = data->serialize();
+        const auto again = QVAppleDouble::parse(written);
+        ASSERT_TRUE(again) << v;
+        EXPECT_EQ(again->entry(QVAppleDouble::FinderInfo).left(10), finderInfo("FFILDMOV", 0x2000).left(10));
+    }
+    EXPECT_GT(parsed, 100);
 }
