@@ -18,6 +18,40 @@ QJsonValue fourCC(const QByteArray &info, int at)
     return QVResouceFork::fromMacRoman(code);
 }
 
+// One JSON value in compact form.
+QString jsonValue(const QJsonValue &value)
+{
+    const QByteArray array = QJsonDocument(QJsonArray { value }).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(array.mid(1, array.size() - 2));
+}
+
+// An object with its keys in the given order (QJsonDocument sorts them).
+QString orderedObject(const QJsonObject &object, const QStringList &order)
+{
+    QStringList parts;
+    for (const QString &key : order) {
+        if (object.contains(key))
+            parts.append(jsonValue(key) + QLatin1Char(':') + jsonValue(object.value(key)));
+    }
+    return QLatin1Char('{') + parts.join(QLatin1Char(',')) + QLatin1Char('}');
+}
+
+// The listing with its keys in reading order: fork, storage, Finder info, resources.
+QString orderedJson(const QJsonObject &result)
+{
+    QStringList resources;
+    for (const QJsonValue &resource : result.value(QStringLiteral("resources")).toArray())
+        resources.append(orderedObject(resource.toObject(),
+            { QStringLiteral("type"), QStringLiteral("id"), QStringLiteral("name"), QStringLiteral("size"),
+                QStringLiteral("error") }));
+    const QString finder = orderedObject(result.value(QStringLiteral("finderInfo")).toObject(),
+        { QStringLiteral("type"), QStringLiteral("creator"), QStringLiteral("flags"),
+            QStringLiteral("storage") });
+    return QStringLiteral("{\"hasResourceFork\":%1,\"storage\":%2,\"finderInfo\":%3,\"resources\":[%4]}")
+        .arg(jsonValue(result.value(QStringLiteral("hasResourceFork"))),
+            jsonValue(result.value(QStringLiteral("storage"))), finder, resources.join(QLatin1Char(',')));
+}
+
 } // namespace
 
 QJsonObject QVRsrcCommand::describe(const QString &path, QString *error)
@@ -106,7 +140,7 @@ int QVRsrcCommand::run(const QStringList &arguments)
         return UsageError;
     }
     if (json) {
-        out() << QJsonDocument(result).toJson(QJsonDocument::Compact) << '\n';
+        out() << orderedJson(result) << '\n';
         out().flush();
         return Success;
     }

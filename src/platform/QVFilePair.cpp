@@ -162,7 +162,9 @@ Result checkDestination(const QString &from, const QString &to)
         return failure(EISDIR, QStringLiteral("\"%1\"").arg(from));
     if (pathExists(to))
         return failure(EEXIST, QStringLiteral("\"%1\"").arg(to));
-    for (const QString &companion : QVFilePair::companionDestinations(from, to)) {
+    // Any metadata already at the destination (even for a file that is gone)
+    // would be taken for the arriving file's own.
+    for (const QString &companion : { QVForkStorage::sidecarPath(to), QVForkStorage::netatalkPath(to) }) {
         if (pathExists(companion))
             return failure(EEXIST, QStringLiteral("\"%1\"").arg(companion));
     }
@@ -300,4 +302,21 @@ QVFilePair::Result QVFilePair::remove(const QString &path)
     if (::unlink(native(path).constData()) != 0)
         return failure(errno, QStringLiteral("Could not delete \"%1\"").arg(path));
     return removeCompanions(others);
+}
+
+QVFilePair::Result QVFilePair::moveToTrash(const QString &path, QString *trashedPath)
+{
+    if (!pathExists(path))
+        return failure(ENOENT, QStringLiteral("\"%1\"").arg(path));
+    const QStringList others = companions(path);
+    QString inTrash;
+    if (!QFile::moveToTrash(path, &inTrash))
+        return failure(EACCES, QStringLiteral("Could not move \"%1\" to the trash").arg(path));
+    if (trashedPath)
+        *trashedPath = inTrash;
+    for (const QString &companion : others) {
+        if (!QFile::moveToTrash(companion))
+            return failure(EACCES, QStringLiteral("Could not move \"%1\" to the trash").arg(companion));
+    }
+    return {};
 }

@@ -31,6 +31,10 @@ public:
     static Result rename(const QString &path, const QString &newName);
     // Deletes the file and its companions.
     static Result remove(const QString &path);
+    // Moves the file to the desktop trash, then its companions (each gets its
+    // own trash entry remembering its original place, so a restore puts
+    // them back together). *trashedPath gets the file's place in the trash.
+    static Result moveToTrash(const QString &path, QString *trashedPath = nullptr);
 
     // The paths a file's metadata occupies besides the file itself (existing
     // ones only); a privileged move or delete must handle these as well.

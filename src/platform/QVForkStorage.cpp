@@ -17,8 +17,6 @@ namespace {
 
 using Place = QVForkStorage::Place;
 
-// Sidecars hold a fork and a little metadata; anything far bigger is not one.
-constexpr qint64 kMaxSidecarSize = 256 * 1024 * 1024;
 // AppleDouble dates count seconds from 2000-01-01 00:00:00 UTC; this value means "unknown".
 constexpr quint32 kUnknownDate = 0x80000000;
 
@@ -64,7 +62,7 @@ std::optional<QByteArray> readFile(const QString &path, qint16 *error)
                                                                : QVResourceError::IoErr;
         return std::nullopt;
     }
-    if (file.size() > kMaxSidecarSize) {
+    if (file.size() > QVForkStorage::kMaxForkSize) {
         *error = QVResourceError::IoErr;
         return std::nullopt;
     }
@@ -194,7 +192,13 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
         *place = Place::ExtendedAttribute;
         return QVResourceError::NoErr;
     }
+    bool unreadableCompanion = false;
     for (Place candidate : { Place::AppleDouble, Place::NetatalkFolder }) {
+        const QFileInfo companion(candidate == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path));
+        if (companion.isFile() && !companion.isReadable()) {
+            unreadableCompanion = true;
+            continue;
+        }
         const auto data = readAppleDouble(path, candidate);
         if (data && !data->entry(QVAppleDouble::ResourceFork).isEmpty()) {
             *fork = data->entry(QVAppleDouble::ResourceFork);
@@ -213,7 +217,8 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
             return QVResourceError::NoErr;
         }
     }
-    if (attributeError == EACCES || attributeError == EPERM || (!QFileInfo(path).isReadable()))
+    if (unreadableCompanion || attributeError == EACCES || attributeError == EPERM
+        || !QFileInfo(path).isReadable())
         return QVResourceError::Permission;
     return QVResourceError::ResFileNotFound;
 }
@@ -246,7 +251,9 @@ qint16 QVForkStorage::writeResourceFork(
         data->setEntry(QVAppleDouble::ResourceFork, fork);
         if (const qint16 result = writeAppleDouble(path, Place::AppleDouble, *data); result != 0)
             return result;
-        QVExtendedAttributes::remove(path, kForkAttribute);
+        // The stale attribute would win over the sidecar on the next read.
+        if (const int removeError = QVExtendedAttributes::remove(path, kForkAttribute); removeError != 0)
+            return errnoToMac(removeError);
         if (written)
             *written = Place::AppleDouble;
         return QVResourceError::NoErr;
@@ -329,7 +336,9 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
         data->setEntry(QVAppleDouble::FinderInfo, bytes);
         if (const qint16 result = writeAppleDouble(path, place, *data); result != 0)
             return result;
-        QVExtendedAttributes::remove(path, kFinderInfoAttribute);
+        if (const int removeError = QVExtendedAttributes::remove(path, kFinderInfoAttribute);
+            removeError != 0)
+            return errnoToMac(removeError);
         return QVResourceError::NoErr;
     }
     if (place == Place::DataFork || place == Place::None)
@@ -349,6 +358,32 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
     }
     data->setEntry(QVAppleDouble::FinderInfo, bytes);
     return writeAppleDouble(path, place, *data);
+}
+
+bool QVForkStorage::isHidden(const QString &path)
+{
+    if (QFileInfo(path).fileName().startsWith(QLatin1Char('.')))
+        return true;
+    QByteArray info;
+    if (readFinderInfo(path, &info) != 0)
+        return false;
+    return (quint8(info.at(8)) << 8 | quint8(info.at(9))) & kInvisibleFlag;
+}
+
+qint16 QVForkStorage::setHidden(const QString &path, bool hidden)
+{
+    QByteArray info;
+    Place place = Place::None;
+    if (const qint16 error = readFinderInfo(path, &info, &place); error != 0)
+        return error;
+    const quint16 flags = quint16(quint8(info.at(8)) << 8 | quint8(info.at(9)));
+    const quint16 changed = hidden ? (flags | kInvisibleFlag) : (flags & ~kInvisibleFlag);
+    // Clearing a flag of a file without Finder info creates nothing.
+    if (changed == flags)
+        return QVResourceError::NoErr;
+    info[8] = char(changed >> 8);
+    info[9] = char(changed);
+    return writeFinderInfo(path, info);
 }
 
 QDateTime QVForkStorage::creationDate(const QString &path)
@@ -415,6 +450,15 @@ qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date
         return writeAppleDouble(path, candidate, *data);
     }
     return QVResourceError::NoErr;
+}
+
+bool QVForkStorage::isMetadataStore(const QString &path)
+{
+    const QFileInfo info(path);
+    if (info.fileName().startsWith(QLatin1String("._")) || info.fileName() == QLatin1String(".AppleDouble"))
+        return true;
+    return QDir::fromNativeSeparators(info.absolutePath() + QLatin1Char('/'))
+        .contains(QLatin1String("/.AppleDouble/"));
 }
 
 QStringList QVForkStorage::companionFiles(const QString &path)

@@ -26,6 +26,8 @@ public:
     static constexpr const char *kForkAttribute = "user.com.apple.ResourceFork";
     static constexpr const char *kFinderInfoAttribute = "user.com.apple.FinderInfo";
     static constexpr const char *kNetatalkAttribute = "user.org.netatalk.Metadata";
+    // No real fork or sidecar comes near this; anything bigger is not read.
+    static constexpr qint64 kMaxForkSize = 256 * 1024 * 1024;
 
     // Short name of a place, as the command line prints it: "none", "xattr",
     // "appledouble", "netatalk", "netatalk-metadata", "datafork".
@@ -56,6 +58,14 @@ public:
     static qint16 writeFinderInfo(
         const QString &path, const QByteArray &info, Place fallback = Place::AppleDouble);
 
+    // Finder flags: invisible (hidden) and has-bundle.
+    static constexpr quint16 kInvisibleFlag = 0x4000;
+    static constexpr quint16 kHasBundleFlag = 0x2000;
+    // Hidden: the name begins with "." or the invisible flag is set.
+    static bool isHidden(const QString &path);
+    // Sets or clears the invisible flag (a leading dot is left alone). 0 or the error.
+    static qint16 setHidden(const QString &path, bool hidden);
+
     // The creation date: AppleDouble File Dates entry where the file has
     // AppleDouble data, else the birth time, else the modification time.
     // Invalid when there is no file.
@@ -63,6 +73,11 @@ public:
     // Writes the File Dates entry of the file's AppleDouble data; a file without
     // AppleDouble data keeps its own date (returns 0, nothing written).
     static qint16 setCreationDate(const QString &path, const QDateTime &date);
+
+    // Whether a path is a metadata store rather than a file of its own: an
+    // AppleDouble sidecar "._NAME" or anything inside a ".AppleDouble" folder.
+    // A scan passes over these.
+    static bool isMetadataStore(const QString &path);
 
     // The companion files that exist for the file (sidecar, netatalk file).
     static QStringList companionFiles(const QString &path);
