@@ -30,7 +30,8 @@ public:
     // null string on success, else the error; the index is saved on success.
     QString addFileToReports(const QVariantMap &report);
     // Appends an index record; nothing is written here.
-    void addFileToReportsDataSource(const QString &filePath, const QString &displayName, const QVariantMap &info);
+    void addFileToReportsDataSource(
+        const QString &filePath, const QString &displayName, const QVariantMap &info);
     // Writes the index whole and atomically; a null string on success.
     QString commitReport();
     void loadReportDataSourceFromDisk();
