@@ -366,80 +366,84 @@ QString QVReportManager::fillTemplate(const QVReportData &data)
         QLatin1String("<qv_total_quarantined>"), QVReportStore::formatCount(data.qv_total_quarantined));
     html.replace(QLatin1String("<qv_scan_summary>"), data.qv_scan_summary);
 
-    const Block table
-        = findBlock(html, QStringLiteral("<qv_diagnosis_table>"), QStringLiteral("</qv_diagnosis_table>"));
-    if (table.found()) {
-        const QString tableTemplate = html.mid(table.begin, table.end - table.begin);
-        const Block row = findBlock(
-            tableTemplate, QStringLiteral("<qv_diagnosis_row>"), QStringLiteral("</qv_diagnosis_row>"));
-        // Without a row block the table is cloned whole and no rows are added.
-        const QString tableHead = row.found() ? tableTemplate.left(row.begin) : tableTemplate;
-        const QString tableTail = row.found() ? tableTemplate.mid(row.end) : QString();
-        const QString rowTemplate
-            = row.found() ? tableTemplate.mid(row.begin, row.end - row.begin) : QString();
-
-        const qsizetype count = data.diagnosisArray.size();
-        const bool showProgress = count > kProgressThreshold;
-        double step = count > 0 ? 100.0 / double(count) : 0.0;
-        if (step == 0.0)
-            step = 0.1;
-        if (showProgress) {
-            m_progress->reset();
-            m_progress->setTitle(QStringLiteral("Generating Report..."));
-            m_progress->setLabel(QStringLiteral("Generating Report..."));
-            m_progress->setMaximum(100);
-            Q_EMIT progressShown();
-        }
-
-        QString tables;
-        QString openHead, openTail, rows;
-        bool tableOpen = false;
-        int colour = 0;
-        const auto closeTable = [&] {
-            if (tableOpen)
-                tables += openHead + rows + openTail;
-            rows.clear();
-        };
-        for (const QVReportRow &item : data.diagnosisArray) {
-            if (m_cancel.load()) {
-                if (showProgress)
-                    Q_EMIT progressClosed();
-                m_reportIsProcessing.store(false);
-                return QString();
-            }
-            if (!item.qv_diagnosis_header.isEmpty()) {
-                closeTable();
-                openHead = tableHead;
-                openHead.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
-                openTail = tableTail;
-                openTail.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
-                tableOpen = true;
-                colour = 0;
-            }
-            QString line = rowTemplate;
-            line.replace(QLatin1String("<qv_row_color>"),
-                colour == 0 ? QLatin1String("#CCCCCC") : QLatin1String("#E1E1E1"));
-            line.replace(QLatin1String("<qv_diagnosis_fontName>"), item.qv_diagnosis_fontName);
-            line.replace(QLatin1String("<qv_diagnosis_location>"), item.qv_diagnosis_location);
-            line.replace(QLatin1String("<qv_diagnosis_condition>"), item.qv_diagnosis_condition);
-            line.replace(QLatin1String("<qv_diagnosis_action>"), item.qv_diagnosis_action);
-            rows += line;
-            colour ^= 1;
-            if (showProgress)
-                m_progress->increment(step);
-        }
-        closeTable();
-        html.replace(table.begin, table.end - table.begin, tables);
-        if (showProgress) {
-            m_progress->setValue(100);
-            Q_EMIT progressClosed();
-        }
-    }
-
+    // The version and the footnote first: row values are escaped, so they
+    // cannot hold a marker, and the big text is then never copied again.
     html.replace(QLatin1String("<qv_diagnosis_version>"), QStringLiteral(QV_VERSION));
     html.replace(QLatin1String("<qv_diagnosis_info_footer>"),
         data.qv_diagnosis_info_footer.isEmpty() ? QStringLiteral("<br>") : data.qv_diagnosis_info_footer);
-    return html;
+
+    const Block table
+        = findBlock(html, QStringLiteral("<qv_diagnosis_table>"), QStringLiteral("</qv_diagnosis_table>"));
+    if (!table.found())
+        return html;
+    const QString tableTemplate = html.mid(table.begin, table.end - table.begin);
+    const Block row = findBlock(
+        tableTemplate, QStringLiteral("<qv_diagnosis_row>"), QStringLiteral("</qv_diagnosis_row>"));
+    // Without a row block the table is cloned whole and no rows are added.
+    const QString tableHead = row.found() ? tableTemplate.left(row.begin) : tableTemplate;
+    const QString tableTail = row.found() ? tableTemplate.mid(row.end) : QString();
+    const QString rowTemplate = row.found() ? tableTemplate.mid(row.begin, row.end - row.begin) : QString();
+
+    const qsizetype count = data.diagnosisArray.size();
+    const bool showProgress = count > kProgressThreshold;
+    double step = count > 0 ? 100.0 / double(count) : 0.0;
+    if (step == 0.0)
+        step = 0.1;
+    if (showProgress) {
+        m_progress->reset();
+        m_progress->setTitle(QStringLiteral("Generating Report..."));
+        m_progress->setLabel(QStringLiteral("Generating Report..."));
+        m_progress->setMaximum(100);
+        Q_EMIT progressShown();
+    }
+
+    // The tables are written straight into the output, between the text before
+    // the table block and the text after it.
+    QString output = html.left(table.begin);
+    QString openTail;
+    bool tableOpen = false;
+    int colour = 0;
+    QString line;
+    for (const QVReportRow &item : data.diagnosisArray) {
+        if (m_cancel.load()) {
+            if (showProgress)
+                Q_EMIT progressClosed();
+            m_reportIsProcessing.store(false);
+            return QString();
+        }
+        if (!item.qv_diagnosis_header.isEmpty()) {
+            if (tableOpen)
+                output += openTail;
+            QString openHead = tableHead;
+            openHead.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
+            output += openHead;
+            openTail = tableTail;
+            openTail.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
+            tableOpen = true;
+            colour = 0;
+        }
+        line = rowTemplate;
+        line.replace(QLatin1String("<qv_row_color>"),
+            colour == 0 ? QLatin1String("#CCCCCC") : QLatin1String("#E1E1E1"));
+        line.replace(QLatin1String("<qv_diagnosis_fontName>"), item.qv_diagnosis_fontName);
+        line.replace(QLatin1String("<qv_diagnosis_location>"), item.qv_diagnosis_location);
+        line.replace(QLatin1String("<qv_diagnosis_condition>"), item.qv_diagnosis_condition);
+        line.replace(QLatin1String("<qv_diagnosis_action>"), item.qv_diagnosis_action);
+        // Rows before the first heading have no table to go into.
+        if (tableOpen)
+            output += line;
+        colour ^= 1;
+        if (showProgress)
+            m_progress->increment(step);
+    }
+    if (tableOpen)
+        output += openTail;
+    output += QStringView(html).mid(table.end);
+    if (showProgress) {
+        m_progress->setValue(100);
+        Q_EMIT progressClosed();
+    }
+    return output;
 }
 
 void QVReportManager::getReportHTML(
