@@ -136,7 +136,10 @@ int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
     out() << path << '\n';
     out().flush();
     if (open) {
-        const QString error = QVDefaultApplication::open(path);
+        QString error;
+        const QString copy = store.browserCopyOfReport(path, &error);
+        if (!copy.isEmpty())
+            error = QVDefaultApplication::open(copy);
         if (!error.isNull()) {
             err() << "quorvel-cli: could not open the report: " << error << '\n';
             err().flush();

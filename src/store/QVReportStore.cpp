@@ -262,6 +262,24 @@ QStringList QVReportStore::removeReports(const QStringList &filePaths)
     return errors;
 }
 
+QString QVReportStore::browserCopyOfReport(const QString &filePath, QString *error) const
+{
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
+        + QStringLiteral("/Quorvel/Reports");
+    if (!QDir().mkpath(folder)) {
+        *error = QStringLiteral("cannot create %1").arg(folder);
+        return QString();
+    }
+    const QString copy = folder + QLatin1Char('/') + QFileInfo(filePath).fileName() + QStringLiteral(".html");
+    QFile::remove(copy);
+    QFile source(filePath);
+    if (!source.copy(copy)) {
+        *error = source.errorString();
+        return QString();
+    }
+    return copy;
+}
+
 QString QVReportStore::formatCount(qint64 count)
 {
     static const QLocale grouping(QLocale::English, QLocale::UnitedStates);

@@ -62,6 +62,11 @@ public:
     // errors met (one line each); the records go even when a file could not.
     QStringList removeReports(const QStringList &filePaths);
 
+    // Browsers go by a file's extension and report files have none: a copy
+    // named "NAME.html" in the cache folder is what a browser is given. Returns
+    // its path, or an empty string with *error set.
+    QString browserCopyOfReport(const QString &filePath, QString *error) const;
+
     // Counts as the index stores them: "," between groups of three digits.
     static QString formatCount(qint64 count);
     // The user's fontconfig cache folder.

@@ -255,6 +255,33 @@ TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsFcCacheWithRights)
         qputenv("XDG_CACHE_HOME", savedCache);
 }
 
+TEST(ReportStore, BrowsersGetAnHtmlCopyInTheCache)
+{
+    QVTestHome home;
+    const QByteArray savedCache = qgetenv("XDG_CACHE_HOME");
+    qputenv("XDG_CACHE_HOME", (home.path() + QStringLiteral("/.cache")).toUtf8());
+    QVReportStore store;
+    ASSERT_TRUE(
+        store.addFileToReports(report(QStringLiteral("Scan 1/2/2024"), "<html>one</html>", 1, 0)).isNull());
+    const QString path = store.reportFilesDataArray().last().value("filePath").toString();
+    QString error;
+    const QString copy = store.browserCopyOfReport(path, &error);
+    EXPECT_EQ(copy, home.path() + QStringLiteral("/.cache/Quorvel/Reports/Scan122024.html"));
+    EXPECT_EQ(readAll(copy), QByteArray("<html>one</html>"));
+    // A second look at a changed report is not served the old copy.
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("<html>two</html>");
+    file.close();
+    EXPECT_EQ(readAll(store.browserCopyOfReport(path, &error)), QByteArray("<html>two</html>"));
+    EXPECT_TRUE(store.browserCopyOfReport(path + QStringLiteral("-gone"), &error).isEmpty());
+    EXPECT_FALSE(error.isEmpty());
+    if (savedCache.isNull())
+        qunsetenv("XDG_CACHE_HOME");
+    else
+        qputenv("XDG_CACHE_HOME", savedCache);
+}
+
 TEST(ReportStore, CountsAreGroupedByThrees)
 {
     EXPECT_EQ(QVReportStore::formatCount(0), QStringLiteral("0"));
