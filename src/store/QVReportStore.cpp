@@ -83,7 +83,7 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     QString path = QStringLiteral("%1/%2").arg(reportFolderPath(), name);
     // The index file is never a report's name, even before it is first written.
     for (int number = 1; pathIsTaken(path) || path == indexPath; ++number)
-        path = QStringLiteral("%1/%2_%3").arg(reportFolderPath(), name).arg(number);
+        path = QStringLiteral("%1/%2_%3").arg(reportFolderPath(), name, QString::number(number));
 
     QSaveFile file(path);
     const QByteArray data = report.value(QStringLiteral("reportData")).toString().toUtf8();

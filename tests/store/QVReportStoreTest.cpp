@@ -98,6 +98,13 @@ TEST(ReportStore, NamesDropSlashesAndSpacesAndCollisionsAreNumbered)
     EXPECT_EQ(readAll(folder + QStringLiteral("/Scan122024")), html.toUtf8());
     EXPECT_EQ(store.getReportFileData(folder + QStringLiteral("/Scan122024")), html);
 
+    // Percent signs in a name are kept as they are, collisions too.
+    EXPECT_TRUE(store.addFileToReports(report(QStringLiteral("100%1 done"), html, 1, 0)).isNull());
+    EXPECT_TRUE(store.addFileToReports(report(QStringLiteral("100%1 done"), html, 1, 0)).isNull());
+    EXPECT_EQ(store.reportFilesDataArray().last().value("filePath").toString(),
+        folder + QStringLiteral("/100%1done_1"));
+    store.removeReports({ folder + QStringLiteral("/100%1done"), folder + QStringLiteral("/100%1done_1") });
+
     // The index file's name is never given to a report.
     EXPECT_TRUE(store.addFileToReports(report(QStringLiteral("data Source"), html, 1, 0)).isNull());
     EXPECT_TRUE(store.addFileToReports(report(QStringLiteral("dataSource"), html, 1, 0)).isNull());
