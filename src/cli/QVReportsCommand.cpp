@@ -8,11 +8,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-
 #include <cstdio>
 #include <set>
 
-namespace {
+namespace
+{
 
 // A 1-based list number, or 0 when the text is not one.
 int parseNumber(const QString &text, qsizetype count)
@@ -75,7 +75,7 @@ int QVReportsCommand::list(QVReportStore &store, bool json)
             QJsonObject object;
             object.insert(QStringLiteral("number"), ++number);
             object.insert(QStringLiteral("date"),
-                          record.value(QStringLiteral("date")).toDateTime().toUTC().toString(Qt::ISODate));
+                record.value(QStringLiteral("date")).toDateTime().toUTC().toString(Qt::ISODate));
             object.insert(QStringLiteral("reportName"), field(record, "reportName"));
             object.insert(QStringLiteral("filePath"), field(record, "filePath"));
             object.insert(QStringLiteral("qv_total_examined"), field(record, "qv_total_examined"));
@@ -99,8 +99,10 @@ int QVReportsCommand::list(QVReportStore &store, bool json)
                  .arg(QStringLiteral("Name"));
     int number = 0;
     for (const QVariantMap &record : records) {
-        const QString date
-            = record.value(QStringLiteral("date")).toDateTime().toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm"));
+        const QString date = record.value(QStringLiteral("date"))
+                                 .toDateTime()
+                                 .toLocalTime()
+                                 .toString(QStringLiteral("yyyy-MM-dd HH:mm"));
         out() << QStringLiteral("%1  %2  %3  %4  %5\n")
                      .arg(++number, 3)
                      .arg(date, -16)
@@ -134,7 +136,10 @@ int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
     out() << path << '\n';
     out().flush();
     if (open) {
-        const QString error = QVDefaultApplication::open(path);
+        QString error;
+        const QString copy = store.browserCopyOfReport(path, &error);
+        if (!copy.isEmpty())
+            error = QVDefaultApplication::open(copy);
         if (!error.isNull()) {
             err() << "quorvel-cli: could not open the report: " << error << '\n';
             err().flush();
@@ -151,7 +156,8 @@ int QVReportsCommand::rename(QVReportStore &store, const QStringList &arguments)
     const QList<QVariantMap> records = store.recordsByDate();
     const int number = parseNumber(arguments.first(), records.size());
     if (number == 0) {
-        err() << "quorvel-cli: no report number " << arguments.first() << " (see: quorvel-cli reports list)\n";
+        err() << "quorvel-cli: no report number " << arguments.first()
+              << " (see: quorvel-cli reports list)\n";
         err().flush();
         return UsageError;
     }
@@ -203,8 +209,8 @@ int QVReportsCommand::remove(QVReportStore &store, const QStringList &arguments)
         err().flush();
         char answer[16] = {};
         const QString reply = std::fgets(answer, sizeof answer, stdin)
-                                  ? QString::fromLocal8Bit(answer).trimmed().toLower()
-                                  : QString();
+            ? QString::fromLocal8Bit(answer).trimmed().toLower()
+            : QString();
         if (reply != QLatin1String("y") && reply != QLatin1String("yes")) {
             err() << "Nothing was removed.\n";
             err().flush();

@@ -6,10 +6,10 @@
 #include <QMutexLocker>
 #include <QProcess>
 #include <QStandardPaths>
-
 #include <unistd.h>
 
-namespace {
+namespace
+{
 
 QMutex sharedMutex;
 std::shared_ptr<QVPrivilegedRunner> sharedRunner;

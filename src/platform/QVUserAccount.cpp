@@ -2,10 +2,8 @@
 
 #include <QFile>
 #include <QSysInfo>
-
 #include <pwd.h>
 #include <unistd.h>
-
 #include <vector>
 
 QString QVUserAccount::fullUserName()
@@ -31,7 +29,8 @@ QString QVUserAccount::localizedHostName()
             if (!line.startsWith("PRETTY_HOSTNAME="))
                 continue;
             QString value = QString::fromUtf8(line.mid(16)).trimmed();
-            if (value.size() >= 2 && (value.startsWith(QLatin1Char('"')) || value.startsWith(QLatin1Char('\'')))
+            if (value.size() >= 2
+                && (value.startsWith(QLatin1Char('"')) || value.startsWith(QLatin1Char('\'')))
                 && value.endsWith(value.at(0)))
                 value = value.mid(1, value.size() - 2);
             if (!value.isEmpty())

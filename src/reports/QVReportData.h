@@ -7,8 +7,7 @@
 #include <QList>
 #include <QString>
 
-struct QVReportRow
-{
+struct QVReportRow {
     // Only on the first row of a section: the section's heading.
     QString qv_diagnosis_header;
     QString qv_diagnosis_fontName;
@@ -17,8 +16,7 @@ struct QVReportRow
     QString qv_diagnosis_action;
 };
 
-struct QVReportData
-{
+struct QVReportData {
     QString qv_report_title;
     QDateTime qv_date;
     qint64 qv_total_examined = 0;

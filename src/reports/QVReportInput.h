@@ -10,8 +10,7 @@
 #include <QString>
 #include <QStringList>
 
-struct QVReportInput
-{
+struct QVReportInput {
     // The diagnosis's counters, one per pass.
     qint32 fileStructureProblemCount = 0;
     qint32 missingBitmapProblemCount = 0;

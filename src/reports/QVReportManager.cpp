@@ -13,24 +13,25 @@
 #include <QMutex>
 #include <QMutexLocker>
 #include <QUrl>
-
 #include <condition_variable>
 #include <mutex>
 
-namespace {
+namespace
+{
 
 QMutex hookMutex;
 QVReportManager::ShowReportHook showReportHook;
 
 const QString kRed = QStringLiteral("<span style=\"color:red;\">%1</span>");
-const QString kIgnored = QStringLiteral("<span style=\"color:red;\"><p style=\"text-align:center;\">Ignored</p></span>");
+const QString kIgnored
+    = QStringLiteral("<span style=\"color:red;\"><p style=\"text-align:center;\">Ignored</p></span>");
 const QString kRepaired
     = QStringLiteral("<span style=\"color:green;\"><p style=\"text-align:center;\">Repaired</p></span>");
 const QString kMovedStar = QStringLiteral("<p style=\"text-align:center;\">Moved to<br>Quarantine*</p>");
 const QString kMoved = QStringLiteral("<p style=\"text-align:center;\">Moved to<br>Quarantine</p>");
-const QString kFooter = QStringLiteral(
-    "<span style=\"font-style:italic;font-size:12px;\">* The Bitmap and PostScript files for this font have been "
-    "moved to the Quarantine.</span>");
+const QString kFooter = QStringLiteral("<span style=\"font-style:italic;font-size:12px;\">* The Bitmap and "
+                                       "PostScript files for this font have been "
+                                       "moved to the Quarantine.</span>");
 
 QString esc(const QString &text)
 {
@@ -47,7 +48,8 @@ QString pathOf(const QString &location)
 
 QString displayName(const QVFontFile &file, const QVStatus &status)
 {
-    if (status.fontType == QVFontType::TrueType && file.fontFileType == 0 && !status.trueTypeFontName.isEmpty())
+    if (status.fontType == QVFontType::TrueType && file.fontFileType == 0
+        && !status.trueTypeFontName.isEmpty())
         return status.trueTypeFontName;
     return status.fontName;
 }
@@ -131,18 +133,18 @@ QString scanSummary(const QVReportInput &input)
             folders.append(esc(folder));
         html += QStringLiteral("<dt>Folders</dt><dd>%1</dd>").arg(folders.join(QStringLiteral("<br>")));
     }
-    html += QStringLiteral("<dt>Found by pass</dt><dd>File structure %1 &middot; Missing bitmap fonts %2 &middot; "
-                           "Missing PostScript fonts %3 &middot; Duplicates %4</dd></dl>")
+    html += QStringLiteral(
+        "<dt>Found by pass</dt><dd>File structure %1 &middot; Missing bitmap fonts %2 &middot; "
+        "Missing PostScript fonts %3 &middot; Duplicates %4</dd></dl>")
                 .arg(QVReportStore::formatCount(input.fileStructureProblemCount),
-                     QVReportStore::formatCount(input.missingBitmapProblemCount),
-                     QVReportStore::formatCount(input.missingPSProblemCount),
-                     QVReportStore::formatCount(input.duplicateProblemCount));
+                    QVReportStore::formatCount(input.missingBitmapProblemCount),
+                    QVReportStore::formatCount(input.missingPSProblemCount),
+                    QVReportStore::formatCount(input.duplicateProblemCount));
     return html;
 }
 
 // One marker's text between its opening and closing tag: [begin, end).
-struct Block
-{
+struct Block {
     qsizetype begin = -1;
     qsizetype end = -1;
     bool found() const { return begin >= 0 && end >= begin; }
@@ -212,8 +214,7 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         }
     }
 
-    struct Failure
-    {
+    struct Failure {
         const QVFontFile *file;
         const QVStatus *status;
         QString description;
@@ -226,9 +227,9 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
             if (!status)
                 continue;
             if (!status->movedToLibraryErrorInfo.isEmpty())
-                failures.append({file.get(), status.get(), status->movedToLibraryErrorInfo});
+                failures.append({ file.get(), status.get(), status->movedToLibraryErrorInfo });
             else if (!status->copiedToLibraryErrorInfo.isEmpty())
-                failures.append({file.get(), status.get(), status->copiedToLibraryErrorInfo});
+                failures.append({ file.get(), status.get(), status->copiedToLibraryErrorInfo });
         }
     }
 
@@ -248,8 +249,8 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),
-                  heading(corrupt.size(), "%1 fonts were diagnosed as corrupt or damaged:",
-                          "1 font was diagnosed as corrupt or damaged:"));
+        heading(corrupt.size(),
+            "%1 fonts were diagnosed as corrupt or damaged:", "1 font was diagnosed as corrupt or damaged:"));
 
     section = {};
     for (qsizetype i = 0; i < duplicates.size(); ++i) {
@@ -267,14 +268,14 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
                 = QStringLiteral("<b>%1</b><br><div style=\"padding-top:5px;font-size:11px;\">Matched Font: "
                                  "%2<br><span style=\"color:#777;\">%3</span></div>")
                       .arg(esc(ownerStatus.fontErrorsInfo.value(e)), esc(displayName(file, status)),
-                           esc(pathOf(owner.fontFile->URL)));
+                          esc(pathOf(owner.fontFile->URL)));
             row.qv_diagnosis_action = quarantineRule(file, status, true, &usedStar);
             section.append(std::move(row));
         }
     }
     appendSection(rows, std::move(section),
-                  heading(duplicates.size(), "%1 fonts were diagnosed as having duplicate fonts:",
-                          "1 font was diagnosed as having duplicate fonts:"));
+        heading(duplicates.size(), "%1 fonts were diagnosed as having duplicate fonts:",
+            "1 font was diagnosed as having duplicate fonts:"));
 
     section = {};
     for (const QVProblemFont *entry : std::as_const(missingBitmap)) {
@@ -289,9 +290,9 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),
-                  heading(missingBitmap.size(),
-                          "%1 PostScript fonts were diagnosed as missing their bitmap font counterparts:",
-                          "1 PostScript font was diagnosed as missing it's bitmap font counterpart:"));
+        heading(missingBitmap.size(),
+            "%1 PostScript fonts were diagnosed as missing their bitmap font counterparts:",
+            "1 PostScript font was diagnosed as missing it's bitmap font counterpart:"));
 
     section = {};
     for (const QVProblemFont *entry : std::as_const(missingPostScript)) {
@@ -306,13 +307,14 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),
-                  heading(missingPostScript.size(),
-                          "%1 bitmap fonts were diagnosed as missing their PostScript font counterparts:",
-                          "1 bitmap font was diagnosed as missing it's PostScript font counterpart:"));
+        heading(missingPostScript.size(),
+            "%1 bitmap fonts were diagnosed as missing their PostScript font counterparts:",
+            "1 bitmap font was diagnosed as missing it's PostScript font counterpart:"));
 
     section = {};
-    const QString condition = m_settings->copyFontFiles() ? QStringLiteral("Couldn't copy font to folder \"%1\"")
-                                                          : QStringLiteral("Couldn't move font to folder \"%1\"");
+    const QString condition = m_settings->copyFontFiles()
+        ? QStringLiteral("Couldn't copy font to folder \"%1\"")
+        : QStringLiteral("Couldn't move font to folder \"%1\"");
     const QString organizeFolder = esc(m_settings->organizeFontsFolder());
     for (const Failure &failure : std::as_const(failures)) {
         QVReportRow row;
@@ -323,8 +325,8 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),
-                  heading(failures.size(), "%1 fonts had problems when being organized:",
-                          "1 font had a problem when being organized:"));
+        heading(failures.size(),
+            "%1 fonts had problems when being organized:", "1 font had a problem when being organized:"));
 
     if (usedStar)
         data.qv_diagnosis_info_footer = kFooter;
@@ -339,7 +341,8 @@ QString QVReportManager::fillTemplate(const QVReportData &data)
         if (file.open(QIODevice::ReadOnly))
             html = QString::fromUtf8(file.readAll());
         else
-            qCWarning(lcReports).noquote() << QStringLiteral("Error: report template %1").arg(file.errorString());
+            qCWarning(lcReports).noquote()
+                << QStringLiteral("Error: report template %1").arg(file.errorString());
     }
     if (html.isEmpty()) {
         m_reportIsProcessing.store(false);
@@ -354,90 +357,97 @@ QString QVReportManager::fillTemplate(const QVReportData &data)
     html.replace(QLatin1String("<qv_computer_name>"), esc(QVUserAccount::localizedHostName()));
     html.replace(QLatin1String("<qv_date>"), esc(locale.toString(data.qv_date.date(), QLocale::LongFormat)));
     html.replace(QLatin1String("<qv_time>"),
-                 esc(locale.toString(data.qv_date, locale.timeFormat(QLocale::LongFormat))));
+        esc(locale.toString(data.qv_date, locale.timeFormat(QLocale::LongFormat))));
     html.replace(QLatin1String("<qv_report_title>"), esc(data.qv_report_title));
     html.replace(QLatin1String("<qv_total_examined>"), QVReportStore::formatCount(data.qv_total_examined));
     html.replace(QLatin1String("<qv_total_problems>"), QVReportStore::formatCount(data.qv_total_problems));
     html.replace(QLatin1String("<qv_total_healthy>"), QVReportStore::formatCount(data.qv_total_healthy));
-    html.replace(QLatin1String("<qv_total_quarantined>"), QVReportStore::formatCount(data.qv_total_quarantined));
+    html.replace(
+        QLatin1String("<qv_total_quarantined>"), QVReportStore::formatCount(data.qv_total_quarantined));
     html.replace(QLatin1String("<qv_scan_summary>"), data.qv_scan_summary);
+
+    // The version and the footnote first: row values are escaped, so they
+    // cannot hold a marker, and the big text is then never copied again.
+    html.replace(QLatin1String("<qv_diagnosis_version>"), QStringLiteral(QV_VERSION));
+    html.replace(QLatin1String("<qv_diagnosis_info_footer>"),
+        data.qv_diagnosis_info_footer.isEmpty() ? QStringLiteral("<br>") : data.qv_diagnosis_info_footer);
 
     const Block table
         = findBlock(html, QStringLiteral("<qv_diagnosis_table>"), QStringLiteral("</qv_diagnosis_table>"));
-    if (table.found()) {
-        const QString tableTemplate = html.mid(table.begin, table.end - table.begin);
-        const Block row
-            = findBlock(tableTemplate, QStringLiteral("<qv_diagnosis_row>"), QStringLiteral("</qv_diagnosis_row>"));
-        // Without a row block the table is cloned whole and no rows are added.
-        const QString tableHead = row.found() ? tableTemplate.left(row.begin) : tableTemplate;
-        const QString tableTail = row.found() ? tableTemplate.mid(row.end) : QString();
-        const QString rowTemplate = row.found() ? tableTemplate.mid(row.begin, row.end - row.begin) : QString();
+    if (!table.found())
+        return html;
+    const QString tableTemplate = html.mid(table.begin, table.end - table.begin);
+    const Block row = findBlock(
+        tableTemplate, QStringLiteral("<qv_diagnosis_row>"), QStringLiteral("</qv_diagnosis_row>"));
+    // Without a row block the table is cloned whole and no rows are added.
+    const QString tableHead = row.found() ? tableTemplate.left(row.begin) : tableTemplate;
+    const QString tableTail = row.found() ? tableTemplate.mid(row.end) : QString();
+    const QString rowTemplate = row.found() ? tableTemplate.mid(row.begin, row.end - row.begin) : QString();
 
-        const qsizetype count = data.diagnosisArray.size();
-        const bool showProgress = count > kProgressThreshold;
-        double step = count > 0 ? 100.0 / double(count) : 0.0;
-        if (step == 0.0)
-            step = 0.1;
-        if (showProgress) {
-            m_progress->reset();
-            m_progress->setTitle(QStringLiteral("Generating Report..."));
-            m_progress->setLabel(QStringLiteral("Generating Report..."));
-            m_progress->setMaximum(100);
-            Q_EMIT progressShown();
-        }
-
-        QString tables;
-        QString openHead, openTail, rows;
-        bool tableOpen = false;
-        int colour = 0;
-        const auto closeTable = [&] {
-            if (tableOpen)
-                tables += openHead + rows + openTail;
-            rows.clear();
-        };
-        for (const QVReportRow &item : data.diagnosisArray) {
-            if (m_cancel.load()) {
-                if (showProgress)
-                    Q_EMIT progressClosed();
-                m_reportIsProcessing.store(false);
-                return QString();
-            }
-            if (!item.qv_diagnosis_header.isEmpty()) {
-                closeTable();
-                openHead = tableHead;
-                openHead.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
-                openTail = tableTail;
-                openTail.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
-                tableOpen = true;
-                colour = 0;
-            }
-            QString line = rowTemplate;
-            line.replace(QLatin1String("<qv_row_color>"),
-                         colour == 0 ? QLatin1String("#CCCCCC") : QLatin1String("#E1E1E1"));
-            line.replace(QLatin1String("<qv_diagnosis_fontName>"), item.qv_diagnosis_fontName);
-            line.replace(QLatin1String("<qv_diagnosis_location>"), item.qv_diagnosis_location);
-            line.replace(QLatin1String("<qv_diagnosis_condition>"), item.qv_diagnosis_condition);
-            line.replace(QLatin1String("<qv_diagnosis_action>"), item.qv_diagnosis_action);
-            rows += line;
-            colour ^= 1;
-            if (showProgress)
-                m_progress->increment(step);
-        }
-        closeTable();
-        html.replace(table.begin, table.end - table.begin, tables);
-        if (showProgress) {
-            m_progress->setValue(100);
-            Q_EMIT progressClosed();
-        }
+    const qsizetype count = data.diagnosisArray.size();
+    const bool showProgress = count > kProgressThreshold;
+    double step = count > 0 ? 100.0 / double(count) : 0.0;
+    if (step == 0.0)
+        step = 0.1;
+    if (showProgress) {
+        m_progress->reset();
+        m_progress->setTitle(QStringLiteral("Generating Report..."));
+        m_progress->setLabel(QStringLiteral("Generating Report..."));
+        m_progress->setMaximum(100);
+        Q_EMIT progressShown();
     }
 
-    html.replace(QLatin1String("<qv_diagnosis_version>"), QStringLiteral(QV_VERSION));
-    html.replace(QLatin1String("<qv_diagnosis_info_footer>"),
-                 data.qv_diagnosis_info_footer.isEmpty() ? QStringLiteral("<br>") : data.qv_diagnosis_info_footer);
-    return html;
+    // The tables are written straight into the output, between the text before
+    // the table block and the text after it.
+    QString output = html.left(table.begin);
+    QString openTail;
+    bool tableOpen = false;
+    int colour = 0;
+    QString line;
+    for (const QVReportRow &item : data.diagnosisArray) {
+        if (m_cancel.load()) {
+            if (showProgress)
+                Q_EMIT progressClosed();
+            m_reportIsProcessing.store(false);
+            return QString();
+        }
+        if (!item.qv_diagnosis_header.isEmpty()) {
+            if (tableOpen)
+                output += openTail;
+            QString openHead = tableHead;
+            openHead.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
+            output += openHead;
+            openTail = tableTail;
+            openTail.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
+            tableOpen = true;
+            colour = 0;
+        }
+        line = rowTemplate;
+        line.replace(QLatin1String("<qv_row_color>"),
+            colour == 0 ? QLatin1String("#CCCCCC") : QLatin1String("#E1E1E1"));
+        line.replace(QLatin1String("<qv_diagnosis_fontName>"), item.qv_diagnosis_fontName);
+        line.replace(QLatin1String("<qv_diagnosis_location>"), item.qv_diagnosis_location);
+        line.replace(QLatin1String("<qv_diagnosis_condition>"), item.qv_diagnosis_condition);
+        line.replace(QLatin1String("<qv_diagnosis_action>"), item.qv_diagnosis_action);
+        // Rows before the first heading have no table to go into.
+        if (tableOpen)
+            output += line;
+        colour ^= 1;
+        if (showProgress)
+            m_progress->increment(step);
+    }
+    if (tableOpen)
+        output += openTail;
+    output += QStringView(html).mid(table.end);
+    if (showProgress) {
+        m_progress->setValue(100);
+        Q_EMIT progressClosed();
+    }
+    return output;
 }
 
-void QVReportManager::getReportHTML(const QVReportData &data, std::function<void(const QString &html)> completion)
+void QVReportManager::getReportHTML(
+    const QVReportData &data, std::function<void(const QString &html)> completion)
 {
     m_reportIsProcessing.store(true);
     m_cancel.store(false);
@@ -486,7 +496,8 @@ void QVReportManager::createReport(const QDateTime &scanDate, bool showReport)
 {
     m_reportIsReady.store(false);
     const QVReportData data = createReportDataDictionary(scanDate);
-    getReportHTML(data, [this, data, showReport](const QString &html) { storeReport(data, html, showReport); });
+    getReportHTML(
+        data, [this, data, showReport](const QString &html) { storeReport(data, html, showReport); });
 }
 
 QVariantMap QVReportManager::writeReport(const QDateTime &scanDate)
@@ -503,8 +514,8 @@ QVariantMap QVReportManager::writeReport(const QDateTime &scanDate)
         finished = true;
         done.notify_all();
     };
-    const QMetaObject::Connection cancelled
-        = connect(this, &QVReportManager::reportCancelled, this, [&] { finish({}); }, Qt::DirectConnection);
+    const QMetaObject::Connection cancelled = connect(
+        this, &QVReportManager::reportCancelled, this, [&] { finish({}); }, Qt::DirectConnection);
     getReportHTML(data, [&](const QString &html) { finish(storeReport(data, html, false)); });
     {
         std::unique_lock<std::mutex> lock(mutex);
@@ -530,7 +541,8 @@ void QVReportManager::showReport(const QVariantMap &record)
         hook(record);
         return;
     }
-    QMetaObject::invokeMethod(app, [hook, record] { hook(record); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        app, [hook, record] { hook(record); }, Qt::QueuedConnection);
 }
 
 void QVReportManager::setShowReportHook(ShowReportHook hook)

@@ -13,7 +13,6 @@
 #include <QString>
 #include <QThreadPool>
 #include <QVariantMap>
-
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -92,7 +91,7 @@ private:
     std::unique_ptr<QVProgress> m_progress;
     QThreadPool m_generateHTMLqueue;
     QString m_templatePath;
-    std::atomic<bool> m_cancel{false};
-    std::atomic<bool> m_reportIsReady{false};
-    std::atomic<bool> m_reportIsProcessing{false};
+    std::atomic<bool> m_cancel { false };
+    std::atomic<bool> m_reportIsReady { false };
+    std::atomic<bool> m_reportIsProcessing { false };
 };

@@ -7,7 +7,8 @@
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
 
-namespace {
+namespace
+{
 
 constexpr int kMaxDepth = 64;
 
@@ -56,7 +57,7 @@ void writeValue(QXmlStreamWriter &writer, const QVariant &value)
         break;
     case QMetaType::QDateTime:
         writer.writeTextElement(QStringLiteral("date"),
-                                value.toDateTime().toUTC().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ssZ")));
+            value.toDateTime().toUTC().toString(QStringLiteral("yyyy-MM-ddTHH:mm:ssZ")));
         break;
     case QMetaType::QByteArray:
         writer.writeTextElement(QStringLiteral("data"), QString::fromLatin1(value.toByteArray().toBase64()));

@@ -14,10 +14,10 @@
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QStandardPaths>
-
 #include <algorithm>
 
-namespace {
+namespace
+{
 
 const QString kIndexName = QStringLiteral("dataSource");
 // File names stay well below the 255-byte limit, with room for "_N".
@@ -83,7 +83,7 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     QString path = QStringLiteral("%1/%2").arg(reportFolderPath(), name);
     // The index file is never a report's name, even before it is first written.
     for (int number = 1; pathIsTaken(path) || path == indexPath; ++number)
-        path = QStringLiteral("%1/%2_%3").arg(reportFolderPath(), name).arg(number);
+        path = QStringLiteral("%1/%2_%3").arg(reportFolderPath(), name, QString::number(number));
 
     QSaveFile file(path);
     const QByteArray data = report.value(QStringLiteral("reportData")).toString().toUtf8();
@@ -103,8 +103,8 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     return commitReport();
 }
 
-void QVReportStore::addFileToReportsDataSource(const QString &filePath, const QString &displayName,
-                                               const QVariantMap &info)
+void QVReportStore::addFileToReportsDataSource(
+    const QString &filePath, const QString &displayName, const QVariantMap &info)
 {
     if (!m_hasIndex)
         return;
@@ -116,9 +116,9 @@ void QVReportStore::addFileToReportsDataSource(const QString &filePath, const QS
     record.insert(QStringLiteral("reportName"), displayName);
     record.insert(QStringLiteral("filePath"), filePath);
     record.insert(QStringLiteral("qv_total_examined"),
-                  formatCount(info.value(QStringLiteral("qv_total_examined")).toLongLong()));
+        formatCount(info.value(QStringLiteral("qv_total_examined")).toLongLong()));
     record.insert(QStringLiteral("qv_total_problems"),
-                  formatCount(info.value(QStringLiteral("qv_total_problems")).toLongLong()));
+        formatCount(info.value(QStringLiteral("qv_total_problems")).toLongLong()));
     m_reportFilesDataArray.append(record);
 }
 
@@ -148,7 +148,8 @@ void QVReportStore::loadReportDataSourceFromDisk()
     const QVariant root = QVPropertyList::readFile(indexPath, &error);
     if (root.typeId() != QMetaType::QVariantList) {
         qCWarning(lcStore).noquote() << QStringLiteral("Error: loadReportDataSourceFromDisk %1 %2")
-                                            .arg(indexPath, error.isEmpty() ? QStringLiteral("not a list") : error);
+                                            .arg(indexPath,
+                                                error.isEmpty() ? QStringLiteral("not a list") : error);
         m_hasIndex = false;
         return;
     }
@@ -188,15 +189,15 @@ QString QVReportStore::cleanFontCaches()
     const QStringList names = userCache.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
     for (const QString &name : names) {
         if (cacheFile.match(name).hasMatch() && !QFile::remove(userCache.filePath(name)))
-            qCWarning(lcStore).noquote() << QStringLiteral("Error: cleanFontCaches could not remove %1")
-                                                .arg(userCache.filePath(name));
+            qCWarning(lcStore).noquote()
+                << QStringLiteral("Error: cleanFontCaches could not remove %1").arg(userCache.filePath(name));
     }
 
     QString fcCache = QStandardPaths::findExecutable(QStringLiteral("fc-cache"));
     if (fcCache.isEmpty())
         fcCache = QStringLiteral("/usr/bin/fc-cache");
     const QString error
-        = QVPrivilegedRunner::shared()->runWithAdministratorRights(fcCache, {QStringLiteral("-r")});
+        = QVPrivilegedRunner::shared()->runWithAdministratorRights(fcCache, { QStringLiteral("-r") });
     if (!error.isNull())
         qCWarning(lcStore).noquote() << QStringLiteral("Error: cleanFontCaches %1").arg(error);
     return error;
@@ -261,6 +262,24 @@ QStringList QVReportStore::removeReports(const QStringList &filePaths)
     return errors;
 }
 
+QString QVReportStore::browserCopyOfReport(const QString &filePath, QString *error) const
+{
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
+        + QStringLiteral("/Quorvel/Reports");
+    if (!QDir().mkpath(folder)) {
+        *error = QStringLiteral("cannot create %1").arg(folder);
+        return QString();
+    }
+    const QString copy = folder + QLatin1Char('/') + QFileInfo(filePath).fileName() + QStringLiteral(".html");
+    QFile::remove(copy);
+    QFile source(filePath);
+    if (!source.copy(copy)) {
+        *error = source.errorString();
+        return QString();
+    }
+    return copy;
+}
+
 QString QVReportStore::formatCount(qint64 count)
 {
     static const QLocale grouping(QLocale::English, QLocale::UnitedStates);
@@ -269,7 +288,8 @@ QString QVReportStore::formatCount(qint64 count)
 
 QString QVReportStore::userFontCacheFolder()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + QStringLiteral("/fontconfig");
+    return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation)
+        + QStringLiteral("/fontconfig");
 }
 
 bool QVReportStore::isInsideReportFolder(const QString &filePath) const
@@ -278,5 +298,5 @@ bool QVReportStore::isInsideReportFolder(const QString &filePath) const
         return false;
     const QFileInfo info(QDir::cleanPath(filePath));
     return info.isAbsolute() && info.absolutePath() == QDir::cleanPath(reportFolderPath())
-           && info.fileName() != kIndexName;
+        && info.fileName() != kIndexName;
 }

@@ -30,7 +30,8 @@ public:
     // null string on success, else the error; the index is saved on success.
     QString addFileToReports(const QVariantMap &report);
     // Appends an index record; nothing is written here.
-    void addFileToReportsDataSource(const QString &filePath, const QString &displayName, const QVariantMap &info);
+    void addFileToReportsDataSource(
+        const QString &filePath, const QString &displayName, const QVariantMap &info);
     // Writes the index whole and atomically; a null string on success.
     QString commitReport();
     void loadReportDataSourceFromDisk();
@@ -60,6 +61,11 @@ public:
     // the newest report in the settings when it is among them. Returns the
     // errors met (one line each); the records go even when a file could not.
     QStringList removeReports(const QStringList &filePaths);
+
+    // Browsers go by a file's extension and report files have none: a copy
+    // named "NAME.html" in the cache folder is what a browser is given. Returns
+    // its path, or an empty string with *error set.
+    QString browserCopyOfReport(const QString &filePath, QString *error) const;
 
     // Counts as the index stores them: "," between groups of three digits.
     static QString formatCount(qint64 count);
