@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVForkStorage.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVLog.h"
@@ -38,6 +39,16 @@ quint64 lastProgressUpdate = 0;
 
 // A saved list larger than this is not ours.
 constexpr qint64 kMaxFontItemsFileSize = 512 * 1024 * 1024;
+
+// The type code from the file's Finder info, wherever the platform keeps it.
+QByteArray finderInfoTypeCode(const QString &path)
+{
+    QByteArray info;
+    if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 4)
+        return QByteArray();
+    const QByteArray type = info.left(4);
+    return type == QByteArray(4, '\0') ? QByteArray() : type;
+}
 
 qint64 steadyNanoseconds()
 {
@@ -103,6 +114,7 @@ void QVFileManager::initCommon()
     m_ownProgress->setMaximum(100);
     m_progress = m_ownProgress;
     m_clock = steadyNanoseconds;
+    m_typeCodeReader = finderInfoTypeCode;
 }
 
 QVFileManager::~QVFileManager()

@@ -63,6 +63,8 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     font(QStringLiteral("Font.TTF"));
     font(QStringLiteral("Invisible.ttf"));
     ASSERT_TRUE(setFinderInfo(root() + QStringLiteral("/Invisible.ttf"), "sfnt", "movr", 0x4000));
+    QString error;
+    ASSERT_FALSE(makeSuitcase(root() + QStringLiteral("/Suitcase"), &error).isEmpty()) << qPrintable(error);
     font(QStringLiteral("Zapf.ttf"));
     // What macOS and netatalk leave beside a font on a file server: metadata,
     // named like fonts, never fonts themselves.
@@ -81,9 +83,9 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
 
     ASSERT_TRUE(scanAndWait({ root() }));
     const QStringList expected = { QStringLiteral(".hiddenFolder/Deep.otf"), QStringLiteral("Font.TTF"),
-        QStringLiteral("Invisible.ttf"), QStringLiteral("Zapf.ttf"), QStringLiteral("_under.ttf"),
-        QStringLiteral("a.pfb"), QStringLiteral("b/c.ttf"), QStringLiteral("b/d/e.otf"),
-        QStringLiteral("bb.ttf"), QString::fromUtf8("\xef\xac\x81.ttf"),
+        QStringLiteral("Invisible.ttf"), QStringLiteral("Suitcase"), QStringLiteral("Zapf.ttf"),
+        QStringLiteral("_under.ttf"), QStringLiteral("a.pfb"), QStringLiteral("b/c.ttf"),
+        QStringLiteral("b/d/e.otf"), QStringLiteral("bb.ttf"), QString::fromUtf8("\xef\xac\x81.ttf"),
         QString::fromUtf8("\xf0\x9d\x94\x89.ttf") };
     EXPECT_EQ(found(root()), expected);
     EXPECT_EQ(record->paths().size(), expected.size());
@@ -238,9 +240,18 @@ TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
     const QString textCalledTtf = home.writeFile(QStringLiteral("f/readme.ttf"), "hello");
     EXPECT_TRUE(fileMgr.isFontFile(textCalledTtf));
 
-    // A type code reader decides for files without a telling name.
+    // The HFS type code decides for files without a telling name.
     const QString bare = home.writeFile(QStringLiteral("f/Bare"), "");
     EXPECT_FALSE(fileMgr.isFontFile(bare));
+    const QString outline = copyRealFont(type1Font(), folder + QStringLiteral("Outline.bin"));
+    const QString bitmap = home.writeFile(QStringLiteral("f/Bitmaps"), "");
+    const QString tagged = home.writeFile(QStringLiteral("f/Tagged"), "");
+    ASSERT_TRUE(setFinderInfo(outline, "LWFN", "ASPF", 0));
+    ASSERT_TRUE(setFinderInfo(bitmap, "FONT", "DMOV", 0));
+    ASSERT_TRUE(setFinderInfo(tagged, "TEXT", "ttxt", 0));
+    EXPECT_TRUE(fileMgr.isSupportedFontFileType(outline));
+    EXPECT_TRUE(fileMgr.isFontFile(bitmap));
+    EXPECT_FALSE(fileMgr.isFontFile(tagged));
     fileMgr.setTypeCodeReader([](const QString &path) {
         return path.endsWith(QLatin1String("Bare")) ? QByteArray("LWFN") : QByteArray("TEXT");
     });
