@@ -1,16 +1,22 @@
 #include "QVScanTestSupport.h"
 #include "engine/QVFontDataManager.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVProgress.h"
+#include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
 #include "support/QVTestHome.h"
 
+#include <QDBusConnection>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace
 {
@@ -79,6 +85,8 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     font(QString::fromUtf8("\xf0\x9d\x94\x89.ttf"));
     font(QString::fromUtf8("\xef\xac\x81.ttf"));
     home.writeFile(QStringLiteral("fonts/notes.txt"), "not a font");
+    // A pipe with a font's name must not hold the walk up.
+    ASSERT_EQ(mkfifo(QFile::encodeName(root() + QStringLiteral("/Pipe.ttf")).constData(), 0600), 0);
     home.writeFile(QStringLiteral("fonts/Empty Folder/.keep"), "");
 
     ASSERT_TRUE(scanAndWait({ root() }));
@@ -218,6 +226,42 @@ TEST_F(ScanTest, CancelWithoutAWalkOnlySetsTheFlag)
     ASSERT_TRUE(scanAndWait({ root() }));
     EXPECT_EQ(notifications.statuses, QStringList { QStringLiteral("success") });
     EXPECT_EQ(found(root()), QStringList { QStringLiteral("a.ttf") });
+}
+
+TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
+{
+    if (!QDBusConnection::sessionBus().isConnected())
+        GTEST_SKIP() << "no session bus: run under dbus-run-session (scripts/test.sh does)";
+    struct Heard final : QVHelperCommunicationsDelegate {
+        void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+        {
+            names.append(response);
+            senders.append(sender);
+            dates.append(options.value(QStringLiteral("kPayloadOptions")).toDateTime());
+        }
+        QStringList names, senders;
+        QList<QDateTime> dates;
+    };
+    QVHelperCommunications application(QString::fromLatin1(QVSettings::kBundleIdentifier));
+    QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
+    QVHelperCommunications scheduler(QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier));
+    Heard heardByHandler, heardByScheduler;
+    handler.setDelegate(&heardByHandler);
+    scheduler.setDelegate(&heardByScheduler);
+    fileMgr->setHelperCommunications(&application);
+
+    font(QStringLiteral("a.ttf"));
+    const QDateTime before = QDateTime::currentDateTimeUtc().addMSecs(-1);
+    ASSERT_TRUE(scanAndWait({ root() }));
+    ASSERT_TRUE(
+        waitFor([&] { return !heardByHandler.names.isEmpty() && !heardByScheduler.names.isEmpty(); }));
+    EXPECT_EQ(heardByHandler.names, QStringList { QStringLiteral("kResponse_ScanFonts_Start") });
+    EXPECT_EQ(heardByScheduler.names, QStringList { QStringLiteral("kResponse_ScanFonts_Start") });
+    EXPECT_EQ(heardByHandler.senders.value(0), QString::fromLatin1(QVSettings::kBundleIdentifier));
+    const QDateTime sent = heardByHandler.dates.value(0);
+    EXPECT_TRUE(sent.isValid());
+    EXPECT_GE(sent, before);
+    EXPECT_LE(sent, QDateTime::currentDateTimeUtc());
 }
 
 TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
