@@ -15,7 +15,6 @@
 #include <QFileInfo>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 namespace
@@ -307,6 +306,25 @@ TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
         EXPECT_TRUE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
     for (const char *name : { ".app", "app", "Fonts", ".hidden", "AppleDouble", "__MACOSX" })
         EXPECT_FALSE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
+}
+
+TEST(QVFileManagerRules, FolderChoiceIsLeftToTheInstalledChooser)
+{
+    QVTestHome home;
+    QVFileManager fileMgr;
+    // Without a chooser (no screen) there is nothing to choose.
+    EXPECT_FALSE(fileMgr.selectFolderToScan(home.path()).has_value());
+    QString askedWith;
+    fileMgr.setFolderChooser([&](const QString &initial) -> std::optional<QStringList> {
+        askedWith = initial;
+        if (initial.isEmpty())
+            return std::nullopt; // the user cancelled
+        return QStringList { initial + QStringLiteral("/a"), initial + QStringLiteral("/b") };
+    });
+    EXPECT_EQ(fileMgr.selectFolderToScan(home.path()),
+        (QStringList { home.path() + QStringLiteral("/a"), home.path() + QStringLiteral("/b") }));
+    EXPECT_EQ(askedWith, home.path());
+    EXPECT_FALSE(fileMgr.selectFolderToScan().has_value());
 }
 
 TEST(QVFileManagerRules, RootRepositoryIsMadeOnceAndCached)
