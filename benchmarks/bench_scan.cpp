@@ -14,8 +14,7 @@
 #include <cstdio>
 #include <sys/resource.h>
 
-namespace
-{
+namespace {
 
 double peakMemoryMegabytes()
 {

@@ -6,8 +6,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-namespace
-{
+namespace {
 // Redrawing more often than this only costs time.
 constexpr qint64 kRedrawIntervalMs = 100;
 constexpr int kBarWidth = 30;

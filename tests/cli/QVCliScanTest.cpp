@@ -12,8 +12,7 @@
 #include <QThread>
 #include <gtest/gtest.h>
 
-namespace
-{
+namespace {
 
 struct ScanRun {
     int exitCode = -1;

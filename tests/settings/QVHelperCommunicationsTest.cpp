@@ -14,8 +14,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-namespace
-{
+namespace {
 
 const QString kApp = QString::fromLatin1(QVSettings::kBundleIdentifier);
 const QString kHandler = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
@@ -94,8 +93,7 @@ public Q_SLOTS:
     }
 };
 
-namespace
-{
+namespace {
 
 class HelperChannelTest : public ::testing::Test
 {

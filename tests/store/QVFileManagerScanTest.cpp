@@ -17,8 +17,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-namespace
-{
+namespace {
 
 class ScanTest : public ::testing::Test
 {
