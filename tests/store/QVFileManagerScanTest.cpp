@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -298,6 +299,16 @@ TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
     EXPECT_TRUE(fileMgr.isSupportedFontFileType(outline));
     EXPECT_TRUE(fileMgr.isFontFile(bitmap));
     EXPECT_FALSE(fileMgr.isFontFile(tagged));
+
+    // A Type 1 outline file as t1mac writes it for a file server: an empty
+    // data fork and an AppleDouble sidecar with type LWFN.
+    const QString lwfn = home.writeFile(QStringLiteral("f/C059Ita"), "");
+    QProcess t1mac;
+    t1mac.start(QStringLiteral("t1mac"),
+        { QStringLiteral("--appledouble"), type1Font(), folder + QStringLiteral("._C059Ita") });
+    ASSERT_TRUE(t1mac.waitForFinished(60000));
+    ASSERT_EQ(t1mac.exitCode(), 0) << t1mac.readAllStandardError().constData();
+    EXPECT_TRUE(fileMgr.isFontFile(lwfn));
     fileMgr.setTypeCodeReader([](const QString &path) {
         return path.endsWith(QLatin1String("Bare")) ? QByteArray("LWFN") : QByteArray("TEXT");
     });
