@@ -10,7 +10,7 @@ namespace
 {
 // Redrawing more often than this only costs time.
 constexpr qint64 kRedrawIntervalMs = 100;
-constexpr int kBarWidth = 30;
+constexpr int kBarWidth = 20;
 } // namespace
 
 QVTerminalProgress::QVTerminalProgress(QVProgress *progress, FILE *stream, QObject *parent)
