@@ -9,12 +9,12 @@
 #include "settings/QVSettings.h"
 
 #include <QCoreApplication>
+
 #include <cstdio>
 #include <memory>
 #include <vector>
 
-namespace
-{
+namespace {
 
 std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
@@ -24,6 +24,8 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     commands.push_back(std::make_unique<QVScanCommand>());
     commands.push_back(std::make_unique<QVReportsCommand>());
     commands.push_back(std::make_unique<QVCleanCachesCommand>());
+    commands.push_back(std::make_unique<QVScanCommand>());
+    commands.push_back(std::make_unique<QVRsrcCommand>());
     return commands;
 }
 

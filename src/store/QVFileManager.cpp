@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVForkStorage.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVLog.h"
@@ -28,8 +29,7 @@
 #include <utility>
 #include <vector>
 
-namespace
-{
+namespace {
 
 // Seconds of the last label update, whole, kept for the life of the process:
 // a later scan leaves the label alone until its own elapsed time passes this
@@ -38,6 +38,16 @@ quint64 lastProgressUpdate = 0;
 
 // A saved list larger than this is not ours.
 constexpr qint64 kMaxFontItemsFileSize = 512 * 1024 * 1024;
+
+// The type code from the file's Finder info, wherever the platform keeps it.
+QByteArray finderInfoTypeCode(const QString &path)
+{
+    QByteArray info;
+    if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 4)
+        return QByteArray();
+    const QByteArray type = info.left(4);
+    return type == QByteArray(4, '\0') ? QByteArray() : type;
+}
 
 qint64 steadyNanoseconds()
 {
@@ -103,6 +113,7 @@ void QVFileManager::initCommon()
     m_ownProgress->setMaximum(100);
     m_progress = m_ownProgress;
     m_clock = steadyNanoseconds;
+    m_typeCodeReader = finderInfoTypeCode;
 }
 
 QVFileManager::~QVFileManager()
@@ -221,7 +232,10 @@ bool QVFileManager::findFontFiles(
             // into itself is walked once.
             if (!info.isSymLink() && !isSkippedFolderName(name))
                 stack.push_back({ path, sortedEntries(path), 0 });
-        } else if (info.exists() && isFontFile(path) && !name.startsWith(QLatin1Char('.'))) {
+        } else if (info.isFile() && !name.startsWith(QLatin1Char('.')) && isFontFile(path)) {
+            // Only regular files: reading the content type of a pipe or a
+            // device would hang the walk. Names beginning with "." (hidden
+            // files, "._" sidecars) are never fonts to examine.
             m_dataMgr->addFontFileItem(path);
         }
 

@@ -118,13 +118,16 @@ QString makeSuitcase(const QString &path, QString *error)
         process.setWorkingDirectory(work.path());
         process.start(program, arguments);
         process.waitForFinished(60000);
-        return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+        return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     };
-    if (!run(QStringLiteral("otf2bdf"),
-            { QStringLiteral("-p"), QStringLiteral("12"), dejaVuSans(), QStringLiteral("-o"),
-                QStringLiteral("DejaVuSans-12.bdf") })
-        || !run(
-            QStringLiteral("ufond"), { QStringLiteral("-macbin"), QStringLiteral("DejaVuSans-12.bdf") })) {
+    // otf2bdf's exit status is not a success flag (it reports 8 for a good
+    // font), so its output file is what counts.
+    run(QStringLiteral("otf2bdf"),
+        { QStringLiteral("-p"), QStringLiteral("12"), dejaVuSans(), QStringLiteral("-o"),
+            QStringLiteral("DejaVuSans-12.bdf") });
+    if (QFileInfo(work.path() + QStringLiteral("/DejaVuSans-12.bdf")).size() == 0
+        || run(QStringLiteral("ufond"), { QStringLiteral("-macbin"), QStringLiteral("DejaVuSans-12.bdf") })
+            != 0) {
         *error = QStringLiteral("otf2bdf or ufond failed");
         return QString();
     }

@@ -15,6 +15,13 @@
 #include <QWaitCondition>
 #include <functional>
 #include <memory>
+#include <ostream>
+
+// Readable failures for texts and lists of texts.
+inline void PrintTo(const QString &text, std::ostream *os)
+{
+    *os << '"' << text.toStdString() << '"';
+}
 
 // Records every examined path, in order. When holdAt names a file, the walk
 // stops inside its examination until release() is called.
