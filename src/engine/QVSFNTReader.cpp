@@ -1,7 +1,6 @@
 #include "engine/QVSFNTReader.h"
 
 #include <QIODevice>
-
 #include <cstring>
 
 QVSFNTReader::QVSFNTReader(QIODevice &device)

@@ -4,7 +4,22 @@
 #include <ft2build.h>
 #include FT_FREETYPE_H
 
+#include <QCoreApplication>
 #include <QFile>
+#include <mutex>
+
+namespace
+{
+
+// fontconfig keeps its configuration for the life of the process; give it
+// back when the application ends so that nothing is left allocated.
+void releaseFontconfigAtExit()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { qAddPostRoutine([] { FcFini(); }); });
+}
+
+} // namespace
 
 bool QVFontActivation::isSupported(const QString &path)
 {
@@ -35,6 +50,7 @@ static bool fontSetHasFile(FcFontSet *fonts, const QByteArray &file)
 
 bool QVFontActivation::isRegistered(const QString &path)
 {
+    releaseFontconfigAtExit();
     FcConfig *config = FcConfigGetCurrent();
     if (!config)
         return false;
@@ -45,6 +61,7 @@ bool QVFontActivation::isRegistered(const QString &path)
 
 bool QVFontActivation::registerForProcess(const QString &path)
 {
+    releaseFontconfigAtExit();
     const QByteArray file = QFile::encodeName(path);
     if (FcConfigAppFontAddFile(nullptr, reinterpret_cast<const FcChar8 *>(file.constData())) != FcTrue)
         return false;
@@ -55,5 +72,6 @@ bool QVFontActivation::registerForProcess(const QString &path)
 
 void QVFontActivation::unregisterProcessFonts()
 {
+    releaseFontconfigAtExit();
     FcConfigAppFontClear(nullptr);
 }
