@@ -154,13 +154,14 @@ void QVFontDiagnose::examineFont(const QString &path)
         currentStatus = std::make_shared<QVStatus>();
 
     const QByteArray type = hfsTypeCode(path);
-    const bool hasFork = hasResourceFork(path);
     const QString extension = QFileInfo(path).suffix().toLower();
     const bool suitcaseType = type == "FFIL" || type == "ffil" || type == "tfil";
 
     enum class Kind { None, SFNT, Suitcase, PostScript } kind = Kind::None;
+    // Only a "ttf" file of a suitcase type needs to know about its fork; the
+    // look-up is left out for every other file.
     if (extension == QLatin1String("ttf"))
-        kind = suitcaseType && hasFork ? Kind::Suitcase : Kind::SFNT;
+        kind = suitcaseType && hasResourceFork(path) ? Kind::Suitcase : Kind::SFNT;
     else if (extension == QLatin1String("otf") || extension == QLatin1String("ttc"))
         kind = Kind::SFNT;
     else if (suitcaseType)
@@ -345,7 +346,7 @@ qint32 QVFontDiagnose::examineOTF(const QString &path)
     const int fallbackType = otfExtension ? QVFontType::OpenType : QVFontType::TrueType;
 
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         saveUnreadableSFNT(
             path, fallbackType, version, QVDefect::withDetail(QVDefect::FileError, file.errorString()));
         return qint32(file.error());
@@ -355,7 +356,9 @@ qint32 QVFontDiagnose::examineOTF(const QString &path)
         return 1;
     }
 
-    QVSFNTReader reader(file);
+    m_sfntFile = &file;
+    m_sfntReader = std::make_unique<QVSFNTReader>(file);
+    QVSFNTReader &reader = *m_sfntReader;
     bool damaged = false;
     bool shortRead = false;
     const bool isOTTO = reader.tagAt(0, "OTTO", shortRead);
@@ -378,6 +381,8 @@ qint32 QVFontDiagnose::examineOTF(const QString &path)
         }
         damaged = checkOTFtable(&file, "kern") != 0;
     }
+    m_sfntReader.reset();
+    m_sfntFile = nullptr;
     file.close();
 
     saveSFNTStatus(path, isOTTO ? QVFontType::OpenType : QVFontType::TrueType, version, names, damaged);
@@ -390,7 +395,7 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
     const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
 
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
         saveUnreadableSFNT(path, otfExtension ? QVFontType::OpenType : QVFontType::TrueType, version,
             QVDefect::withDetail(QVDefect::FileError, file.errorString()));
         return qint32(file.error());
@@ -439,7 +444,10 @@ int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
 {
     if (!file)
         return 1;
-    QVSFNTReader reader(*file);
+    std::unique_ptr<QVSFNTReader> ownReader;
+    if (file != m_sfntFile || !m_sfntReader)
+        ownReader = std::make_unique<QVSFNTReader>(*file);
+    QVSFNTReader &reader = ownReader ? *ownReader : *m_sfntReader;
     const qint64 fileSize = reader.size();
     quint16 tableCount = 0;
     if (!reader.readUInt16(4, tableCount) || tableCount == 0)
@@ -477,8 +485,14 @@ int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
     if (qint64(offset) >= fileSize)
         return 0;
 
+    // The examinations look at the table headers only, so only those bytes
+    // are read (never more than the file holds).
+    constexpr quint32 kHeaderBytes = 64;
     QByteArray data;
-    reader.readBytes(offset, length, data); // at most what the file holds
+    const bool examined = qstrncmp(tag, "cmap", 4) == 0 || qstrncmp(tag, "hhea", 4) == 0
+        || qstrncmp(tag, "hmtx", 4) == 0 || qstrncmp(tag, "maxp", 4) == 0;
+    if (examined)
+        reader.readBytes(offset, qMin(length, kHeaderBytes), data);
     if (qstrncmp(tag, "cmap", 4) == 0)
         return examineCMAP(file, data);
     if (qstrncmp(tag, "hhea", 4) == 0)
@@ -706,10 +720,16 @@ void QVFontDiagnose::loadFoundryNames()
 
 QString QVFontDiagnose::matchFoundryName(const QString &text) const
 {
+    if (m_foundriesLowerSource != foundryArray || m_foundriesLower.size() != foundryArray.size()) {
+        m_foundriesLowerSource = foundryArray;
+        m_foundriesLower.clear();
+        for (const QString &foundry : foundryArray)
+            m_foundriesLower.append(foundry.toLower());
+    }
     const QString lower = text.toLower();
-    for (const QString &foundry : foundryArray) {
-        if (!foundry.isEmpty() && lower.contains(foundry.toLower()))
-            return foundry;
+    for (qsizetype i = 0; i < m_foundriesLower.size(); ++i) {
+        if (!m_foundriesLower.at(i).isEmpty() && lower.contains(m_foundriesLower.at(i)))
+            return foundryArray.at(i);
     }
     return QStringLiteral("Generic");
 }

@@ -137,6 +137,13 @@ private:
     std::unique_ptr<QVSettings> m_settings;
     std::unique_ptr<QVResouceFork> m_resFork;
     std::shared_ptr<QVMemoryHandler> m_memoryHandler;
+    // The reader of the SFNT file being examined, shared with its table
+    // probes so that the directory is read once.
+    QFile *m_sfntFile = nullptr;
+    // foundryArray in lower case, made again whenever the list changes.
+    mutable QStringList m_foundriesLowerSource;
+    mutable QStringList m_foundriesLower;
+    std::unique_ptr<QVSFNTReader> m_sfntReader;
     QList<QVStatusPtr> m_fontStatusArray;
     qint32 m_result = 0;
 };

@@ -16,9 +16,28 @@ bool QVSFNTReader::readBytes(qint64 pos, qint64 length, QByteArray &out)
         return length == 0 && pos >= 0 && pos <= m_size;
     // Never ask for more than the file holds, whatever a length field says.
     const qint64 available = qMin(length, m_size - pos);
+    if (available > kWindowSize) {
+        if (!m_device.seek(pos))
+            return false;
+        out = m_device.read(available);
+        return out.size() == length;
+    }
+    for (int i = 0; i < 2; ++i) {
+        if (m_windows[i].holds(pos, available)) {
+            m_lastUsed = i;
+            out = m_windows[i].bytes.mid(pos - m_windows[i].start, available);
+            return out.size() == length;
+        }
+    }
+    // Refill the window used less recently.
+    Window &window = m_windows[1 - m_lastUsed];
+    window = Window();
     if (!m_device.seek(pos))
         return false;
-    out = m_device.read(available);
+    window.bytes = m_device.read(qMin(kWindowSize, m_size - pos));
+    window.start = pos;
+    m_lastUsed = 1 - m_lastUsed;
+    out = window.bytes.mid(0, available);
     return out.size() == length;
 }
 

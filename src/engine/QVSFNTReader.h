@@ -21,6 +21,22 @@ public:
     bool tagAt(qint64 pos, const char tag[4], bool &shortRead);
 
 private:
+    // Directories, name records and name strings are read through two small
+    // windows (the records and the strings they point to alternate), so
+    // neighbouring reads cost no further seek; larger reads go straight to
+    // the file.
+    static constexpr qint64 kWindowSize = 2048;
+    struct Window {
+        qint64 start = -1;
+        QByteArray bytes;
+        bool holds(qint64 pos, qint64 length) const
+        {
+            return start >= 0 && pos >= start && pos + length <= start + bytes.size();
+        }
+    };
+
     QIODevice &m_device;
     qint64 m_size;
+    Window m_windows[2];
+    int m_lastUsed = 0;
 };
