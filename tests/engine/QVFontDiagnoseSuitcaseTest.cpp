@@ -2,6 +2,7 @@
 // damaged variants of both.
 #include "QVDiagnoseFixtures.h"
 #include "engine/QVFontConstants.h"
+#include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
 #include "support/QVTestHome.h"
 
@@ -343,4 +344,54 @@ TEST_F(QVFontDiagnoseSuitcase, SfntResourceProbes)
     EXPECT_EQ(QVFontDiagnose::styleName(3), "Bold, Italic");
     EXPECT_EQ(QVFontDiagnose::styleName(32), "Condensed");
     EXPECT_EQ(QVFontDiagnose::styleName(5), "5");
+}
+
+TEST_F(QVFontDiagnoseSuitcase, DataManagerRunsTheExaminer)
+{
+    QVFontDataManager dataMgr;
+    const QString suitcase = makeSuitcase();
+    const QVFontFilePtr sfnt = dataMgr.addFontFileItem(kDejaVuSans);
+    const QVFontFilePtr withFork = dataMgr.addFontFileItem(suitcase);
+    EXPECT_EQ(sfnt->fontFileType, 1);
+    EXPECT_EQ(sfnt->macTypeCode, "");
+    EXPECT_EQ(withFork->fontFileType, 0);
+    EXPECT_EQ(withFork->macTypeCode, "FFIL");
+    ASSERT_EQ(withFork->fontStatusArray.size(), 3);
+    EXPECT_EQ(dataMgr.totalFonts, 4u);
+    EXPECT_EQ(withFork->fontStatusArray.last()->index, 3);
+    EXPECT_FALSE(dataMgr.foundProblemFonts);
+}
+
+TEST_F(QVFontDiagnoseSuitcase, LoggingWritesOnlyStatusesWithErrors)
+{
+    static QStringList *lines = nullptr;
+    QStringList captured;
+    lines = &captured;
+    const QtMessageHandler previous
+        = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &context, const QString &message) {
+              if (lines && context.category && QByteArray(context.category) == "quorvel.engine")
+                  lines->append(message);
+          });
+    examiner.initialize();
+    examiner.doLogging = true;
+    examiner.currentStatus->fontName = QStringLiteral("Sound");
+    examiner.saveCurrentStatus();
+    EXPECT_TRUE(captured.isEmpty());
+    examiner.currentStatus->fontName = QStringLiteral("Damaged");
+    examiner.currentStatus->setFontError(0);
+    examiner.currentStatus->setFontErrorInfo(QStringLiteral("Bad Table Data"));
+    examiner.saveCurrentStatus();
+    qInstallMessageHandler(previous);
+    lines = nullptr;
+    EXPECT_TRUE(captured.contains("fontName = Damaged"));
+    EXPECT_TRUE(captured.contains("Errors Info: (Bad Table Data)"));
+    EXPECT_FALSE(captured.join('\n').contains("familyName"));
+}
+
+TEST_F(QVFontDiagnoseSuitcase, TtfNamedSuitcaseWithAForkIsASuitcase)
+{
+    Examination result = examine(examiner, makeSuitcase(QStringLiteral("Suitcase.ttf")));
+    ASSERT_EQ(result.statuses.size(), 3);
+    EXPECT_EQ(result.statuses.first()->fontType, QVFontType::Bitmap);
+    EXPECT_EQ(result.statuses.first()->fontID, 2861);
 }
