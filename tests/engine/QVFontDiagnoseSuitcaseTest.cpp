@@ -6,6 +6,7 @@
 #include "engine/QVResouceFork.h"
 #include "support/QVTestHome.h"
 
+#include <QProcess>
 #include <gtest/gtest.h>
 
 using namespace QVDiagnoseFixtures;
@@ -394,4 +395,22 @@ TEST_F(QVFontDiagnoseSuitcase, TtfNamedSuitcaseWithAForkIsASuitcase)
     ASSERT_EQ(result.statuses.size(), 3);
     EXPECT_EQ(result.statuses.first()->fontType, QVFontType::Bitmap);
     EXPECT_EQ(result.statuses.first()->fontID, 2861);
+}
+
+TEST_F(QVFontDiagnoseSuitcase, SuitcaseOpenForWritingElsewhere)
+{
+    // Another process holds the write lock that an open-for-writing fork
+    // takes on its file.
+    const QString path = makeSuitcase(QStringLiteral("Busy Suitcase"));
+    QProcess holder;
+    holder.start(QStringLiteral("flock"), { "-x", path, "-c", "echo locked; sleep 30" });
+    ASSERT_TRUE(holder.waitForReadyRead(10000));
+    Examination result = examine(examiner, path);
+    holder.kill();
+    holder.waitForFinished(10000);
+    ASSERT_EQ(result.statuses.size(), 1);
+    EXPECT_EQ(result.result, 1);
+    EXPECT_EQ(result.statuses.first()->fontErrorsInfo, QStringList { "File Locked or in Use" });
+    EXPECT_EQ(result.statuses.first()->fontName, "Busy Suitcase");
+    EXPECT_EQ(result.statuses.first()->fontID, -1);
 }

@@ -82,7 +82,15 @@ void expectWellFormed(const Examination &examination, const QString &path)
     }
 }
 
-constexpr int kRounds = 150;
+// A longer run by hand: QV_FUZZ_ROUNDS=5000 test_engine --gtest_filter='*Fuzz*'
+int rounds()
+{
+    bool ok = false;
+    const int wanted = qEnvironmentVariableIntValue("QV_FUZZ_ROUNDS", &ok);
+    return ok && wanted > 0 ? wanted : 150;
+}
+
+const int kRounds = rounds();
 
 } // namespace
 
