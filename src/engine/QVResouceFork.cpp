@@ -406,6 +406,46 @@ qint16 QVResouceFork::resourceError()
     return QVResourceManager::resError();
 }
 
+qint16 QVResouceFork::removeResource(const QVResourceHandle &h)
+{
+    return QVResourceManager::removeResource(h);
+}
+
+qint16 QVResouceFork::changedResource(const QVResourceHandle &h)
+{
+    return QVResourceManager::changedResource(h);
+}
+
+qint16 QVResouceFork::writeResource(const QVResourceHandle &h)
+{
+    return QVResourceManager::writeResource(h);
+}
+
+void QVResouceFork::detachResource(const QVResourceHandle &h)
+{
+    QVResourceManager::detachResource(h);
+}
+
+qint16 QVResouceFork::updateResourceFile(qint16 refNum)
+{
+    return QVResourceManager::updateResFile(refNum);
+}
+
+qint64 QVResouceFork::getHandleSize(const QVResourceHandle &h)
+{
+    return QVResourceManager::getHandleSize(h);
+}
+
+bool QVResouceFork::setHandleSize(const QVResourceHandle &h, qint64 size)
+{
+    return QVResourceManager::setHandleSize(h, size);
+}
+
+qint16 QVResouceFork::memoryError()
+{
+    return QVResourceManager::memError();
+}
+
 QString QVResouceFork::errorMessageForCode(qint32 code)
 {
     switch (code) {
@@ -563,10 +603,10 @@ QString QVResouceFork::getBitmapPSname(const QVResourceHandle &h, int style)
 {
     std::lock_guard guard(lock());
     const QString none = QStringLiteral("<none>");
-    if (!h || h->data.isEmpty() || QVResourceManager::memError() != 0)
+    const qint64 size = QVResourceManager::getHandleSize(h);
+    if (!h || size <= 0 || QVResourceManager::memError() != 0)
         return none;
     QVMemoryHandler &mem = *memoryHandler;
-    const qint64 size = h->data.size();
     const qint64 table = mem.Handle_ReadLong(h, 24);
     if (table < 0 || !(size > table) || !(table + 58 < size))
         return none;
@@ -609,9 +649,12 @@ qint16 QVResouceFork::setFinderInfoFlag(quint16 mask, bool value, const QString 
     QByteArray info;
     if (const qint16 error = QVForkStorage::readFinderInfo(path, &info); error != 0)
         return error;
-    quint16 flags
+    const quint16 old
         = quint16((quint8(info.at(kFinderFlagsOffset)) << 8) | quint8(info.at(kFinderFlagsOffset + 1)));
-    flags = value ? (flags | mask) : (flags & ~mask);
+    const quint16 flags = value ? (old | mask) : (old & ~mask);
+    // Nothing to change: write nothing (no sidecar appears for flags already right).
+    if (flags == old)
+        return QVResourceError::NoErr;
     info[kFinderFlagsOffset] = char(flags >> 8);
     info[kFinderFlagsOffset + 1] = char(flags);
     return QVForkStorage::writeFinderInfo(path, info);

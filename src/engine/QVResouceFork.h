@@ -80,6 +80,21 @@ public:
 
     static QString errorMessageForCode(qint32 code);
 
+    // The rest of the resource layer, for suitcase surgery: see QVResourceManager.
+    // Removes the handle's resource from its (writable) file.
+    qint16 removeResource(const QVResourceHandle &h);
+    // Marks a handle changed, and puts its bytes into its file's image.
+    qint16 changedResource(const QVResourceHandle &h);
+    qint16 writeResource(const QVResourceHandle &h);
+    // Cuts a handle loose from its file (the resource stays in the file).
+    void detachResource(const QVResourceHandle &h);
+    // Writes an open file's changes to disk now (closing does it too).
+    qint16 updateResourceFile(qint16 refNum);
+    // Handle size and resizing (growth zero-filled); memoryError() after them.
+    qint64 getHandleSize(const QVResourceHandle &h);
+    bool setHandleSize(const QVResourceHandle &h, qint64 size);
+    qint16 memoryError();
+
     // A string of the sfnt resource's naming table by name ID; "" when none.
     QString getSNFTResourceName(const QVResourceHandle &h, int nameCode);
     // The PostScript name the FOND gives a style (0..47); "<none>" on failure.

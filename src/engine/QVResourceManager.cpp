@@ -254,6 +254,12 @@ qint16 openFork(const QString &path, quint8 permission, bool dataFork)
             s.resError = QVResourceError::Permission;
             return -1;
         }
+        // Whatever the file claims, nothing beyond a plausible fork is read in.
+        if (file.size() > QVForkStorage::kMaxForkSize) {
+            releaseForkFile(fd);
+            s.resError = QVResourceError::MapRead;
+            return -1;
+        }
         bytes = file.readAll();
         f->place = Place::DataFork;
         error = bytes.isEmpty() ? QVResourceError::ResFileNotFound : QVResourceError::NoErr;
@@ -500,7 +506,8 @@ qint16 QVResourceManager::addResource(
     entry.type = type;
     entry.id = id;
     entry.name = name;
-    entry.hasName = hasName;
+    // An empty name is stored as no name, as the Mac does.
+    entry.hasName = hasName && !name.isEmpty();
     entry.attributes = h->attributes & ~quint8(0x02);
     entry.data = h->data;
     entry.loaded = h;
@@ -509,7 +516,7 @@ qint16 QVResourceManager::addResource(
     h->type = type;
     h->id = id;
     h->name = name;
-    h->hasName = hasName;
+    h->hasName = entry.hasName;
     h->changed = true;
     f->dirty = true;
     return s.resError = QVResourceError::NoErr;
@@ -608,7 +615,7 @@ qint16 QVResourceManager::setResInfo(const QVResourceHandle &h, qint16 id, const
         return s.resError = QVResourceError::ResAttrErr;
     entry->id = h->id = id;
     entry->name = h->name = name;
-    entry->hasName = h->hasName = true;
+    entry->hasName = h->hasName = !name.isEmpty();
     f->dirty = true;
     return s.resError = QVResourceError::NoErr;
 }

@@ -101,7 +101,7 @@ public:
     static QVResourceHandle get1NamedResource(quint32 type, const QByteArray &name);
 
     // Adds a detached handle to the current file under type, ID and name (Mac
-    // Roman bytes). -194 when the handle still belongs to a file, no file is
+    // Roman bytes; an empty name is stored as none). -194 when the handle still belongs to a file, no file is
     // current or the file is read-only.
     static qint16 addResource(
         const QVResourceHandle &h, quint32 type, qint16 id, const QByteArray &name, bool hasName = true);

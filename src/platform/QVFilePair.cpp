@@ -163,7 +163,9 @@ Result checkDestination(const QString &from, const QString &to)
         return failure(EISDIR, QStringLiteral("\"%1\"").arg(from));
     if (pathExists(to))
         return failure(EEXIST, QStringLiteral("\"%1\"").arg(to));
-    for (const QString &companion : QVFilePair::companionDestinations(from, to)) {
+    // Any metadata already at the destination (even for a file that is gone)
+    // would be taken for the arriving file's own.
+    for (const QString &companion : { QVForkStorage::sidecarPath(to), QVForkStorage::netatalkPath(to) }) {
         if (pathExists(companion))
             return failure(EEXIST, QStringLiteral("\"%1\"").arg(companion));
     }

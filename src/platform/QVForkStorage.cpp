@@ -13,13 +13,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace
-{
+namespace {
 
 using Place = QVForkStorage::Place;
 
-// Sidecars hold a fork and a little metadata; anything far bigger is not one.
-constexpr qint64 kMaxSidecarSize = 256 * 1024 * 1024;
 // AppleDouble dates count seconds from 2000-01-01 00:00:00 UTC; this value means "unknown".
 constexpr quint32 kUnknownDate = 0x80000000;
 
@@ -65,7 +62,7 @@ std::optional<QByteArray> readFile(const QString &path, qint16 *error)
                                                                : QVResourceError::IoErr;
         return std::nullopt;
     }
-    if (file.size() > kMaxSidecarSize) {
+    if (file.size() > QVForkStorage::kMaxForkSize) {
         *error = QVResourceError::IoErr;
         return std::nullopt;
     }
@@ -195,7 +192,13 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
         *place = Place::ExtendedAttribute;
         return QVResourceError::NoErr;
     }
+    bool unreadableCompanion = false;
     for (Place candidate : { Place::AppleDouble, Place::NetatalkFolder }) {
+        const QFileInfo companion(candidate == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path));
+        if (companion.isFile() && !companion.isReadable()) {
+            unreadableCompanion = true;
+            continue;
+        }
         const auto data = readAppleDouble(path, candidate);
         if (data && !data->entry(QVAppleDouble::ResourceFork).isEmpty()) {
             *fork = data->entry(QVAppleDouble::ResourceFork);
@@ -214,7 +217,8 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
             return QVResourceError::NoErr;
         }
     }
-    if (attributeError == EACCES || attributeError == EPERM || (!QFileInfo(path).isReadable()))
+    if (unreadableCompanion || attributeError == EACCES || attributeError == EPERM
+        || !QFileInfo(path).isReadable())
         return QVResourceError::Permission;
     return QVResourceError::ResFileNotFound;
 }
@@ -350,6 +354,32 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
     }
     data->setEntry(QVAppleDouble::FinderInfo, bytes);
     return writeAppleDouble(path, place, *data);
+}
+
+bool QVForkStorage::isHidden(const QString &path)
+{
+    if (QFileInfo(path).fileName().startsWith(QLatin1Char('.')))
+        return true;
+    QByteArray info;
+    if (readFinderInfo(path, &info) != 0)
+        return false;
+    return (quint8(info.at(8)) << 8 | quint8(info.at(9))) & kInvisibleFlag;
+}
+
+qint16 QVForkStorage::setHidden(const QString &path, bool hidden)
+{
+    QByteArray info;
+    Place place = Place::None;
+    if (const qint16 error = readFinderInfo(path, &info, &place); error != 0)
+        return error;
+    const quint16 flags = quint16(quint8(info.at(8)) << 8 | quint8(info.at(9)));
+    const quint16 changed = hidden ? (flags | kInvisibleFlag) : (flags & ~kInvisibleFlag);
+    // Clearing a flag of a file without Finder info creates nothing.
+    if (changed == flags)
+        return QVResourceError::NoErr;
+    info[8] = char(changed >> 8);
+    info[9] = char(changed);
+    return writeFinderInfo(path, info);
 }
 
 QDateTime QVForkStorage::creationDate(const QString &path)

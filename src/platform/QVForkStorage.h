@@ -26,6 +26,8 @@ public:
     static constexpr const char *kForkAttribute = "user.com.apple.ResourceFork";
     static constexpr const char *kFinderInfoAttribute = "user.com.apple.FinderInfo";
     static constexpr const char *kNetatalkAttribute = "user.org.netatalk.Metadata";
+    // No real fork or sidecar comes near this; anything bigger is not read.
+    static constexpr qint64 kMaxForkSize = 256 * 1024 * 1024;
 
     // Short name of a place, as the command line prints it: "none", "xattr",
     // "appledouble", "netatalk", "netatalk-metadata", "datafork".
@@ -55,6 +57,14 @@ public:
     // where its fork lives, or to `fallback` (the sidecar unless told).
     static qint16 writeFinderInfo(
         const QString &path, const QByteArray &info, Place fallback = Place::AppleDouble);
+
+    // Finder flags: invisible (hidden) and has-bundle.
+    static constexpr quint16 kInvisibleFlag = 0x4000;
+    static constexpr quint16 kHasBundleFlag = 0x2000;
+    // Hidden: the name begins with "." or the invisible flag is set.
+    static bool isHidden(const QString &path);
+    // Sets or clears the invisible flag (a leading dot is left alone). 0 or the error.
+    static qint16 setHidden(const QString &path, bool hidden);
 
     // The creation date: AppleDouble File Dates entry where the file has
     // AppleDouble data, else the birth time, else the modification time.
