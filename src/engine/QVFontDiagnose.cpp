@@ -97,20 +97,20 @@ void QVFontDiagnose::logStatus(const QVStatus &status) const
     QStringList classes;
     for (int code : status.fontErrors)
         classes.append(QString::number(code));
-    qCWarning(lcEngine).noquote() << " ";
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontURL = %1").arg(status.fontURL);
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontName = %1").arg(status.fontName);
+    qCInfo(lcEngine).noquote() << " ";
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontURL = %1").arg(status.fontURL);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontName = %1").arg(status.fontName);
     if (!status.familyName.isEmpty())
-        qCWarning(lcEngine).noquote() << QStringLiteral("familyName = %1").arg(status.familyName);
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontVersion = %1").arg(status.fontVersion);
-    qCWarning(lcEngine).noquote() << QStringLiteral("PSname = %1").arg(status.PSname);
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontType = %1").arg(status.fontType);
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontStyle = %1").arg(status.fontStyle);
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontSize = %1").arg(status.fontSize);
-    qCWarning(lcEngine).noquote() << QStringLiteral("fontID = %1").arg(status.fontID);
-    qCWarning(lcEngine).noquote() << QStringLiteral("parentIndex = %1").arg(status.parentIndex);
-    qCWarning(lcEngine).noquote() << QStringLiteral("Errors: (%1)").arg(classes.join(QStringLiteral(", ")));
-    qCWarning(lcEngine).noquote()
+        qCInfo(lcEngine).noquote() << QStringLiteral("familyName = %1").arg(status.familyName);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontVersion = %1").arg(status.fontVersion);
+    qCInfo(lcEngine).noquote() << QStringLiteral("PSname = %1").arg(status.PSname);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontType = %1").arg(status.fontType);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontStyle = %1").arg(status.fontStyle);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontSize = %1").arg(status.fontSize);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontID = %1").arg(status.fontID);
+    qCInfo(lcEngine).noquote() << QStringLiteral("parentIndex = %1").arg(status.parentIndex);
+    qCInfo(lcEngine).noquote() << QStringLiteral("Errors: (%1)").arg(classes.join(QStringLiteral(", ")));
+    qCInfo(lcEngine).noquote()
         << QStringLiteral("Errors Info: (%1)").arg(status.fontErrorsInfo.join(QStringLiteral(", ")));
 }
 

@@ -4,6 +4,7 @@
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
+#include "settings/QVLog.h"
 #include "support/QVTestHome.h"
 
 #include <QProcess>
@@ -35,6 +36,20 @@ bool addStyleTable(QByteArray &fond)
     putBE16(table, 58, 1);
     table.append(char(10));
     table.append("DejaVuSans");
+    fond.append(table);
+    putBE32(fond, 24, quint32(at));
+    return true;
+}
+
+// The same table naming a multiple-master instance.
+bool addMultipleMasterStyleTable(QByteArray &fond)
+{
+    const qsizetype at = fond.size();
+    QByteArray table(60, '\0');
+    putBE16(table, 58, 1);
+    table.append(char(18));
+    table.append("DejaVuSansMM_400_");
+    table.append('\0');
     fond.append(table);
     putBE32(fond, 24, quint32(at));
     return true;
@@ -373,6 +388,7 @@ TEST_F(QVFontDiagnoseSuitcase, LoggingWritesOnlyStatusesWithErrors)
               if (lines && context.category && QByteArray(context.category) == "quorvel.engine")
                   lines->append(message);
           });
+    QVLog::setEnabled(true);
     examiner.initialize();
     examiner.doLogging = true;
     examiner.currentStatus->fontName = QStringLiteral("Sound");
@@ -383,6 +399,7 @@ TEST_F(QVFontDiagnoseSuitcase, LoggingWritesOnlyStatusesWithErrors)
     examiner.currentStatus->setFontErrorInfo(QStringLiteral("Bad Table Data"));
     examiner.saveCurrentStatus();
     qInstallMessageHandler(previous);
+    QVLog::setEnabled(false);
     lines = nullptr;
     EXPECT_TRUE(captured.contains("fontName = Damaged"));
     EXPECT_TRUE(captured.contains("Errors Info: (Bad Table Data)"));
@@ -413,4 +430,20 @@ TEST_F(QVFontDiagnoseSuitcase, SuitcaseOpenForWritingElsewhere)
     EXPECT_EQ(result.statuses.first()->fontErrorsInfo, QStringList { "File Locked or in Use" });
     EXPECT_EQ(result.statuses.first()->fontName, "Busy Suitcase");
     EXPECT_EQ(result.statuses.first()->fontID, -1);
+}
+
+TEST_F(QVFontDiagnoseSuitcase, MultipleMasterFamilySkippedUnlessAsked)
+{
+    const QString path = makeSuitcase(QStringLiteral("MM Family"), false);
+    ASSERT_TRUE(editResource(path, "FOND", 2861, addMultipleMasterStyleTable));
+    EXPECT_TRUE(examine(examiner, path).statuses.isEmpty());
+
+    examiner.initialize();
+    examiner.setDoActivation(false);
+    examiner.doDiagnoseMM = true;
+    examiner.examineFont(path);
+    const QList<QVStatusPtr> statuses = examiner.fontStatusArray();
+    examiner.finalize();
+    ASSERT_EQ(statuses.size(), 3);
+    EXPECT_EQ(statuses.first()->PSname, "DejaVuSansMM");
 }
