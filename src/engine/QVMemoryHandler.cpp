@@ -1,10 +1,11 @@
 #include "engine/QVMemoryHandler.h"
 
+#include "engine/QVResourceManager.h"
+
 #include <QtGlobal>
 #include <cstring>
 
-namespace
-{
+namespace {
 
 // The shared result buffers (see the header).
 unsigned char gPString[QVMemoryHandler::kPStringBufferSize];
@@ -92,6 +93,8 @@ qint32 QVMemoryHandler::Handle_ReadChar(const QVResourceHandle &h, qint64 offset
 
 const unsigned char *QVMemoryHandler::Handle_ReadPString(const QVResourceHandle &h, qint64 offset)
 {
+    // The shared buffer is written under the layer's lock (callers hold it to read it).
+    std::lock_guard guard(QVResourceManager::lock());
     std::memset(gPString, 0, sizeof gPString);
     QV_REQUIRE_HANDLE(h, "Handle_ReadPString", gPString);
     const qint64 size = h->data.size();
@@ -108,6 +111,7 @@ const unsigned char *QVMemoryHandler::Handle_ReadPString(const QVResourceHandle 
 const unsigned char *QVMemoryHandler::Handle_ReadString(
     const QVResourceHandle &h, qint64 offset, qint32 length)
 {
+    std::lock_guard guard(QVResourceManager::lock());
     std::memset(gString, 0, sizeof gString);
     QV_REQUIRE_HANDLE(h, "Handle_ReadString", gString);
     const qint64 size = h->data.size();
@@ -156,6 +160,8 @@ void QVMemoryHandler::pCopy(unsigned char *destStr, const unsigned char *srcStr)
 
 const char *QVMemoryHandler::toCStr(const unsigned char *ch)
 {
+    // The shared buffer is written under the layer's lock (callers hold it to read it).
+    std::lock_guard guard(QVResourceManager::lock());
     std::memset(gCString, 0, sizeof gCString);
     Q_ASSERT_X(ch != nullptr, "toCStr", "ch != NULL");
     if (!ch)

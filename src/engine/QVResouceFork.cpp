@@ -660,6 +660,16 @@ qint16 QVResouceFork::setFinderInfoFlag(quint16 mask, bool value, const QString 
     return QVForkStorage::writeFinderInfo(path, info);
 }
 
+QDateTime QVResouceFork::creationDate(const QString &path)
+{
+    return QVForkStorage::creationDate(path);
+}
+
+qint16 QVResouceFork::setCreationDate(const QString &path, const QDateTime &date)
+{
+    return QVForkStorage::setCreationDate(path, date);
+}
+
 bool QVResouceFork::getFSRef(const QString &path, QVFSRef *ref)
 {
     const QFileInfo info(path);

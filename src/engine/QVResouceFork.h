@@ -13,6 +13,7 @@
 #include "engine/QVResourceManager.h"
 #include "settings/QVSettings.h"
 
+#include <QDateTime>
 #include <QList>
 #include <QString>
 #include <QVariantMap>
@@ -107,6 +108,11 @@ public:
     quint16 finderInfoFlags(const QString &path);
     // Sets or clears the masked Finder-flag bits; 0 or the error.
     qint16 setFinderInfoFlag(quint16 mask, bool value, const QString &path);
+
+    // The file's creation date (AppleDouble File Dates entry, else birth time,
+    // else modification time) and setting it; see QVForkStorage.
+    static QDateTime creationDate(const QString &path);
+    static qint16 setCreationDate(const QString &path, const QDateTime &date);
 
     // false when no file is at the path.
     static bool getFSRef(const QString &path, QVFSRef *ref);

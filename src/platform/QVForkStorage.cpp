@@ -448,6 +448,15 @@ qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date
     return QVResourceError::NoErr;
 }
 
+bool QVForkStorage::isMetadataStore(const QString &path)
+{
+    const QFileInfo info(path);
+    if (info.fileName().startsWith(QLatin1String("._")) || info.fileName() == QLatin1String(".AppleDouble"))
+        return true;
+    return QDir::fromNativeSeparators(info.absolutePath() + QLatin1Char('/'))
+        .contains(QLatin1String("/.AppleDouble/"));
+}
+
 QStringList QVForkStorage::companionFiles(const QString &path)
 {
     QStringList result;

@@ -74,6 +74,11 @@ public:
     // AppleDouble data keeps its own date (returns 0, nothing written).
     static qint16 setCreationDate(const QString &path, const QDateTime &date);
 
+    // Whether a path is a metadata store rather than a file of its own: an
+    // AppleDouble sidecar "._NAME" or anything inside a ".AppleDouble" folder.
+    // A scan passes over these.
+    static bool isMetadataStore(const QString &path);
+
     // The companion files that exist for the file (sidecar, netatalk file).
     static QStringList companionFiles(const QString &path);
 };

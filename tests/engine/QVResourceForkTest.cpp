@@ -277,6 +277,15 @@ TEST_F(QVResourceForkTest, NewSuitcaseWithAddedAndRemovedResourcesReadsBackInOth
     ASSERT_EQ(after.size(), 3);
     EXPECT_FALSE(after.join('\n').contains(QStringLiteral("NFNT %1 ").arg(removedId)));
     EXPECT_TRUE(after.join('\n').contains(QStringLiteral("FOND 300 Déjà Copy ")));
+
+    // The new suitcase takes over the source's creation date.
+    const QDateTime old(QDate(1994, 3, 14), QTime(15, 9, 26), Qt::UTC);
+    ASSERT_EQ(QVResouceFork::setCreationDate(source, old), 0);
+    ASSERT_EQ(QVResouceFork::setCreationDate(target, QVResouceFork::creationDate(source)), 0);
+    EXPECT_EQ(QVResouceFork::creationDate(target), old);
+    const qint16 check = fork.openResourceFile(QVPermission::Read, target);
+    EXPECT_EQ(fork.countResourceTypes(check, qvFourCC("FOND")), 2);
+    fork.closeResourceFile(check);
 }
 
 TEST_F(QVResourceForkTest, LookupsSearchOnlyTheGivenFileAndRestoreTheCurrentOne)

@@ -335,3 +335,16 @@ TEST_F(QVForkStorageTest, AppleDoubleParsingIsBoundsChecked)
     EXPECT_EQ(QVAppleDouble::parse(parsed->serialize())->entries.size(), 2);
     EXPECT_EQ(parsed->serialize(), good);
 }
+
+TEST(QVForkStorage, MetadataStoresAreRecognised)
+{
+    EXPECT_TRUE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/._Times")));
+    EXPECT_TRUE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/.AppleDouble")));
+    EXPECT_TRUE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/.AppleDouble/Times")));
+    EXPECT_TRUE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/.AppleDouble/deeper/x")));
+    EXPECT_FALSE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/Times")));
+    EXPECT_FALSE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/.hidden-font.ttf")));
+    EXPECT_FALSE(QVForkStorage::isMetadataStore(QStringLiteral("/fonts/AppleDouble/Times")));
+    EXPECT_EQ(QVForkStorage::sidecarPath(QStringLiteral("/fonts/Times Bold")), QStringLiteral("/fonts/._Times Bold"));
+    EXPECT_EQ(QVForkStorage::netatalkPath(QStringLiteral("/fonts/Times")), QStringLiteral("/fonts/.AppleDouble/Times"));
+}
