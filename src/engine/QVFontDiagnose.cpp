@@ -568,7 +568,7 @@ bool QVFontDiagnose::checkFontDoesActivate(const QString &path)
 
 qint32 QVFontDiagnose::getFileVersion(const QString &path)
 {
-    const QDateTime created = QVForkStorage::creationDate(path);
+    const QDateTime created = QVResouceFork::creationDate(path);
     if (!created.isValid())
         return 0;
     return qint32(created.secsTo(QDateTime::currentDateTimeUtc()) / 86400);
