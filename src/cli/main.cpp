@@ -1,6 +1,7 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
 #include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
+#include "cli/QVExamineCommand.h"
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVReportsCommand.h"
@@ -19,6 +20,7 @@ namespace {
 std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
     std::vector<std::unique_ptr<QVCliCommand>> commands;
+    commands.push_back(std::make_unique<QVExamineCommand>());
     commands.push_back(std::make_unique<QVSettingsCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     commands.push_back(std::make_unique<QVScanCommand>());

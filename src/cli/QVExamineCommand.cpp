@@ -1,0 +1,159 @@
+#include "cli/QVExamineCommand.h"
+
+#include "engine/QVFontConstants.h"
+#include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace
+{
+
+QJsonValue stringOrNull(const QString &text)
+{
+    return text.isNull() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
+}
+
+QJsonObject statusToJson(const QVStatus &status)
+{
+    QJsonObject object;
+    object.insert(QStringLiteral("index"), status.index);
+    object.insert(QStringLiteral("parentIndex"), status.parentIndex);
+    object.insert(QStringLiteral("fontType"), status.fontType);
+    object.insert(QStringLiteral("fontVersion"), status.fontVersion);
+    object.insert(QStringLiteral("fontSize"), status.fontSize);
+    object.insert(QStringLiteral("fontID"), status.fontID);
+    object.insert(QStringLiteral("fontURL"), stringOrNull(status.fontURL));
+    object.insert(QStringLiteral("fontName"), stringOrNull(status.fontName));
+    object.insert(QStringLiteral("trueTypeFontName"), stringOrNull(status.trueTypeFontName));
+    object.insert(QStringLiteral("familyName"), stringOrNull(status.familyName));
+    object.insert(QStringLiteral("PSname"), stringOrNull(status.PSname));
+    object.insert(QStringLiteral("PS533name"), stringOrNull(status.PS533name));
+    object.insert(QStringLiteral("fontStyle"), stringOrNull(status.fontStyle));
+    object.insert(QStringLiteral("fontFoundry"), stringOrNull(status.fontFoundry));
+    QJsonArray errors;
+    for (int code : status.fontErrors)
+        errors.append(code);
+    object.insert(QStringLiteral("fontErrors"), errors);
+    object.insert(QStringLiteral("fontErrorsInfo"), QJsonArray::fromStringList(status.fontErrorsInfo));
+    QJsonArray fixed;
+    for (bool value : status.fixedErrors)
+        fixed.append(value);
+    object.insert(QStringLiteral("fixedErrors"), fixed);
+    object.insert(
+        QStringLiteral("fixedErrorMessages"), QJsonArray::fromStringList(status.fixedErrorMessages));
+    object.insert(QStringLiteral("movedToQuarantine"), status.movedToQuarantine);
+    object.insert(QStringLiteral("movedSisterToQuarantine"), status.movedSisterToQuarantine);
+    object.insert(QStringLiteral("movedToLibrary"), status.movedToLibrary);
+    object.insert(QStringLiteral("movedSisterToLibrary"), status.movedSisterToLibrary);
+    object.insert(QStringLiteral("copiedToLibrary"), status.copiedToLibrary);
+    object.insert(QStringLiteral("copiedSisterToLibrary"), status.copiedSisterToLibrary);
+    return object;
+}
+
+} // namespace
+
+QJsonObject QVExamineCommand::toJson(const QVFontDataManager &dataMgr)
+{
+    QJsonArray files;
+    for (const QVFontFilePtr &file : dataMgr.fontFileItems) {
+        QJsonObject object;
+        object.insert(QStringLiteral("URL"), stringOrNull(file->URL));
+        object.insert(QStringLiteral("fontFileType"), file->fontFileType);
+        object.insert(QStringLiteral("macTypeCode"), stringOrNull(file->macTypeCode));
+        QJsonArray statuses;
+        for (const QVStatusPtr &status : file->fontStatusArray)
+            statuses.append(statusToJson(*status));
+        object.insert(QStringLiteral("fontStatusArray"), statuses);
+        files.append(object);
+    }
+    QJsonObject root;
+    root.insert(QStringLiteral("totalFonts"), qint64(dataMgr.totalFonts));
+    root.insert(QStringLiteral("foundProblemFonts"), dataMgr.foundProblemFonts);
+    root.insert(QStringLiteral("fontFiles"), files);
+    return root;
+}
+
+void QVExamineCommand::printTable(const QVFontDataManager &dataMgr)
+{
+    out() << QStringLiteral("%1  %2  %3  %4  %5  %6  %7\n")
+                 .arg(QStringLiteral("#"), 4)
+                 .arg(QStringLiteral("Type"), -18)
+                 .arg(QStringLiteral("Size"), 4)
+                 .arg(QStringLiteral("Style"), -12)
+                 .arg(QStringLiteral("Font"), -32)
+                 .arg(QStringLiteral("PostScript name"), -32)
+                 .arg(QStringLiteral("Defects"));
+    for (const QVFontFilePtr &file : dataMgr.fontFileItems) {
+        out() << file->URL;
+        if (!file->macTypeCode.isEmpty())
+            out() << "  [" << file->macTypeCode << ']';
+        if (file->fontStatusArray.isEmpty())
+            out() << "  (no fonts examined)";
+        out() << '\n';
+        for (const QVStatusPtr &status : file->fontStatusArray) {
+            const QString type = getFontTypeName(status->fontType);
+            out() << QStringLiteral("%1  %2  %3  %4  %5  %6  %7\n")
+                         .arg(status->index, 4)
+                         .arg(type.isEmpty() ? QString::number(status->fontType) : type, -18)
+                         .arg(status->fontSize, 4)
+                         .arg(status->fontStyle, -12)
+                         .arg(status->fontName, -32)
+                         .arg(status->PSname, -32)
+                         .arg(status->fontErrorsInfo.isEmpty()
+                                 ? QStringLiteral("-")
+                                 : status->fontErrorsInfo.join(QStringLiteral("; ")));
+        }
+    }
+    out() << dataMgr.totalFonts << (dataMgr.totalFonts == 1 ? " font" : " fonts") << " in "
+          << dataMgr.fontFileItems.size() << (dataMgr.fontFileItems.size() == 1 ? " file" : " files") << ", "
+          << (dataMgr.foundProblemFonts ? "problems found" : "no problems found") << '\n';
+}
+
+int QVExamineCommand::run(const QStringList &arguments)
+{
+    bool json = false;
+    QStringList paths;
+    for (const QString &argument : arguments) {
+        if (argument == QLatin1String("--json") && !json)
+            json = true;
+        else if (argument.startsWith(QLatin1String("--")) && paths.isEmpty())
+            paths.append(QString()); // marks an unknown option
+        else
+            paths.append(argument);
+    }
+    if (paths.isEmpty() || paths.contains(QString())) {
+        err() << "usage: quorvel-cli examine [--json] FILE...\n";
+        err().flush();
+        return UsageError;
+    }
+
+    bool missing = false;
+    for (const QString &path : std::as_const(paths)) {
+        const QFileInfo info(path);
+        if (!info.exists()) {
+            err() << "quorvel-cli: no such file: " << path << '\n';
+            missing = true;
+        } else if (!info.isFile()) {
+            err() << "quorvel-cli: not a file: " << path << '\n';
+            missing = true;
+        }
+    }
+    if (missing) {
+        err().flush();
+        return UsageError;
+    }
+
+    QVFontDataManager dataMgr;
+    for (const QString &path : std::as_const(paths))
+        dataMgr.addFontFileItem(QFileInfo(path).absoluteFilePath());
+
+    if (json)
+        out() << QJsonDocument(toJson(dataMgr)).toJson(QJsonDocument::Indented);
+    else
+        printTable(dataMgr);
+    out().flush();
+    return dataMgr.foundProblemFonts ? ProblemsFound : Success;
+}

@@ -1,0 +1,735 @@
+#include "engine/QVFontDiagnose.h"
+
+#include "engine/QVFontConstants.h"
+#include "engine/QVMemoryHandler.h"
+#include "engine/QVResouceFork.h"
+#include "engine/QVSFNTReader.h"
+#include "platform/QVFontActivation.h"
+#include "platform/QVForkStorage.h"
+#include "settings/QVLog.h"
+#include "settings/QVSettings.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStandardPaths>
+#include <QStringDecoder>
+
+namespace
+{
+
+constexpr int kMaxNameBytes = 255;
+
+QString fileNameOf(const QString &path)
+{
+    return QFileInfo(path).fileName();
+}
+
+// Names become strings as UTF-8, else as ASCII, else the fallback. Bytes that
+// are not valid UTF-8 cannot be pure ASCII either, so one test covers both.
+QString nameString(const QByteArray &bytes, const QString &fallback)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    const QString text = decoder(bytes);
+    return decoder.hasError() ? fallback : text;
+}
+
+} // namespace
+
+QVFontDiagnose::QVFontDiagnose()
+    : currentStatus(std::make_shared<QVStatus>())
+    , m_settings(std::make_unique<QVSettings>())
+    , m_resFork(std::make_unique<QVResouceFork>())
+    , m_memoryHandler(m_resFork->memoryHandler)
+{
+    loadFoundryNames();
+}
+
+QVFontDiagnose::~QVFontDiagnose() = default;
+
+void QVFontDiagnose::initialize()
+{
+    statusArray.clear();
+    currentStatus = std::make_shared<QVStatus>();
+    doFinderFlags = true;
+    doDiagnoseMM = false;
+    doDiagnoseType1 = true;
+    doDiagnoseType3 = true;
+    doEmptySuitcase = true;
+    doIgnoreStandardFonts = true;
+    doTables = true;
+    doActivation = true;
+    doLogging = m_settings->doLogging();
+    isInitialized = true;
+}
+
+void QVFontDiagnose::finalize()
+{
+    statusArray.clear();
+    m_fontStatusArray.clear();
+    currentStatus.reset();
+    isInitialized = false;
+}
+
+void QVFontDiagnose::saveCurrentStatus()
+{
+    if (!currentStatus)
+        currentStatus = std::make_shared<QVStatus>();
+    statusArray.append(currentStatus);
+    logStatus(*currentStatus);
+    currentStatus = std::make_shared<QVStatus>();
+}
+
+QVStatusPtr QVFontDiagnose::getLastStatus() const
+{
+    return statusArray.isEmpty() ? QVStatusPtr() : statusArray.last();
+}
+
+void QVFontDiagnose::logStatus(const QVStatus &status) const
+{
+    if (!doLogging || !status.hasErrors())
+        return;
+    QStringList classes;
+    for (int code : status.fontErrors)
+        classes.append(QString::number(code));
+    qCInfo(lcEngine).noquote() << " ";
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontURL = %1").arg(status.fontURL);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontName = %1").arg(status.fontName);
+    if (!status.familyName.isEmpty())
+        qCInfo(lcEngine).noquote() << QStringLiteral("familyName = %1").arg(status.familyName);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontVersion = %1").arg(status.fontVersion);
+    qCInfo(lcEngine).noquote() << QStringLiteral("PSname = %1").arg(status.PSname);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontType = %1").arg(status.fontType);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontStyle = %1").arg(status.fontStyle);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontSize = %1").arg(status.fontSize);
+    qCInfo(lcEngine).noquote() << QStringLiteral("fontID = %1").arg(status.fontID);
+    qCInfo(lcEngine).noquote() << QStringLiteral("parentIndex = %1").arg(status.parentIndex);
+    qCInfo(lcEngine).noquote() << QStringLiteral("Errors: (%1)").arg(classes.join(QStringLiteral(", ")));
+    qCInfo(lcEngine).noquote()
+        << QStringLiteral("Errors Info: (%1)").arg(status.fontErrorsInfo.join(QStringLiteral(", ")));
+}
+
+// ---------------------------------------------------------------------------
+// Choice of examination
+
+bool QVFontDiagnose::hasResourceFork(const QString &path)
+{
+    const std::lock_guard<std::recursive_mutex> guard(QVResouceFork::lock());
+    return m_resFork->hasResourceFork(path);
+}
+
+QString QVFontDiagnose::quotedTypeCode(const QString &path)
+{
+    QByteArray info;
+    if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 4)
+        return QString("");
+    const QByteArray type = info.left(4);
+    if (type == QByteArray(4, '\0'))
+        return QString("");
+    return QLatin1Char('\'') + QString::fromLatin1(type) + QLatin1Char('\'');
+}
+
+QByteArray QVFontDiagnose::hfsTypeCode(const QString &path)
+{
+    const QString quoted = quotedTypeCode(path);
+    if (quoted.size() >= 5)
+        return quoted.mid(1, 4).toLatin1();
+    if (QFileInfo(path).suffix().toLower() == QLatin1String("dfont"))
+        return QByteArrayLiteral("FFIL");
+    return QByteArray();
+}
+
+void QVFontDiagnose::examineFont(const QString &path)
+{
+    // The resource layer has one current file per process.
+    const std::lock_guard<std::recursive_mutex> guard(QVResouceFork::lock());
+    statusArray.clear();
+    m_result = 0;
+    if (!currentStatus)
+        currentStatus = std::make_shared<QVStatus>();
+
+    const QByteArray type = hfsTypeCode(path);
+    const QString extension = QFileInfo(path).suffix().toLower();
+    const bool suitcaseType = type == "FFIL" || type == "ffil" || type == "tfil";
+
+    enum class Kind { None, SFNT, Suitcase, PostScript } kind = Kind::None;
+    // Only a "ttf" file of a suitcase type needs to know about its fork; the
+    // look-up is left out for every other file.
+    if (extension == QLatin1String("ttf"))
+        kind = suitcaseType && hasResourceFork(path) ? Kind::Suitcase : Kind::SFNT;
+    else if (extension == QLatin1String("otf") || extension == QLatin1String("ttc"))
+        kind = Kind::SFNT;
+    else if (suitcaseType)
+        kind = Kind::Suitcase;
+    else if (type == "LWFN")
+        kind = Kind::PostScript;
+    else if (type == "sfnt")
+        kind = Kind::SFNT;
+
+    qint32 result = 0;
+    switch (kind) {
+    case Kind::None:
+        break;
+    case Kind::SFNT:
+        result = extension == QLatin1String("ttc") ? examineTTC(path) : examineOTF(path);
+        break;
+    case Kind::Suitcase:
+        result = examineSuitcase(path);
+        if (doFinderFlags && validateFinderFlags(path)) {
+            markStatusesOfLastFile(QString::fromUtf8(QVDefect::IncorrectFileFlags), false);
+            result = 1;
+        }
+        break;
+    case Kind::PostScript:
+        result = examinePSfont(path);
+        break;
+    }
+
+    // A file that already has a defect is not activated, and neither is an
+    // outline file: it needs its bitmap companion to activate.
+    if (kind != Kind::None && doActivation && type != "LWFN" && result == 0 && !statusArray.isEmpty()
+        && !checkFontDoesActivate(path)) {
+        markStatusesOfLastFile(QString::fromUtf8(QVDefect::CouldntActivateFont), true);
+        result = 1;
+    }
+
+    m_result = result;
+    m_fontStatusArray = statusArray;
+}
+
+void QVFontDiagnose::markStatusesOfLastFile(const QString &message, bool nameFromFile)
+{
+    const QVStatusPtr last = getLastStatus();
+    if (!last)
+        return;
+    const QString url = last->fontURL;
+    for (const QVStatusPtr &status : std::as_const(statusArray)) {
+        if (status->fontURL != url)
+            continue;
+        if (nameFromFile && status->fontName.isEmpty())
+            status->fontName = fileNameOf(url);
+        status->setFontError(QVErrorClass::Defect);
+        status->setFontErrorInfo(message);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// SFNT files
+
+void QVFontDiagnose::saveUnreadableSFNT(
+    const QString &path, int fontType, qint32 version, const QString &message)
+{
+    QVStatus &status = *currentStatus;
+    status.fontName = fileNameOf(path);
+    status.familyName = fileNameOf(path);
+    status.fontURL = path;
+    status.fontType = fontType;
+    status.fontVersion = version;
+    status.PSname = QStringLiteral("<none>");
+    status.fontSize = 0;
+    status.fontStyle = QStringLiteral("Plain");
+    status.fontID = 0;
+    status.setFontError(QVErrorClass::Defect);
+    status.setFontErrorInfo(message);
+    saveCurrentStatus();
+}
+
+void QVFontDiagnose::saveSFNTStatus(
+    const QString &path, int fontType, qint32 version, const SFNTNames &names, bool damaged)
+{
+    const QString fileName = fileNameOf(path);
+    QVStatus &status = *currentStatus;
+    status.fontName = names.fullName.isEmpty() ? fileName : nameString(names.fullName, fileName);
+    status.fontURL = path;
+    status.fontType = fontType;
+    status.fontVersion = version;
+    status.PSname = names.postScriptName.isEmpty()
+        ? fileName
+        : nameString(names.postScriptName, QStringLiteral("<none>"));
+    status.PS533name = get533postScriptName(status.PSname);
+    if (!names.family.isEmpty())
+        status.familyName = nameString(names.family, QString());
+    status.fontFoundry = names.foundry;
+    status.fontSize = 0;
+    status.fontStyle = QStringLiteral("Plain");
+    status.fontID = 0;
+    if (damaged) {
+        status.setFontError(QVErrorClass::Defect);
+        status.setFontErrorInfo(QString::fromUtf8(QVDefect::BadTableData));
+    }
+    saveCurrentStatus();
+}
+
+bool QVFontDiagnose::readSFNTNames(QVSFNTReader &reader, qint64 faceOffset, bool firstWins, SFNTNames &names)
+{
+    quint16 tableCount = 0;
+    if (!reader.readUInt16(faceOffset + 4, tableCount))
+        return false;
+
+    quint32 nameOffset = 0;
+    for (quint32 i = 0; i < tableCount; ++i) {
+        const qint64 entry = faceOffset + 12 + 16 * qint64(i);
+        bool shortRead = false;
+        if (reader.tagAt(entry, "name", shortRead)) {
+            quint32 checksum = 0, offset = 0, length = 0;
+            if (!reader.readUInt32(entry + 4, checksum) || !reader.readUInt32(entry + 8, offset)
+                || !reader.readUInt32(entry + 12, length))
+                return false;
+            nameOffset = offset;
+        } else if (shortRead) {
+            return false;
+        }
+    }
+    if (nameOffset == 0)
+        return true;
+
+    const qint64 table = nameOffset;
+    quint16 recordCount = 0, storage = 0;
+    if (!reader.readUInt16(table + 2, recordCount) || !reader.readUInt16(table + 4, storage))
+        return false;
+
+    bool haveFullName = false, havePostScriptName = false;
+    for (quint32 r = 0; r < recordCount; ++r) {
+        const qint64 record = table + 6 + 12 * qint64(r);
+        quint16 nameID = 0, length = 0, stringOffset = 0;
+        if (!reader.readUInt16(record + 6, nameID) || !reader.readUInt16(record + 8, length)
+            || !reader.readUInt16(record + 10, stringOffset))
+            return false;
+        if (nameID > 13)
+            continue;
+        const int wanted = qMin(int(length), kMaxNameBytes);
+        QByteArray raw;
+        if (!reader.readBytes(table + storage + stringOffset, wanted, raw))
+            return false;
+        const QByteArray text = singleByteName(raw);
+        switch (nameID) {
+        case 0:
+        case 7:
+        case 8:
+        case 9:
+        case 13:
+            if (names.foundry == QLatin1String("Generic"))
+                names.foundry = matchFoundryName(QString::fromLatin1(text));
+            break;
+        case 1:
+            names.family = text;
+            break;
+        case 4:
+            if (!firstWins || !haveFullName)
+                names.fullName = text;
+            haveFullName = true;
+            break;
+        case 5:
+            names.version = text;
+            break;
+        case 6:
+            if (!firstWins || !havePostScriptName)
+                names.postScriptName = text;
+            havePostScriptName = true;
+            break;
+        default:
+            break;
+        }
+    }
+    return true;
+}
+
+qint32 QVFontDiagnose::examineOTF(const QString &path)
+{
+    const qint32 version = getFileVersion(path);
+    const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
+    const int fallbackType = otfExtension ? QVFontType::OpenType : QVFontType::TrueType;
+
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        saveUnreadableSFNT(
+            path, fallbackType, version, QVDefect::withDetail(QVDefect::FileError, file.errorString()));
+        return qint32(file.error());
+    }
+    if (file.size() == 0) {
+        saveUnreadableSFNT(path, fallbackType, version, QString::fromUtf8(QVDefect::BadTableData));
+        return 1;
+    }
+
+    m_sfntFile = &file;
+    m_sfntReader = std::make_unique<QVSFNTReader>(file);
+    QVSFNTReader &reader = *m_sfntReader;
+    bool damaged = false;
+    bool shortRead = false;
+    const bool isOTTO = reader.tagAt(0, "OTTO", shortRead);
+    damaged = shortRead;
+
+    quint16 tableCount = 0;
+    if (!reader.readUInt16(4, tableCount) || tableCount < 1)
+        damaged = true;
+
+    SFNTNames names;
+    if (!damaged && !readSFNTNames(reader, 0, false, names))
+        damaged = true;
+
+    if (!damaged) {
+        // Only the kern probe decides; the others are run for what they read.
+        static const char *const probes[] = { "cmap", "hmtx", "hhea", "maxp", "name" };
+        for (const char *tag : probes) {
+            if (checkOTFtable(&file, tag) != 0)
+                break;
+        }
+        damaged = checkOTFtable(&file, "kern") != 0;
+    }
+    m_sfntReader.reset();
+    m_sfntFile = nullptr;
+    file.close();
+
+    saveSFNTStatus(path, isOTTO ? QVFontType::OpenType : QVFontType::TrueType, version, names, damaged);
+    return damaged ? 1 : 0;
+}
+
+qint32 QVFontDiagnose::examineTTC(const QString &path)
+{
+    const qint32 version = getFileVersion(path);
+    const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
+
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        saveUnreadableSFNT(path, otfExtension ? QVFontType::OpenType : QVFontType::TrueType, version,
+            QVDefect::withDetail(QVDefect::FileError, file.errorString()));
+        return qint32(file.error());
+    }
+
+    QVSFNTReader reader(file);
+    const QString badTable = QString::fromUtf8(QVDefect::BadTableData);
+    bool shortRead = false;
+    if (!reader.tagAt(0, "ttcf", shortRead)) {
+        saveUnreadableSFNT(path, QVFontType::TrueType, version, badTable);
+        return 1;
+    }
+    quint16 majorVersion = 0, minorVersion = 0;
+    quint32 memberCount = 0;
+    if (!reader.readUInt16(4, majorVersion) || !reader.readUInt16(6, minorVersion)
+        || !reader.readUInt32(8, memberCount) || memberCount == 0 || memberCount > 999) {
+        saveUnreadableSFNT(path, QVFontType::TrueType, version, badTable);
+        return 1;
+    }
+
+    QList<qint64> offsets;
+    offsets.reserve(qsizetype(memberCount));
+    for (quint32 i = 0; i < memberCount; ++i) {
+        quint32 offset = 0;
+        offsets.append(reader.readUInt32(12 + 4 * qint64(i), offset) ? qint64(offset) : -1);
+    }
+
+    qint32 result = 0;
+    for (const qint64 offset : std::as_const(offsets)) {
+        SFNTNames names;
+        bool damaged = offset < 0;
+        int fontType = QVFontType::TrueType;
+        if (!damaged) {
+            if (reader.tagAt(offset, "OTTO", shortRead))
+                fontType = QVFontType::OpenType;
+            damaged = shortRead || !readSFNTNames(reader, offset, true, names);
+        }
+        saveSFNTStatus(path, fontType, version, names, damaged);
+        if (damaged)
+            result = 1;
+    }
+    return result;
+}
+
+int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
+{
+    if (!file)
+        return 1;
+    std::unique_ptr<QVSFNTReader> ownReader;
+    if (file != m_sfntFile || !m_sfntReader)
+        ownReader = std::make_unique<QVSFNTReader>(*file);
+    QVSFNTReader &reader = ownReader ? *ownReader : *m_sfntReader;
+    const qint64 fileSize = reader.size();
+    quint16 tableCount = 0;
+    if (!reader.readUInt16(4, tableCount) || tableCount == 0)
+        return 0;
+
+    bool defect = false;
+    bool found = false;
+    qint64 entry = 12;
+    for (quint32 n = 0; n < tableCount; ++n) {
+        bool shortRead = false;
+        if (reader.tagAt(entry, tag, shortRead)) {
+            found = true;
+            break;
+        }
+        if (shortRead)
+            defect = true;
+        entry += 16;
+        if (entry + 12 >= fileSize)
+            break;
+    }
+
+    quint32 checksum = 0, offset = 0, length = 0;
+    if (found) {
+        if (!reader.readUInt32(entry + 12, length))
+            return 1;
+        if (!reader.readUInt32(entry + 4, checksum) || !reader.readUInt32(entry + 8, offset))
+            defect = true;
+    }
+    if (defect)
+        return 1;
+    if (!found)
+        return 0;
+    if (checksum == 0)
+        return 1;
+    if (qint64(offset) >= fileSize)
+        return 0;
+
+    // The examinations look at the table headers only, so only those bytes
+    // are read (never more than the file holds).
+    constexpr quint32 kHeaderBytes = 64;
+    QByteArray data;
+    const bool examined = qstrncmp(tag, "cmap", 4) == 0 || qstrncmp(tag, "hhea", 4) == 0
+        || qstrncmp(tag, "hmtx", 4) == 0 || qstrncmp(tag, "maxp", 4) == 0;
+    if (examined)
+        reader.readBytes(offset, qMin(length, kHeaderBytes), data);
+    if (qstrncmp(tag, "cmap", 4) == 0)
+        return examineCMAP(file, data);
+    if (qstrncmp(tag, "hhea", 4) == 0)
+        return examineHHEA(file, data);
+    if (qstrncmp(tag, "hmtx", 4) == 0)
+        return examineHMTX(file, data);
+    if (qstrncmp(tag, "maxp", 4) == 0)
+        return examineMAXP(file, data);
+    return 0;
+}
+
+namespace
+{
+quint16 be16(const QByteArray &data, int at)
+{
+    return quint16((quint8(data[at]) << 8) | quint8(data[at + 1]));
+}
+} // namespace
+
+int QVFontDiagnose::examineCMAP(QFile *, const QByteArray &tableData)
+{
+    if (tableData.size() < 4)
+        return 1;
+    // An odd encoding ID or a subtable offset beyond the table is tolerated:
+    // many working fonts carry both.
+    if (tableData.size() >= 12) {
+        const quint16 encodingID = be16(tableData, 6);
+        const quint16 subtableOffset = be16(tableData, 10);
+        if (encodingID >= 256 || subtableOffset > tableData.size())
+            return 0;
+    }
+    return 0;
+}
+
+int QVFontDiagnose::examineHHEA(QFile *, const QByteArray &)
+{
+    return 0;
+}
+
+int QVFontDiagnose::examineHMTX(QFile *, const QByteArray &)
+{
+    return 0;
+}
+
+int QVFontDiagnose::examineMAXP(QFile *, const QByteArray &)
+{
+    return 0;
+}
+
+// ---------------------------------------------------------------------------
+// File-level checks
+
+bool QVFontDiagnose::checkFontDoesActivate(const QString &path)
+{
+    // Fonts in the font folders are active already; they are never registered
+    // again. fontconfig scans those folders to any depth, so a font anywhere
+    // below one counts.
+    const QString absolute = QFileInfo(path).absoluteFilePath();
+    for (const QString &folder : QVSettings::getSystemFontFolderPaths()) {
+        const QString prefix = folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/');
+        if (absolute.startsWith(prefix))
+            return true;
+    }
+    if (QVFontActivation::isRegistered(absolute))
+        return true;
+    if (!QVFontActivation::isSupported(absolute))
+        return false;
+    const bool registered = QVFontActivation::registerForProcess(absolute);
+    // Whatever the answer, nothing stays registered.
+    QVFontActivation::unregisterProcessFonts();
+    return registered;
+}
+
+qint32 QVFontDiagnose::getFileVersion(const QString &path)
+{
+    const QDateTime created = QVResouceFork::creationDate(path);
+    if (!created.isValid())
+        return 0;
+    return qint32(created.secsTo(QDateTime::currentDateTimeUtc()) / 86400);
+}
+
+bool QVFontDiagnose::validateFinderFlags(const QString &path)
+{
+    constexpr quint16 kHasBundle = 0x2000;
+    constexpr quint16 kInvisible = 0x4000;
+    const quint16 flags = m_resFork->finderInfoFlags(path);
+    const bool hidden = fileNameOf(path).startsWith(QLatin1Char('.')) || (flags & kInvisible) != 0;
+    if (hidden)
+        return true;
+    const qint16 saved = m_resFork->getCurrentResource();
+    const qint16 ref = m_resFork->openResourceFile(1, path);
+    if (ref < 1)
+        return false;
+    const bool hasBundle = m_resFork->countResourceTypes(ref, qvFourCC("BNDL")) > 0;
+    m_resFork->closeResourceFile(ref);
+    if (saved > 0 && saved != ref)
+        m_resFork->useResourceFile(saved);
+    return hasBundle != ((flags & kHasBundle) != 0);
+}
+
+bool QVFontDiagnose::inFontsFolder(const QString &path)
+{
+    // The answer is false unless there is exactly one data folder, and even
+    // then the relative paths listed never equal a full path. Kept as it is:
+    // an empty suitcase is therefore always reported.
+    const QStringList libraries = QStandardPaths::standardLocations(QStandardPaths::GenericDataLocation);
+    if (libraries.size() != 1)
+        return false;
+    const QDir fonts(libraries.first() + QStringLiteral("/fonts"));
+    if (!fonts.exists())
+        return false;
+    QDirIterator it(
+        fonts.path(), QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        if (fonts.relativeFilePath(it.next()) == path)
+            return true;
+    }
+    return false;
+}
+
+QString QVFontDiagnose::getVersionFromString(const QString &string)
+{
+    QString result = string;
+    result.remove(QLatin1Char('.'));
+    result.remove(QLatin1Char(' '));
+    return result;
+}
+
+// ---------------------------------------------------------------------------
+// PostScript names
+
+QString QVFontDiagnose::get533postScriptName(const QString &postScriptName)
+{
+    QString name = postScriptName;
+    // The prefix is compared on three characters against four, so it never
+    // matches and no prefix is removed. Users' files were named this way.
+    if (name.size() >= 3 && name.left(3) == QLatin1String("ITC-"))
+        name = name.mid(4);
+    name.remove(QLatin1Char('_'));
+    name.remove(QLatin1Char('-'));
+
+    QString result;
+    int word = -1;
+    int kept = 0;
+    for (qsizetype i = 0; i < name.size(); ++i) {
+        const QChar c = name.at(i);
+        if (i == 0 || (c >= QLatin1Char('A') && c <= QLatin1Char('Z'))) {
+            ++word;
+            kept = 0;
+        }
+        if (kept < (word == 0 ? 5 : 3)) {
+            result.append(c);
+            ++kept;
+        }
+    }
+    return result.isEmpty() ? name : result;
+}
+
+bool QVFontDiagnose::isMultipleMaster(const QString &fileName)
+{
+    return fileName.contains(QLatin1String("MM"));
+}
+
+bool QVFontDiagnose::hasMultipleMasterNameError(const QString &)
+{
+    return false;
+}
+
+QByteArray QVFontDiagnose::singleByteName(const QByteArray &raw) const
+{
+    unsigned char single[kMaxNameBytes + 1];
+    const auto length = qint32(qMin<qsizetype>(raw.size(), kMaxNameBytes));
+    m_memoryHandler->doubleToSingleConversion(reinterpret_cast<const unsigned char *>(raw.constData()),
+        length, single, qint32(sizeof single), length);
+    return QByteArray(reinterpret_cast<const char *>(single));
+}
+
+QByteArray QVFontDiagnose::findPostScriptValue(const QByteArray &text, const char *key)
+{
+    // Patterns in this order, each with the character that ends its value.
+    const QByteArray k(key);
+    const struct {
+        QByteArray pattern;
+        char end;
+    } patterns[] = { { k + " /", ' ' }, { k + "(", ')' }, { k + " (", ')' }, { k + "/", ' ' } };
+    for (const auto &p : patterns) {
+        const qsizetype at = text.indexOf(p.pattern, 2);
+        if (at < 0)
+            continue;
+        const qsizetype start = at + p.pattern.size();
+        qsizetype end = text.indexOf(p.end, start);
+        if (end < 0)
+            end = text.size();
+        return text.mid(start, qMin<qsizetype>(end - start, kMaxNameBytes));
+    }
+    return QByteArray();
+}
+
+QString QVFontDiagnose::getType3PSname(const QString &path)
+{
+    // A Type 3 program is text of some kilobytes; a file far larger than any
+    // font program is not read into memory.
+    constexpr qint64 kMaxProgramSize = 64 * 1024 * 1024;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxProgramSize)
+        return QString();
+    return QString::fromUtf8(findPostScriptValue(file.readAll(), "/FontName"));
+}
+
+// ---------------------------------------------------------------------------
+// Foundry names
+
+void QVFontDiagnose::loadFoundryNames()
+{
+    foundryArray.clear();
+    QFile file(QStringLiteral(":/quorvel/foundries.json"));
+    if (!file.open(QIODevice::ReadOnly))
+        return;
+    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+    for (const QJsonValue &value : document.object().value(QStringLiteral("foundries")).toArray()) {
+        if (value.isString())
+            foundryArray.append(value.toString());
+    }
+}
+
+QString QVFontDiagnose::matchFoundryName(const QString &text) const
+{
+    if (m_foundriesLowerSource != foundryArray || m_foundriesLower.size() != foundryArray.size()) {
+        m_foundriesLowerSource = foundryArray;
+        m_foundriesLower.clear();
+        for (const QString &foundry : foundryArray)
+            m_foundriesLower.append(foundry.toLower());
+    }
+    const QString lower = text.toLower();
+    for (qsizetype i = 0; i < m_foundriesLower.size(); ++i) {
+        if (!m_foundriesLower.at(i).isEmpty() && lower.contains(m_foundriesLower.at(i)))
+            return foundryArray.at(i);
+    }
+    return QStringLiteral("Generic");
+}

@@ -1,0 +1,149 @@
+// Examines one font file at a time and leaves one status record per font in
+// it, with every defect found. Defects are never failures: nothing here
+// throws, and an unreadable file is still represented by a status.
+#pragma once
+
+#include "engine/QVFontExaminer.h"
+#include "engine/QVResourceHandle.h"
+#include "engine/QVStatus.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <memory>
+
+class QFile;
+class QVMemoryHandler;
+class QVResouceFork;
+class QVSettings;
+class QVSFNTReader;
+
+class QVFontDiagnose final : public QVFontExaminer
+{
+public:
+    QVFontDiagnose();
+    ~QVFontDiagnose() override;
+    QVFontDiagnose(const QVFontDiagnose &) = delete;
+    QVFontDiagnose &operator=(const QVFontDiagnose &) = delete;
+
+    // QVFontExaminer
+    void initialize() override;
+    void setDoActivation(bool activation) override { doActivation = activation; }
+    void examineFont(const QString &path) override;
+    QList<QVStatusPtr> fontStatusArray() const override { return m_fontStatusArray; }
+    void finalize() override;
+    bool hasResourceFork(const QString &path) override;
+    QString quotedTypeCode(const QString &path) override;
+
+    // Non-zero when the last examined file had a defect.
+    qint32 examineResult() const { return m_result; }
+
+    void saveCurrentStatus();
+    QVStatusPtr getLastStatus() const;
+    void logStatus(const QVStatus &status) const;
+
+    // SFNT files and collections.
+    qint32 examineOTF(const QString &path);
+    qint32 examineTTC(const QString &path);
+    // 1 when the table named by tag looks damaged, else 0.
+    int checkOTFtable(QFile *file, const char tag[4]);
+    int examineCMAP(QFile *file, const QByteArray &tableData);
+    int examineHHEA(QFile *file, const QByteArray &tableData);
+    int examineHMTX(QFile *file, const QByteArray &tableData);
+    int examineMAXP(QFile *file, const QByteArray &tableData);
+
+    // Suitcases.
+    qint32 examineSuitcase(const QString &path);
+    // Empty when the family's tables are sound, else the damaged part.
+    QString checkFONDtables(const QVResourceHandle &fond, const QString &fontName);
+    // True when the strike is damaged.
+    bool checkNFNTtables(const QVResourceHandle &strike);
+    bool checkExtraResources(const QString &path);
+    int examineSFNT(const QVResourceHandle &sfnt);
+    int qvlib_checkTTtableSum(const QVResourceHandle &sfnt, const char tag[4]);
+    static QString styleName(int styleBits);
+
+    // PostScript outline files.
+    qint32 examinePSfont(const QString &path);
+    QString getType1PSname(const QString &path);
+    QString getType1PSversion(const QString &path);
+    QString getType1FoundrytName(const QString &path);
+
+    // File-level checks.
+    bool validateFinderFlags(const QString &path);
+    bool checkFontDoesActivate(const QString &path);
+    qint32 getFileVersion(const QString &path);
+    bool inFontsFolder(const QString &path);
+    static QString getVersionFromString(const QString &string);
+
+    // PostScript names.
+    static QString get533postScriptName(const QString &postScriptName);
+    static bool isMultipleMaster(const QString &fileName);
+    static bool hasMultipleMasterNameError(const QString &name);
+    QString getType3PSname(const QString &path);
+
+    // Foundry names.
+    void loadFoundryNames();
+    QString matchFoundryName(const QString &text) const;
+    QString findSFNTFoundryName(const QVResourceHandle &sfnt);
+
+    // The value after "/FontName" (or another key) in PostScript text, searched
+    // from its third byte; empty when none.
+    static QByteArray findPostScriptValue(const QByteArray &text, const char *key);
+    // Drops the zero bytes of a naming-table string (UTF-16 names below 256
+    // become single bytes), at most 255 of them.
+    QByteArray singleByteName(const QByteArray &raw) const;
+
+    QVStatusPtr currentStatus;
+    QList<QVStatusPtr> statusArray;
+    QStringList foundryArray;
+
+    bool doFinderFlags = true;
+    bool doDiagnoseMM = false;
+    bool doDiagnoseType1 = true;
+    bool doDiagnoseType3 = true;
+    bool doEmptySuitcase = true;
+    bool doIgnoreStandardFonts = true;
+    bool doTables = true;
+    bool doActivation = true;
+    bool doLogging = false;
+    bool isInitialized = false;
+
+    QVSettings *settings() const { return m_settings.get(); }
+    QVResouceFork *qvResFork() const { return m_resFork.get(); }
+    QVMemoryHandler *memoryHandler() const { return m_memoryHandler.get(); }
+
+private:
+    struct SFNTNames {
+        QByteArray family, fullName, version, postScriptName;
+        QString foundry = QStringLiteral("Generic");
+    };
+    // Reads the naming table of the face whose directory starts at dirOffset.
+    // False on a short read. With firstWins, the first full name and PostScript
+    // name found are kept (collection members).
+    bool readSFNTNames(QVSFNTReader &reader, qint64 faceOffset, bool firstWins, SFNTNames &names);
+    void saveUnreadableSFNT(const QString &path, int fontType, qint32 version, const QString &message);
+    void saveSFNTStatus(
+        const QString &path, int fontType, qint32 version, const SFNTNames &names, bool damaged);
+    void markStatusesOfLastFile(const QString &message, bool nameFromFile);
+    // The HFS type the examination is chosen by; a .dfont without one is a
+    // data-fork suitcase.
+    QByteArray hfsTypeCode(const QString &path);
+    void saveWholeSuitcase(
+        const QString &path, qint32 version, const QString &message, const QString &style, qint32 fontID);
+    QByteArray postScriptValueInPOST(const QString &path, const char *key);
+
+    std::unique_ptr<QVSettings> m_settings;
+    std::unique_ptr<QVResouceFork> m_resFork;
+    std::shared_ptr<QVMemoryHandler> m_memoryHandler;
+    // The reader of the SFNT file being examined, shared with its table
+    // probes so that the directory is read once.
+    QFile *m_sfntFile = nullptr;
+    // foundryArray in lower case, made again whenever the list changes.
+    mutable QStringList m_foundriesLowerSource;
+    mutable QStringList m_foundriesLower;
+    std::unique_ptr<QVSFNTReader> m_sfntReader;
+    QList<QVStatusPtr> m_fontStatusArray;
+    qint32 m_result = 0;
+};
