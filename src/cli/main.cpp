@@ -1,21 +1,25 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
 #include "cli/QVCliCommand.h"
+#include "cli/QVRsrcCommand.h"
+#include "cli/QVScanCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
 
 #include <QCoreApplication>
-
 #include <cstdio>
 #include <memory>
 #include <vector>
 
-namespace {
+namespace
+{
 
 std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
     std::vector<std::unique_ptr<QVCliCommand>> commands;
     commands.push_back(std::make_unique<QVSettingsCommand>());
+    commands.push_back(std::make_unique<QVScanCommand>());
+    commands.push_back(std::make_unique<QVRsrcCommand>());
     return commands;
 }
 
