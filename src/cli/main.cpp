@@ -1,5 +1,6 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
 #include "cli/QVCliCommand.h"
+#include "cli/QVDiagnoseCommand.h"
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVSettingsCommand.h"
@@ -19,6 +20,7 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     std::vector<std::unique_ptr<QVCliCommand>> commands;
     commands.push_back(std::make_unique<QVSettingsCommand>());
     commands.push_back(std::make_unique<QVScanCommand>());
+    commands.push_back(std::make_unique<QVDiagnoseCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     return commands;
 }
