@@ -8,6 +8,7 @@
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
+#include <QCoreApplication>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -59,6 +60,9 @@ class QVDiagnosisRunTest : public ::testing::Test
 protected:
     void SetUp() override
     {
+        // Notifications still queued by an earlier test are not this one's.
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
         QVSettings().registerUserPreferences();
         diagnosis = std::make_unique<QVDiagnosis>(&library.dataMgr);
         diagnosis->setPacingEnabled(false);
@@ -285,6 +289,23 @@ TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
     EXPECT_TRUE(delegate.presented.isEmpty());
     EXPECT_EQ(diagnosis->progressForPass(0)->label(), QStringLiteral("Font File Structure"));
     EXPECT_EQ(QVSettings().lastScanProblemCount(), QString::number(diagnosis->fileStructureProblemCount()));
+}
+
+TEST_F(QVDiagnosisRunTest, AfterACancelEveryFinishingPassRunsTheFinishingSequenceAgain)
+{
+    addOneProblemOfEachKind();
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    diagnosis->diagnoseFonts();
+    // Before any pass can report back: each of the four then finds the flag set.
+    diagnosis->setDoCancel(true);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return finished.size() == 4 && diagnosis->passesInFlight() == 0; }, 20000));
+    QTest::qWait(50);
+    EXPECT_EQ(finished.size(), 4);
+    EXPECT_EQ(notifications.count(QStringLiteral("kEndDiagnosis")), 4);
+    EXPECT_FALSE(notifications.contains(QStringLiteral("kEndDiagnosisAction")));
+    EXPECT_TRUE(delegate.presented.isEmpty());
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosis was canceled"));
 }
 
 TEST_F(QVDiagnosisRunTest, CancelButtonAsksFirstAndCancelsOnTheSecondButton)
