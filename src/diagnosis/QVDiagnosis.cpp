@@ -624,28 +624,33 @@ bool QVDiagnosis::problemListHoldsReportedSize(const QVStatus &bitmap) const
     return false;
 }
 
+QMutex &QVDiagnosis::marksLockFor(const QVStatus &status) const
+{
+    return m_marksLocks[(quintptr(&status) / alignof(QVStatus)) % kMarkLockCount];
+}
+
 bool QVDiagnosis::hasMark(const QVStatus &status, int errorClass) const
 {
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     return status.fontErrors.contains(errorClass);
 }
 
 QList<int> QVDiagnosis::marks(const QVStatus &status) const
 {
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     return status.fontErrors;
 }
 
 void QVDiagnosis::appendMark(QVStatus &status, int errorClass)
 {
     // Appended as it is: a class may stand twice when a pass finds it again.
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     status.fontErrors.append(errorClass);
 }
 
 void QVDiagnosis::addMessage(QVStatus &status, const QString &message)
 {
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     status.setFontErrorInfo(message);
 }
 

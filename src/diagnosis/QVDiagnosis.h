@@ -173,7 +173,11 @@ private:
     QList<QVProblemFontPtr> m_problemFonts;
     QHash<qint32, QVProblemFontPtr> m_problemByIndex;
     QHash<QString, QList<QVStatusPtr>> m_problemStatusesByFamily;
-    mutable QMutex m_marksLock;
+    // Striped by status, so passes marking different fonts rarely wait on
+    // one another.
+    static constexpr size_t kMarkLockCount = 64;
+    QMutex &marksLockFor(const QVStatus &status) const;
+    mutable std::array<QMutex, kMarkLockCount> m_marksLocks;
 
     QList<QVFontFilePtr> m_bitmaps;
     QList<QVFontFilePtr> m_postscripts;
