@@ -4,6 +4,7 @@
 #include "diagnosis/QVDuplicateIndex.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
@@ -225,9 +226,13 @@ void QVDiagnosis::finishDiagnosis()
             QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kEndDiagnosisAction),
                 { { QStringLiteral("object"), QVariant::fromValue<QObject *>(this) } });
         }
-        if (autoScan && m_delegate)
-            m_delegate->sendResponse(kResponseScanFontsComplete, QString(),
-                { { kPayloadOptions, m_settings->lastAutoScanDate() } });
+        if (autoScan) {
+            const QVariantMap options { { kPayloadOptions, m_settings->lastAutoScanDate() } };
+            if (m_helperCommunications)
+                m_helperCommunications->sendResponse(kResponseScanFontsComplete, QString(), options);
+            else if (m_delegate)
+                m_delegate->sendResponse(kResponseScanFontsComplete, QString(), options);
+        }
         if (m_delegate && m_delegate->isAutoScanLaunch() && m_settings->autoScanQuitWhenDone()) {
             QTimer::singleShot(2000, this, [this] {
                 if (m_delegate)

@@ -3,12 +3,14 @@
 // structure pass.
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVDiagnosis.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -212,6 +214,48 @@ TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperAndQuitsWhenAsked)
     // The application quits two seconds later.
     EXPECT_EQ(delegate.terminations, 0);
     EXPECT_TRUE(QTest::qWaitFor([&] { return delegate.terminations == 1; }, 4000));
+}
+
+namespace
+{
+class QVResponseRecorder final : public QVHelperCommunicationsDelegate
+{
+public:
+    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+    {
+        responses << response;
+        senders << sender;
+        lastOptions = options;
+    }
+    QStringList responses;
+    QStringList senders;
+    QVariantMap lastOptions;
+};
+} // namespace
+
+TEST_F(QVDiagnosisRunTest, AutoScanAnswerGoesToTheHandlerOverTheHelperChannel)
+{
+    if (!QDBusConnection::sessionBus().isConnected())
+        GTEST_SKIP() << "no session bus: run under dbus-run-session";
+    QVHelperCommunications application;
+    QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
+    QVResponseRecorder recorder;
+    handler.setDelegate(&recorder);
+    diagnosis->setHelperCommunications(&application);
+
+    library.addFile(copyFont(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"), folder("A")),
+        1, QString(""), { makeStatus(3, QStringLiteral("DejaVuSans")) });
+    diagnosis->settings()->setLastScanType(QStringLiteral("AutoScan"));
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    diagnosis->diagnoseFonts();
+    ASSERT_TRUE(waitForFinish(finished));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !recorder.responses.isEmpty(); }, 5000));
+
+    EXPECT_EQ(recorder.responses, QStringList { "kResponse_ScanFonts_Complete" });
+    EXPECT_EQ(recorder.senders, QStringList { application.ownIdentifier() });
+    EXPECT_EQ(recorder.lastOptions.value("kPayloadOptions").toDateTime().toSecsSinceEpoch(),
+        QVSettings().lastAutoScanDate().toSecsSinceEpoch());
+    EXPECT_TRUE(delegate.responses.isEmpty());
 }
 
 TEST_F(QVDiagnosisRunTest, OverallBarAdvancesByTheStepOfEachPass)
