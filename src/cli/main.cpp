@@ -8,12 +8,12 @@
 #include "settings/QVSettings.h"
 
 #include <QCoreApplication>
+
 #include <cstdio>
 #include <memory>
 #include <vector>
 
-namespace
-{
+namespace {
 
 std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
