@@ -2,6 +2,7 @@
 #include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
 #include "cli/QVExamineCommand.h"
+#include "cli/QVDiagnoseCommand.h"
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVReportsCommand.h"
@@ -22,6 +23,8 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     std::vector<std::unique_ptr<QVCliCommand>> commands;
     commands.push_back(std::make_unique<QVExamineCommand>());
     commands.push_back(std::make_unique<QVSettingsCommand>());
+    commands.push_back(std::make_unique<QVScanCommand>());
+    commands.push_back(std::make_unique<QVDiagnoseCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     commands.push_back(std::make_unique<QVScanCommand>());
     commands.push_back(std::make_unique<QVReportsCommand>());
