@@ -26,7 +26,6 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     commands.push_back(std::make_unique<QVScanCommand>());
     commands.push_back(std::make_unique<QVDiagnoseCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
-    commands.push_back(std::make_unique<QVScanCommand>());
     commands.push_back(std::make_unique<QVReportsCommand>());
     commands.push_back(std::make_unique<QVCleanCachesCommand>());
     return commands;
