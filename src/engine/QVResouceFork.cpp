@@ -636,6 +636,8 @@ QString QVResouceFork::getBitmapPSname(const QVResourceHandle &h, int style)
 
 quint16 QVResouceFork::finderInfoFlags(const QString &path)
 {
+    // Under the lock, so a flag change on another thread is seen whole.
+    std::lock_guard guard(lock());
     QByteArray info;
     if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 10)
         return 0;

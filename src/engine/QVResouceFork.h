@@ -6,6 +6,18 @@
 // QVResourceHandle (null = none). Types are four-character codes in 32 bits.
 // One process-wide lock guards the layer: hold lock() across an examination or
 // a suitcase edit so no other thread changes the current file in between.
+//
+// Typical use:
+//   std::lock_guard guard(QVResouceFork::lock());
+//   QVResouceFork fork;
+//   const qint16 ref = fork.openResourceFile(1, path);        // -1: fork.resourceError()
+//   for (const QVResourceHandle &fond : fork.getResourcesOfType(qvFourCC("FOND"), ref))
+//       fork.memoryHandler->Handle_ReadShort(fond, 52);       // bounds-checked reads
+//   fork.closeResourceFile(ref);
+// Editing: open with 3, useResourceFile(ref), addResource() (it detaches a handle
+// taken from another file, so that file is left as it was), or change a handle's
+// bytes and call changedResource() + writeResource(), removeResource(); the fork
+// is written atomically when the file is closed.
 #pragma once
 
 #include "engine/QVMemoryHandler.h"

@@ -4,8 +4,7 @@
 
 #include <QHash>
 
-namespace
-{
+namespace {
 
 constexpr int kHeaderSize = 16;
 constexpr int kDataStart = 256;
@@ -103,7 +102,8 @@ std::optional<QVResourceFile> QVResourceFile::parse(const QByteArray &fork, qint
             file.entries.append(std::move(entry));
         }
     }
-    file.headerReserve = fork.mid(kHeaderSize, qMin<qint64>(dataOffset, kDataStart) - kHeaderSize);
+    file.headerReserve
+        = fork.mid(kHeaderSize, qMax<qint64>(0, qMin<qint64>(dataOffset, kDataStart) - kHeaderSize));
     if (error)
         *error = QVResourceError::NoErr;
     return file;
@@ -255,7 +255,8 @@ QByteArray QVResourceFile::serialize(qint16 *error) const
     fork.append(header);
     put32(fork, 0); // next map
     put16(fork, 0); // file reference
-    put16(fork, mapAttributes & ~quint16(0x00E0 & ~kMapReadOnly)); // keep read-only, drop changed flags
+    // The read-only bit stays; "compact" and "changed" describe the last session only.
+    put16(fork, mapAttributes & ~quint16(0x0060));
     put16(fork, kMapHeaderSize);
     put16(fork, quint16(nameListOffset));
     fork.append(typeBytes);

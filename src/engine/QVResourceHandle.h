@@ -2,8 +2,8 @@
 // shared: the open resource file keeps the one it gave out, so loading the same
 // resource twice answers the same handle, and a change made through one holder is
 // seen by all. The bytes may be read and resized freely (FOND surgery grows and
-// shrinks them); call QVResourceManager::changedResource() and writeResource()
-// to put the change into the file.
+// shrinks them); call QVResouceFork::changedResource() and writeResource()
+// to put the change into the file, which is written when it is closed.
 #pragma once
 
 #include <QByteArray>

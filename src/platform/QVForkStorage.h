@@ -48,8 +48,8 @@ public:
     static qint16 writeResourceFork(
         const QString &path, const QByteArray &fork, Place place, Place *written = nullptr);
 
-    // Where the Finder info is, or Place::None. All-zero Finder info counts as
-    // none only where a place stores nothing else.
+    // Where the Finder info is, or Place::None: the first place that holds a
+    // Finder info entry or attribute, all zeros or not.
     static Place finderInfoPlace(const QString &path);
     // 32 bytes (zeros when the file has none; then *place is None). 0 or -43.
     static qint16 readFinderInfo(const QString &path, QByteArray *info, Place *place = nullptr);

@@ -288,6 +288,58 @@ TEST_F(QVResourceForkTest, NewSuitcaseWithAddedAndRemovedResourcesReadsBackInOth
     fork.closeResourceFile(check);
 }
 
+TEST_F(QVResourceForkTest, ForksWeWriteOpenInFreeType)
+{
+    if (!toolExists(QStringLiteral("fc-scan")))
+        GTEST_SKIP() << "fc-scan (fontconfig over FreeType) is needed";
+    // Copies every resource of one file into a new one of the given kind.
+    auto copyAll = [this](const QString &from, const QString &to, quint32 creator, quint32 type) {
+        ASSERT_EQ(fork.createNewResourceFileAtPath(to, creator, type), 0);
+        const qint16 src = fork.openResourceFile(QVPermission::Read, from);
+        ASSERT_GE(src, 1);
+        const qint16 dst = fork.openResourceFile(QVPermission::ReadWrite, to);
+        ASSERT_GE(dst, 1);
+        fork.useResourceFile(src);
+        const int typeCount = QVResourceManager::count1Types();
+        for (int t = 1; t <= typeCount; ++t) {
+            fork.useResourceFile(src);
+            const quint32 resType = QVResourceManager::get1IndType(t);
+            for (const QVResourceHandle &h : fork.getResourcesOfType(resType, src)) {
+                const QString name = fork.getResourceInfo(h).value("name").toString();
+                fork.useResourceFile(dst);
+                ASSERT_EQ(
+                    fork.addResource(h, resType, h->id, name == QLatin1String("<none>") ? QString() : name),
+                    0);
+            }
+        }
+        fork.closeResourceFile(dst);
+        ASSERT_EQ(fork.resourceError(), 0);
+        fork.closeResourceFile(src);
+    };
+    auto scan = [](const QString &file) {
+        const ToolResult result = runTool(QStringLiteral("fc-scan"),
+            { QStringLiteral("--format"), QStringLiteral("%{family} %{style} %{fontformat}\\n"), file });
+        QStringList faces = QString::fromUtf8(result.out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        faces.sort();
+        return faces;
+    };
+
+    const QString lwfn = makeLwfn(dir.path(), QStringLiteral("C059Ita"));
+    ASSERT_FALSE(lwfn.isEmpty());
+    const QString lwfnCopy = path(QStringLiteral("C059Copy"));
+    copyAll(lwfn, lwfnCopy, qvFourCC("T1UT"), qvFourCC("LWFN"));
+    EXPECT_EQ(scan(lwfnCopy), QStringList { QStringLiteral("C059 Italic Type 1") });
+
+    const QString dfont = dfontPath();
+    if (dfont.isEmpty())
+        GTEST_SKIP() << "no .dfont installed";
+    const QString suitcase = path(QStringLiteral("Panic Suitcase"));
+    copyAll(dfont, suitcase, qvFourCC("DMOV"), qvFourCC("FFIL"));
+    const QStringList faces = scan(suitcase);
+    EXPECT_EQ(faces.size(), 4);
+    EXPECT_EQ(faces, scan(dfont));
+}
+
 TEST_F(QVResourceForkTest, LookupsSearchOnlyTheGivenFileAndRestoreTheCurrentOne)
 {
     const QString raw = makeSuitcaseFork(dir.path());

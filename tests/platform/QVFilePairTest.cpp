@@ -245,3 +245,30 @@ INSTANTIATE_TEST_SUITE_P(EveryPlace, QVFilePairTest, ::testing::ValuesIn(kVarian
         name.remove(QLatin1Char('-'));
         return name.toStdString();
     });
+
+TEST(QVFilePair, FailedCompanionMovePutsEverythingBack)
+{
+    QTemporaryDir dir(QStringLiteral("/tmp/qv-pair-XXXXXX"));
+    // A file whose fork netatalk keeps, moved into a folder where ".AppleDouble"
+    // is a plain file: the companion cannot follow, so the move is undone.
+    const QString source = dir.path() + QStringLiteral("/src/Font");
+    QDir().mkpath(dir.path() + QStringLiteral("/src/.AppleDouble"));
+    ASSERT_TRUE(writeBytes(source, "data"));
+    ASSERT_EQ(
+        QVForkStorage::writeResourceFork(source, QVResourceFile::emptyFork(), Place::NetatalkFolder), 0);
+    const PairHash original = hashPair(source);
+    ASSERT_EQ(original.forkPlace, Place::NetatalkFolder);
+
+    QDir().mkpath(dir.path() + QStringLiteral("/dst"));
+    ASSERT_TRUE(writeBytes(dir.path() + QStringLiteral("/dst/.AppleDouble"), "in the way"));
+    const QString target = dir.path() + QStringLiteral("/dst/Font");
+    const QVFilePair::Result result = QVFilePair::move(source, target);
+    EXPECT_FALSE(result);
+    EXPECT_FALSE(result.message.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(hashPair(source), original);
+    // Copy fails the same way and leaves no half copy behind.
+    EXPECT_FALSE(QVFilePair::copy(source, target));
+    EXPECT_FALSE(QFileInfo::exists(target));
+    EXPECT_EQ(hashPair(source), original);
+}
