@@ -17,7 +17,6 @@ public:
 
     // The data manager's records as one JSON object, keyed by field name.
     static QJsonObject toJson(const QVFontDataManager &dataMgr);
-
-private:
+    // The records as a readable table, one line a font, defects beside it.
     static void printTable(const QVFontDataManager &dataMgr);
 };

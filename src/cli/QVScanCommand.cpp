@@ -1,5 +1,7 @@
 #include "cli/QVScanCommand.h"
 
+#include "cli/QVExamineCommand.h"
+#include "cli/QVRecordJson.h"
 #include "cli/QVTerminalProgress.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
@@ -49,47 +51,11 @@ private:
     };
 };
 
-QString statusDefects(const QVStatusPtr &status)
-{
-    return status->fontErrorsInfo.isEmpty() ? QStringLiteral("OK")
-                                            : status->fontErrorsInfo.join(QStringLiteral("; "));
-}
-
 } // namespace
-
-QString QVScanCommand::formatFontFile(const QVFontFilePtr &fontFile)
-{
-    QString text = fontFile->URL + QLatin1Char('\n');
-    for (const QVStatusPtr &status : fontFile->fontStatusArray) {
-        const QString type = getFontTypeName(status->fontType);
-        text += QStringLiteral("    ") + status->fontName;
-        if (!type.isEmpty())
-            text += QStringLiteral(" (") + type + QLatin1Char(')');
-        text += QStringLiteral(": ") + statusDefects(status) + QLatin1Char('\n');
-    }
-    return text;
-}
 
 QJsonObject QVScanCommand::fontFileToJson(const QVFontFilePtr &fontFile)
 {
-    QJsonArray fonts;
-    for (const QVStatusPtr &status : fontFile->fontStatusArray) {
-        fonts.append(QJsonObject { { QStringLiteral("index"), status->index },
-            { QStringLiteral("fontName"), status->fontName },
-            { QStringLiteral("fontType"), status->fontType },
-            { QStringLiteral("fontTypeName"), getFontTypeName(status->fontType) },
-            { QStringLiteral("PSname"), status->PSname },
-            { QStringLiteral("fontErrors"), QJsonArray::fromVariantList([&] {
-                 QVariantList codes;
-                 for (int code : status->fontErrors)
-                     codes.append(code);
-                 return codes;
-             }()) },
-            { QStringLiteral("fontErrorsInfo"), QJsonArray::fromStringList(status->fontErrorsInfo) } });
-    }
-    return QJsonObject { { QStringLiteral("URL"), fontFile->URL },
-        { QStringLiteral("fontFileType"), fontFile->fontFileType },
-        { QStringLiteral("macTypeCode"), fontFile->macTypeCode }, { QStringLiteral("fonts"), fonts } };
+    return QVRecordJson::fontFileToJson(*fontFile);
 }
 
 int QVScanCommand::run(const QStringList &arguments)
@@ -155,18 +121,11 @@ int QVScanCommand::run(const QStringList &arguments)
     }
 
     if (json) {
-        QJsonArray files;
-        for (const QVFontFilePtr &fontFile : std::as_const(dataManager.fontFileItems))
-            files.append(fontFileToJson(fontFile));
-        out() << QJsonDocument(
-            QJsonObject { { QStringLiteral("folders"), QJsonArray::fromStringList(folders) },
-                { QStringLiteral("totalFonts"), qint64(dataManager.totalFonts) },
-                { QStringLiteral("fontFiles"), files } })
-                     .toJson(QJsonDocument::Indented);
+        QJsonObject object = QVRecordJson::dataManagerToJson(dataManager);
+        object.insert(QStringLiteral("folders"), QJsonArray::fromStringList(folders));
+        out() << QJsonDocument(object).toJson(QJsonDocument::Indented);
     } else {
-        for (const QVFontFilePtr &fontFile : std::as_const(dataManager.fontFileItems))
-            out() << formatFontFile(fontFile);
-        out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
+        QVExamineCommand::printTable(dataManager);
     }
     out().flush();
     return dataManager.foundProblemFonts ? ProblemsFound : Success;

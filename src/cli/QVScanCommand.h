@@ -19,7 +19,6 @@ public:
     QString summary() const override { return QStringLiteral("find and examine the fonts in folders"); }
     int run(const QStringList &arguments) override;
 
-    // One file and its fonts, as text lines and as JSON.
-    static QString formatFontFile(const QVFontFilePtr &fontFile);
+    // One file and its fonts as JSON, keyed by the record field names.
     static QJsonObject fontFileToJson(const QVFontFilePtr &fontFile);
 };

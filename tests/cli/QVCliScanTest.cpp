@@ -2,6 +2,7 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QRegularExpression>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -49,14 +50,16 @@ QString copyFont(const QString &source, const QString &destination)
 const QString kDejaVu = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
 const QString kType1 = QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb");
 
-// The file lines of the text output: every line that is not a font's line
-// (indented) nor the closing count.
+// The file lines of the text output: every line that is not the heading, a
+// font's line (both indented) nor the closing count, without the notes that
+// follow the path.
 QStringList printedFiles(const QString &out)
 {
+    static const QRegularExpression closing(QStringLiteral("^\\d+ fonts? in \\d+ files?, "));
     QStringList files;
     for (const QString &line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-        if (!line.startsWith(QLatin1Char(' ')) && !line.contains(QLatin1String(" font files, ")))
-            files.append(line);
+        if (!line.startsWith(QLatin1Char(' ')) && !closing.match(line).hasMatch())
+            files.append(line.section(QStringLiteral("  "), 0, 0));
     }
     return files;
 }
@@ -86,9 +89,11 @@ TEST_F(CliScanTest, PrintsEveryFontFileInScanOrderWithoutAProgressBarWhenPiped)
     EXPECT_EQ(printedFiles(run.out),
         (QStringList { two + QStringLiteral("/Font.TTF"), one + QStringLiteral("/a/Outline.pfb"),
             one + QStringLiteral("/b.ttf") }));
-    // Each file is followed by the status of its font.
-    EXPECT_TRUE(run.out.contains(two + QStringLiteral("/Font.TTF\n    ")));
-    EXPECT_TRUE(run.out.endsWith(QStringLiteral("3 font files, 3 fonts\n"))) << qPrintable(run.out);
+    // Each file is followed by its fonts, as examine prints them; a data-fork
+    // Type 1 file on its own holds no font the examiner reads.
+    EXPECT_TRUE(run.out.contains(two + QStringLiteral("/Font.TTF\n   0  TrueType")));
+    EXPECT_TRUE(run.out.contains(one + QStringLiteral("/a/Outline.pfb  (no fonts examined)\n")));
+    EXPECT_TRUE(run.out.endsWith(QStringLiteral("2 fonts in 3 files, no problems found\n"))) << qPrintable(run.out);
     // Output that is not a terminal carries no bar.
     EXPECT_FALSE(run.out.contains(QLatin1Char('\r')));
     EXPECT_FALSE(run.out.contains(QLatin1String("Estimated time remaining")));
@@ -107,8 +112,9 @@ TEST_F(CliScanTest, JsonListsTheFilesAndTheirFonts)
     EXPECT_EQ(files.at(0).toObject().value(QStringLiteral("URL")).toString(),
         one + QStringLiteral("/a/Outline.pfb"));
     EXPECT_EQ(files.at(1).toObject().value(QStringLiteral("URL")).toString(), one + QStringLiteral("/b.ttf"));
-    EXPECT_EQ(files.at(1).toObject().value(QStringLiteral("fonts")).toArray().size(), 1);
-    EXPECT_EQ(document.value(QStringLiteral("totalFonts")).toInt(), 2);
+    EXPECT_EQ(files.at(1).toObject().value(QStringLiteral("fontStatusArray")).toArray().size(), 1);
+    EXPECT_EQ(document.value(QStringLiteral("totalFonts")).toInt(), 1);
+    EXPECT_EQ(document.value(QStringLiteral("folders")).toArray().size(), 1);
 }
 
 TEST_F(CliScanTest, AMissingFolderIsAClearErrorAndScansNothing)

@@ -1,0 +1,18 @@
+// The JSON form of the font records, keyed by the records' field names. Every
+// command that prints fonts uses it, so scan, examine and diagnose agree.
+#pragma once
+
+#include "engine/QVFontFile.h"
+
+#include <QJsonObject>
+
+class QVFontDataManager;
+
+class QVRecordJson
+{
+public:
+    static QJsonObject statusToJson(const QVStatus &status);
+    static QJsonObject fontFileToJson(const QVFontFile &fontFile);
+    // {"totalFonts":N,"foundProblemFonts":B,"fontFiles":[...]}
+    static QJsonObject dataManagerToJson(const QVFontDataManager &dataMgr);
+};
