@@ -1,5 +1,6 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
 #include "cli/QVCliCommand.h"
+#include "cli/QVRsrcCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
@@ -16,6 +17,7 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
     std::vector<std::unique_ptr<QVCliCommand>> commands;
     commands.push_back(std::make_unique<QVSettingsCommand>());
+    commands.push_back(std::make_unique<QVRsrcCommand>());
     return commands;
 }
 

@@ -1,0 +1,69 @@
+// Where a file's resource fork, Finder info and creation date live on Linux,
+// and reading and writing each there. Places are searched in this order, each
+// of the three on its own; the first that has it wins, and a write goes back to
+// the place it was read from:
+//   1. extended attributes user.com.apple.ResourceFork / user.com.apple.FinderInfo
+//   2. AppleDouble sidecar "._NAME" beside the file (the default for new data)
+//   3. netatalk 2 ".AppleDouble/NAME"
+//   4. netatalk 3 attribute user.org.netatalk.Metadata (Finder info and dates only)
+//   5. the data fork itself, for "*.dfont" (fork only, read-only)
+// A fork or Finder info that no longer fits in an attribute moves to the
+// sidecar; the attribute is removed only after the sidecar is safely written.
+// Errors are Mac codes (QVResourceError): -43 no file, -54 permission, -34 full
+// disk, -36 other I/O.
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+#include <QStringList>
+
+class QVForkStorage
+{
+public:
+    enum class Place { None, ExtendedAttribute, AppleDouble, NetatalkFolder, NetatalkMetadata, DataFork };
+
+    static constexpr const char *kForkAttribute = "user.com.apple.ResourceFork";
+    static constexpr const char *kFinderInfoAttribute = "user.com.apple.FinderInfo";
+    static constexpr const char *kNetatalkAttribute = "user.org.netatalk.Metadata";
+
+    // Short name of a place, as the command line prints it: "none", "xattr",
+    // "appledouble", "netatalk", "netatalk-metadata", "datafork".
+    static QString placeName(Place place);
+
+    // "DIR/._NAME" and "DIR/.AppleDouble/NAME" of a file.
+    static QString sidecarPath(const QString &path);
+    static QString netatalkPath(const QString &path);
+
+    // Where the file's fork is (a non-empty fork), or Place::None.
+    static Place resourceForkPlace(const QString &path);
+    // Reads the fork; *place gets where it was. 0, -43 no file, -193 no fork,
+    // -54 unreadable.
+    static qint16 readResourceFork(const QString &path, QByteArray *fork, Place *place);
+    // Writes the fork to the place (Place::None: the sidecar). An attribute that
+    // cannot hold it moves it to the sidecar; *written gets where it went.
+    // Data forks are read-only (-54).
+    static qint16 writeResourceFork(
+        const QString &path, const QByteArray &fork, Place place, Place *written = nullptr);
+
+    // Where the Finder info is, or Place::None. All-zero Finder info counts as
+    // none only where a place stores nothing else.
+    static Place finderInfoPlace(const QString &path);
+    // 32 bytes (zeros when the file has none; then *place is None). 0 or -43.
+    static qint16 readFinderInfo(const QString &path, QByteArray *info, Place *place = nullptr);
+    // Writes 32 bytes of Finder info where it was read; a file without any goes
+    // where its fork lives, or to `fallback` (the sidecar unless told).
+    static qint16 writeFinderInfo(
+        const QString &path, const QByteArray &info, Place fallback = Place::AppleDouble);
+
+    // The creation date: AppleDouble File Dates entry where the file has
+    // AppleDouble data, else the birth time, else the modification time.
+    // Invalid when there is no file.
+    static QDateTime creationDate(const QString &path);
+    // Writes the File Dates entry of the file's AppleDouble data; a file without
+    // AppleDouble data keeps its own date (returns 0, nothing written).
+    static qint16 setCreationDate(const QString &path, const QDateTime &date);
+
+    // The companion files that exist for the file (sidecar, netatalk file).
+    static QStringList companionFiles(const QString &path);
+};
