@@ -1,6 +1,8 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
+#include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
 #include "cli/QVRsrcCommand.h"
+#include "cli/QVReportsCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
@@ -18,6 +20,8 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     std::vector<std::unique_ptr<QVCliCommand>> commands;
     commands.push_back(std::make_unique<QVSettingsCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
+    commands.push_back(std::make_unique<QVReportsCommand>());
+    commands.push_back(std::make_unique<QVCleanCachesCommand>());
     return commands;
 }
 
@@ -28,7 +32,7 @@ void printHelp(const std::vector<std::unique_ptr<QVCliCommand>> &commands)
         << "Quorvel examines font files, diagnoses damaged, duplicated and orphaned fonts,\n"
         << "and reports what it finds.\n\nCommands:\n";
     for (const auto &command : commands)
-        out << "  " << command->name().leftJustified(10) << ' ' << command->summary() << '\n';
+        out << "  " << command->name().leftJustified(12) << ' ' << command->summary() << '\n';
 }
 
 } // namespace

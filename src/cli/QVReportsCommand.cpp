@@ -1,0 +1,221 @@
+#include "cli/QVReportsCommand.h"
+
+#include "platform/QVDefaultApplication.h"
+#include "store/QVReportStore.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdio>
+#include <set>
+
+namespace {
+
+// A 1-based list number, or 0 when the text is not one.
+int parseNumber(const QString &text, qsizetype count)
+{
+    bool ok = false;
+    const int number = text.toInt(&ok);
+    return ok && number >= 1 && number <= count ? number : 0;
+}
+
+QString field(const QVariantMap &record, const char *key)
+{
+    return record.value(QString::fromLatin1(key)).toString();
+}
+
+} // namespace
+
+int QVReportsCommand::run(const QStringList &arguments)
+{
+    const QString action = arguments.value(0);
+    QStringList rest = arguments.mid(1);
+    QVReportStore store;
+    if (action == QLatin1String("list")) {
+        const bool json = rest.removeAll(QStringLiteral("--json")) > 0;
+        if (!rest.isEmpty())
+            return usage();
+        return list(store, json);
+    }
+    if (action == QLatin1String("show"))
+        return show(store, rest);
+    if (action == QLatin1String("rename"))
+        return rename(store, rest);
+    if (action == QLatin1String("remove") || action == QLatin1String("rm"))
+        return remove(store, rest);
+    return usage();
+}
+
+int QVReportsCommand::usage()
+{
+    err() << "usage: quorvel-cli reports list [--json]\n"
+             "       quorvel-cli reports show N [--open]\n"
+             "       quorvel-cli reports rename N NAME\n"
+             "       quorvel-cli reports remove N... [--yes]\n"
+             "Reports are numbered oldest first, as \"reports list\" shows them.\n";
+    err().flush();
+    return UsageError;
+}
+
+int QVReportsCommand::list(QVReportStore &store, bool json)
+{
+    if (!store.hasReportIndex()) {
+        err() << "quorvel-cli: the report index in " << store.reportFolderPath() << " cannot be read\n";
+        err().flush();
+        return ProblemsFound;
+    }
+    const QList<QVariantMap> records = store.recordsByDate();
+    if (json) {
+        QJsonArray array;
+        int number = 0;
+        for (const QVariantMap &record : records) {
+            QJsonObject object;
+            object.insert(QStringLiteral("number"), ++number);
+            object.insert(QStringLiteral("date"),
+                          record.value(QStringLiteral("date")).toDateTime().toUTC().toString(Qt::ISODate));
+            object.insert(QStringLiteral("reportName"), field(record, "reportName"));
+            object.insert(QStringLiteral("filePath"), field(record, "filePath"));
+            object.insert(QStringLiteral("qv_total_examined"), field(record, "qv_total_examined"));
+            object.insert(QStringLiteral("qv_total_problems"), field(record, "qv_total_problems"));
+            array.append(object);
+        }
+        out() << QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented));
+        out().flush();
+        return Success;
+    }
+    if (records.isEmpty()) {
+        out() << "No saved reports.\n";
+        out().flush();
+        return Success;
+    }
+    out() << QStringLiteral("%1  %2  %3  %4  %5\n")
+                 .arg(QStringLiteral("#"), 3)
+                 .arg(QStringLiteral("Date"), -16)
+                 .arg(QStringLiteral("Fonts"), 9)
+                 .arg(QStringLiteral("Problems"), 9)
+                 .arg(QStringLiteral("Name"));
+    int number = 0;
+    for (const QVariantMap &record : records) {
+        const QString date
+            = record.value(QStringLiteral("date")).toDateTime().toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm"));
+        out() << QStringLiteral("%1  %2  %3  %4  %5\n")
+                     .arg(++number, 3)
+                     .arg(date, -16)
+                     .arg(field(record, "qv_total_examined"), 9)
+                     .arg(field(record, "qv_total_problems"), 9)
+                     .arg(field(record, "reportName"));
+    }
+    out().flush();
+    return Success;
+}
+
+int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
+{
+    QStringList rest = arguments;
+    const bool open = rest.removeAll(QStringLiteral("--open")) > 0;
+    const QList<QVariantMap> records = store.recordsByDate();
+    if (rest.size() != 1)
+        return usage();
+    const int number = parseNumber(rest.first(), records.size());
+    if (number == 0) {
+        err() << "quorvel-cli: no report number " << rest.first() << " (see: quorvel-cli reports list)\n";
+        err().flush();
+        return UsageError;
+    }
+    const QString path = field(records.at(number - 1), "filePath");
+    if (!QFileInfo::exists(path)) {
+        err() << "quorvel-cli: the report file " << path << " is missing\n";
+        err().flush();
+        return ProblemsFound;
+    }
+    out() << path << '\n';
+    out().flush();
+    if (open) {
+        const QString error = QVDefaultApplication::open(path);
+        if (!error.isNull()) {
+            err() << "quorvel-cli: could not open the report: " << error << '\n';
+            err().flush();
+            return ProblemsFound;
+        }
+    }
+    return Success;
+}
+
+int QVReportsCommand::rename(QVReportStore &store, const QStringList &arguments)
+{
+    if (arguments.size() < 2)
+        return usage();
+    const QList<QVariantMap> records = store.recordsByDate();
+    const int number = parseNumber(arguments.first(), records.size());
+    if (number == 0) {
+        err() << "quorvel-cli: no report number " << arguments.first() << " (see: quorvel-cli reports list)\n";
+        err().flush();
+        return UsageError;
+    }
+    const QString name = arguments.mid(1).join(QLatin1Char(' ')).trimmed();
+    if (name.isEmpty()) {
+        err() << "quorvel-cli: a report name cannot be empty\n";
+        err().flush();
+        return UsageError;
+    }
+    if (!store.hasReportIndex()) {
+        err() << "quorvel-cli: the report index cannot be read, so it cannot be changed\n";
+        err().flush();
+        return ProblemsFound;
+    }
+    const QString error = store.renameReport(field(records.at(number - 1), "filePath"), name);
+    if (!error.isNull()) {
+        err() << "quorvel-cli: could not rename the report: " << error << '\n';
+        err().flush();
+        return ProblemsFound;
+    }
+    return Success;
+}
+
+int QVReportsCommand::remove(QVReportStore &store, const QStringList &arguments)
+{
+    QStringList rest = arguments;
+    const bool yes = rest.removeAll(QStringLiteral("--yes")) + rest.removeAll(QStringLiteral("-y")) > 0;
+    if (rest.isEmpty())
+        return usage();
+    const QList<QVariantMap> records = store.recordsByDate();
+    std::set<int> numbers;
+    for (const QString &text : std::as_const(rest)) {
+        const int number = parseNumber(text, records.size());
+        if (number == 0) {
+            err() << "quorvel-cli: no report number " << text << " (see: quorvel-cli reports list)\n";
+            err().flush();
+            return UsageError;
+        }
+        numbers.insert(number);
+    }
+    QStringList paths;
+    for (int number : numbers)
+        paths.append(field(records.at(number - 1), "filePath"));
+
+    if (!yes) {
+        for (int number : numbers)
+            err() << "  " << number << "  " << field(records.at(number - 1), "reportName") << '\n';
+        err() << "Are you sure you want to remove the selected reports? [y/N] ";
+        err().flush();
+        char answer[16] = {};
+        const QString reply = std::fgets(answer, sizeof answer, stdin)
+                                  ? QString::fromLocal8Bit(answer).trimmed().toLower()
+                                  : QString();
+        if (reply != QLatin1String("y") && reply != QLatin1String("yes")) {
+            err() << "Nothing was removed.\n";
+            err().flush();
+            return Success;
+        }
+    }
+    const QStringList errors = store.removeReports(paths);
+    for (const QString &error : errors)
+        err() << "quorvel-cli: " << error << '\n';
+    err().flush();
+    out() << "Removed " << numbers.size() << (numbers.size() == 1 ? " report.\n" : " reports.\n");
+    out().flush();
+    return errors.isEmpty() ? Success : ProblemsFound;
+}

@@ -1,0 +1,26 @@
+// Apple XML property lists, the format of the store's index files: readable by
+// any plist tool, and by the Mac version of the program.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QVariant>
+
+class QVPropertyList
+{
+public:
+    // Serializes maps (keys sorted), lists, strings, booleans, integers, reals,
+    // dates (UTC, whole seconds) and byte arrays. Other values are written as
+    // strings.
+    static QByteArray toXml(const QVariant &root);
+
+    // The root object, or an invalid QVariant with *error set when the text is
+    // not a property list. Nesting deeper than 64 levels is refused.
+    static QVariant fromXml(const QByteArray &xml, QString *error = nullptr);
+
+    // Writes the XML atomically: the old file stays whole until the new one is
+    // complete. Returns a null string on success, else the error.
+    static QString writeFile(const QString &path, const QVariant &root);
+    // Reads and parses a file; an invalid QVariant when it is missing or bad.
+    static QVariant readFile(const QString &path, QString *error = nullptr);
+};
