@@ -1,8 +1,10 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
 #include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
+#include "cli/QVDiagnoseCommand.h"
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVReportsCommand.h"
+#include "cli/QVScanCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
@@ -19,6 +21,8 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
     std::vector<std::unique_ptr<QVCliCommand>> commands;
     commands.push_back(std::make_unique<QVSettingsCommand>());
+    commands.push_back(std::make_unique<QVScanCommand>());
+    commands.push_back(std::make_unique<QVDiagnoseCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     commands.push_back(std::make_unique<QVReportsCommand>());
     commands.push_back(std::make_unique<QVCleanCachesCommand>());

@@ -1,0 +1,25 @@
+// quorvel-cli scan [--json] [FOLDER...]: finds the font files in the folders
+// (by default the configured font folders), examines each as it is found, and
+// prints every file with the statuses of its fonts.
+#pragma once
+
+#include "cli/QVCliCommand.h"
+#include "engine/QVFontFile.h"
+
+#include <QJsonObject>
+#include <QList>
+
+class QVScanCommand final : public QVCliCommand
+{
+public:
+    // Exit status of a scan stopped by Ctrl-C, as a shell reports SIGINT.
+    static constexpr int Cancelled = 130;
+
+    QString name() const override { return QStringLiteral("scan"); }
+    QString summary() const override { return QStringLiteral("find and examine the fonts in folders"); }
+    int run(const QStringList &arguments) override;
+
+    // One file and its fonts, as text lines and as JSON.
+    static QString formatFontFile(const QVFontFilePtr &fontFile);
+    static QJsonObject fontFileToJson(const QVFontFilePtr &fontFile);
+};

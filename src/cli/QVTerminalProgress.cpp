@@ -1,0 +1,82 @@
+#include "cli/QVTerminalProgress.h"
+
+#include "settings/QVProgress.h"
+
+#include <algorithm>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace
+{
+// Redrawing more often than this only costs time.
+constexpr qint64 kRedrawIntervalMs = 100;
+constexpr int kBarWidth = 30;
+} // namespace
+
+QVTerminalProgress::QVTerminalProgress(QVProgress *progress, FILE *stream, QObject *parent)
+    : QObject(parent)
+    , m_progress(progress)
+    , m_stream(stream)
+    , m_enabled(stream && isatty(fileno(stream)))
+{
+    if (m_progress)
+        connect(m_progress, &QVProgress::changed, this, &QVTerminalProgress::changed);
+}
+
+QVTerminalProgress::~QVTerminalProgress()
+{
+    clear();
+}
+
+QString QVTerminalProgress::formatLine(double value, double maximum, const QString &label, int width)
+{
+    const double fraction = maximum > 0 ? std::clamp(value / maximum, 0.0, 1.0) : 0.0;
+    const int filled = int(fraction * kBarWidth + 0.5);
+    QString line = QLatin1Char('[') + QString(filled, QLatin1Char('#'))
+        + QString(kBarWidth - filled, QLatin1Char('-')) + QStringLiteral("] ")
+        + QStringLiteral("%1%").arg(int(fraction * 100 + 0.5), 3);
+    if (!label.isEmpty())
+        line += QStringLiteral("  ") + label;
+    if (width > 0 && line.size() > width)
+        line.truncate(width);
+    return line;
+}
+
+int QVTerminalProgress::terminalWidth() const
+{
+    winsize size {};
+    if (ioctl(fileno(m_stream), TIOCGWINSZ, &size) == 0 && size.ws_col > 0)
+        return size.ws_col - 1;
+    return 79;
+}
+
+void QVTerminalProgress::changed()
+{
+    if (!m_enabled)
+        return;
+    if (m_drawn && m_sinceDraw.isValid() && m_sinceDraw.elapsed() < kRedrawIntervalMs)
+        return;
+    draw();
+}
+
+void QVTerminalProgress::draw()
+{
+    if (!m_enabled || !m_progress)
+        return;
+    const QString line
+        = formatLine(m_progress->value(), m_progress->maximum(), m_progress->label(), terminalWidth());
+    // Return to the start of the line and erase what was there.
+    std::fprintf(m_stream, "\r\033[K%s", line.toLocal8Bit().constData());
+    std::fflush(m_stream);
+    m_drawn = true;
+    m_sinceDraw.start();
+}
+
+void QVTerminalProgress::clear()
+{
+    if (!m_enabled || !m_drawn)
+        return;
+    std::fprintf(m_stream, "\r\033[K");
+    std::fflush(m_stream);
+    m_drawn = false;
+}

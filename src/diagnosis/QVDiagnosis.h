@@ -1,0 +1,203 @@
+// The diagnosis run: after a discovery scan has examined the fonts, four passes
+// (file structure, missing bitmap fonts, missing PostScript fonts, duplicate
+// fonts) run at once on four serial queues and gather the problem fonts into
+// one list. The diagnosis view owns one run and shows its state: the per-pass
+// and overall progress, the buttons, the icon and the outcome; the command line
+// drives the same object without a window.
+//
+// The passes find the same fonts that a walk over every candidate would, but
+// through indexes (by PostScript name and folder, by name and type, by problem
+// entry), so a run over a hundred thousand fonts takes seconds.
+#pragma once
+
+#include "diagnosis/QVDiagnosisDelegate.h"
+#include "diagnosis/QVProblemFont.h"
+#include "engine/QVFontFile.h"
+
+#include <QHash>
+#include <QList>
+#include <QMutex>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <array>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QThreadPool;
+class QVFontDataManager;
+class QVProgress;
+class QVSettings;
+
+class QVDiagnosis : public QObject
+{
+    Q_OBJECT
+
+public:
+    enum Pass {
+        FileStructurePass = 0,
+        MissingBitmapsPass = 1,
+        MissingPostscriptsPass = 2,
+        DuplicatesPass = 3
+    };
+    static constexpr int kPassCount = 4;
+    // Scans of fewer fonts than this are paced so that their bars are seen to move.
+    static constexpr quint32 kPacingFontLimit = 2000;
+
+    explicit QVDiagnosis(QVFontDataManager *dataMgr, QObject *parent = nullptr);
+    ~QVDiagnosis() override;
+
+    QVFontDataManager *qvDataMgr() const { return m_dataMgr; }
+    QVSettings *settings() const { return m_settings.get(); }
+    QVDiagnosisDelegate *delegate() const { return m_delegate; }
+    void setDelegate(QVDiagnosisDelegate *delegate) { m_delegate = delegate; }
+    QStringList manualScanFolders() const { return m_manualScanFolders; }
+    void setManualScanFolders(const QStringList &folders) { m_manualScanFolders = folders; }
+
+    // The 1 ms pause per font status for small scans: on for the application,
+    // off for the command line and the tests.
+    bool pacingEnabled() const { return m_pacingEnabled; }
+    void setPacingEnabled(bool enabled) { m_pacingEnabled = enabled; }
+    // The pause between the last pass and the finishing sequence, in ms (1000).
+    int finishDelay() const { return m_finishDelay; }
+    void setFinishDelay(int milliseconds) { m_finishDelay = milliseconds; }
+
+    // Runs a diagnosis of the data manager's fonts. Main thread.
+    void diagnoseFonts();
+    // Sorts the fonts into bitmaps and postscripts for the counterpart passes.
+    void populateArrays();
+    // The passes. The run calls them on their queues; they can also be called
+    // one at a time on any thread (after populateArrays for passes 1 to 3).
+    void diagnoseFileStructure();
+    void diagnoseMissingBitmaps();
+    void diagnoseMissingPostscripts();
+    void diagnoseDuplicateFonts();
+    // Adds or updates the entry of a problem font. Thread-safe.
+    void addProblemFont(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, int diagnosisType,
+        const std::optional<QList<QVFontRef>> &duplicatesArray = std::nullopt);
+
+    // The run's state as the view shows it.
+    void setStateFromUserPrefs();
+    void setScanMode();
+    // "kScanFolderComplete": a scan that did not succeed shows the cancel icon.
+    void handleSearchComplete(const QVariantMap &userInfo);
+    void cancelButtonAction();
+    // The end of an alert sheet shown through the delegate.
+    void modalEnded(int returnCode, const QString &context);
+    void presentDiagnosisActionWindow();
+    QString getSettingsStartText() const;
+    // The headings of the settings text, shown in bold.
+    static QStringList settingsStartHeadings();
+
+    // Progress: one bar and label per pass, and the overall bar and label.
+    QVProgress *progressForPass(int pass) const;
+    QVProgress *overallProgress() const { return m_overallProgress; }
+    bool isProgressEnabled(int pass) const;
+    QString titleForProgress(int pass, const QString &appendedText = QString()) const;
+    void resetProgress(int pass, const QString &text, bool finished);
+    void setProgressEnabled(int pass, bool enabled);
+    void resetAllProgressViews();
+    void setAllProgressViewsAsIndeterminate();
+    void setOverallProgressToIndeterminate();
+    void setProgressText(const QString &text);
+    void resetProgress();
+
+    QList<QVProblemFontPtr> problemFontsArray() const;
+    void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
+    QList<QVFontFilePtr> bitmaps() const { return m_bitmaps; }
+    QList<QVFontFilePtr> postscripts() const { return m_postscripts; }
+
+    bool isDiagnosingFonts() const { return m_isDiagnosingFonts; }
+    bool isShowingDoneButton() const { return m_isShowingDoneButton; }
+    // The cancel request, read by every pass between items.
+    bool doCancel() const { return m_doCancel.load(); }
+    void setDoCancel(bool doCancel) { m_doCancel.store(doCancel); }
+
+    qint32 fileStructureProblemCount() const { return m_fileStructureProblemCount.load(); }
+    qint32 missingBitmapProblemCount() const { return m_missingBitmapProblemCount.load(); }
+    qint32 missingPSProblemCount() const { return m_missingPSProblemCount.load(); }
+    qint32 duplicateProblemCount() const { return m_duplicateProblemCount.load(); }
+    qint32 totalFontProblems() const { return m_totalFontProblems.load(); }
+    void setFileStructureProblemCount(qint32 count) { m_fileStructureProblemCount.store(count); }
+    void setMissingBitmapProblemCount(qint32 count) { m_missingBitmapProblemCount.store(count); }
+    void setMissingPSProblemCount(qint32 count) { m_missingPSProblemCount.store(count); }
+    void setDuplicateProblemCount(qint32 count) { m_duplicateProblemCount.store(count); }
+    void setTotalFontProblems(qint32 count) { m_totalFontProblems.store(count); }
+
+    QString cancelButtonTitle() const { return m_cancelButtonTitle; }
+    bool isCancelButtonEnabled() const { return m_cancelButtonEnabled; }
+    bool isReportButtonEnabled() const { return m_reportButtonEnabled; }
+    QString iconName() const { return m_iconName; }
+    bool isShowingAlert() const { return !m_alertContext.isEmpty(); }
+    // Pass jobs dispatched and not yet returned.
+    int passesInFlight() const { return m_passesInFlight.load(); }
+
+Q_SIGNALS:
+    // Buttons, icon, flags or the outcome changed.
+    void stateChanged();
+    // The finishing sequence ran (after a cancellation, possibly more than once).
+    void diagnosisFinished();
+
+private:
+    void setButtons(const QString &cancelTitle, bool cancelEnabled);
+    void setIcon(const QString &name);
+    void dispatchPass(int pass, void (QVDiagnosis::*body)());
+    QThreadPool *queueForPass(int pass);
+    void finishDiagnosis();
+    void pace() const;
+    double stepFor(int pass, qsizetype count) const;
+    void endPass(int pass);
+
+    // The marks the passes put on statuses. Several passes mark statuses at once,
+    // so every read and write of the error arrays in a pass goes through these.
+    bool hasMark(const QVStatus &status, int errorClass) const;
+    QList<int> marks(const QVStatus &status) const;
+    void appendMark(QVStatus &status, int errorClass);
+    void addMessage(QVStatus &status, const QString &message);
+    // Whether the problem list holds another size of this bitmap font (same
+    // PostScript name, file and type) already reported as missing its outline.
+    bool problemListHoldsReportedSize(const QVStatus &bitmap) const;
+    static QString familyKey(const QVStatus &status);
+    void rebuildProblemIndexes();
+
+    QVFontDataManager *m_dataMgr;
+    std::unique_ptr<QVSettings> m_settings;
+    QVDiagnosisDelegate *m_delegate = nullptr;
+    QStringList m_manualScanFolders;
+    bool m_pacingEnabled = true;
+    int m_finishDelay = 1000;
+
+    mutable QMutex m_problemLock;
+    QList<QVProblemFontPtr> m_problemFonts;
+    QHash<qint32, QVProblemFontPtr> m_problemByIndex;
+    QHash<QString, QList<QVStatusPtr>> m_problemStatusesByFamily;
+    mutable QMutex m_marksLock;
+
+    QList<QVFontFilePtr> m_bitmaps;
+    QList<QVFontFilePtr> m_postscripts;
+
+    std::array<std::unique_ptr<QThreadPool>, kPassCount> m_queues;
+    std::array<QVProgress *, kPassCount> m_passProgress {};
+    std::array<bool, kPassCount> m_passEnabled {};
+    QVProgress *m_overallProgress = nullptr;
+    double m_overallStep = 0;
+    std::function<void()> m_cleanUpBlock;
+    std::atomic<int> m_passesInFlight { 0 };
+
+    bool m_isDiagnosingFonts = false;
+    bool m_isShowingDoneButton = false;
+    std::atomic<bool> m_doCancel { false };
+    std::atomic<qint32> m_fileStructureProblemCount { 0 };
+    std::atomic<qint32> m_missingBitmapProblemCount { 0 };
+    std::atomic<qint32> m_missingPSProblemCount { 0 };
+    std::atomic<qint32> m_duplicateProblemCount { 0 };
+    std::atomic<qint32> m_totalFontProblems { 0 };
+
+    QString m_cancelButtonTitle;
+    bool m_cancelButtonEnabled = false;
+    bool m_reportButtonEnabled = false;
+    QString m_iconName;
+    QString m_alertContext;
+};

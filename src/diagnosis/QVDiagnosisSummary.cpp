@@ -1,0 +1,92 @@
+#include "diagnosis/QVDiagnosisSummary.h"
+
+#include "diagnosis/QVDiagnosis.h"
+#include "settings/QVProgress.h"
+
+#include <QJsonArray>
+
+QString QVDiagnosisSummary::getDiagnosisDescription(int diagnosisType)
+{
+    switch (diagnosisType) {
+    case 0:
+        return QStringLiteral("File Structure Problems");
+    case 1:
+        return QStringLiteral("No Matching Bitmap Font");
+    case 2:
+        return QStringLiteral("No Matching Postscript Font");
+    case 3:
+        return QStringLiteral("Found Duplicate Fonts");
+    default:
+        return QString();
+    }
+}
+
+QJsonObject QVDiagnosisSummary::problemFontToJson(const QVProblemFontPtr &entry)
+{
+    QJsonObject object { { QStringLiteral("diagnosisType"), entry->diagnosisType },
+        { QStringLiteral("fontFile"), entry->fontFile ? entry->fontFile->URL : QString() },
+        { QStringLiteral("fontStatus"), entry->fontStatus ? entry->fontStatus->index : -1 } };
+    if (entry->hasDuplicatesArray) {
+        QJsonArray duplicates;
+        for (const QVFontRef &member : entry->duplicatesArray) {
+            duplicates.append(QJsonObject { { QStringLiteral("fontFile"), member.fontFile->URL },
+                { QStringLiteral("fontStatus"), member.fontStatus->index } });
+        }
+        object.insert(QStringLiteral("duplicatesArray"), duplicates);
+    }
+    return object;
+}
+
+QJsonObject QVDiagnosisSummary::toJson(const QVDiagnosis &diagnosis)
+{
+    QJsonArray problems;
+    for (const QVProblemFontPtr &entry : diagnosis.problemFontsArray())
+        problems.append(problemFontToJson(entry));
+    return QJsonObject { { QStringLiteral("outcome"), diagnosis.overallProgress()->label() },
+        { QStringLiteral("problemFonts"), problems },
+        { QStringLiteral("fileStructureProblemCount"), diagnosis.fileStructureProblemCount() },
+        { QStringLiteral("missingBitmapProblemCount"), diagnosis.missingBitmapProblemCount() },
+        { QStringLiteral("missingPSProblemCount"), diagnosis.missingPSProblemCount() },
+        { QStringLiteral("duplicateProblemCount"), diagnosis.duplicateProblemCount() },
+        { QStringLiteral("totalFontProblems"), diagnosis.totalFontProblems() } };
+}
+
+QString QVDiagnosisSummary::toText(const QVDiagnosis &diagnosis)
+{
+    auto describe = [](const QVFontFilePtr &file, const QVStatusPtr &status) {
+        QString line = status->fontName;
+        if (!status->fontStyle.isEmpty())
+            line += QStringLiteral(" (") + status->fontStyle + QLatin1Char(')');
+        if (status->fontSize > 0)
+            line += QStringLiteral(" %1 pt").arg(status->fontSize);
+        line += QStringLiteral(" [%1]").arg(status->index);
+        line += QStringLiteral("  ") + (file ? file->URL : status->fontURL);
+        return line;
+    };
+
+    QString text = diagnosis.overallProgress()->label() + QStringLiteral("\n\n");
+    text += QStringLiteral("File structure problems:   %1\n").arg(diagnosis.fileStructureProblemCount());
+    text += QStringLiteral("Missing bitmap fonts:      %1\n").arg(diagnosis.missingBitmapProblemCount());
+    text += QStringLiteral("Missing PostScript fonts:  %1\n").arg(diagnosis.missingPSProblemCount());
+    text += QStringLiteral("Duplicate fonts:           %1\n").arg(diagnosis.duplicateProblemCount());
+    text += QStringLiteral("Total font problems:       %1\n").arg(diagnosis.totalFontProblems());
+
+    const QList<QVProblemFontPtr> problems = diagnosis.problemFontsArray();
+    // Duplicates first, as the resolution window lists them.
+    for (int type = 3; type >= 0; --type) {
+        QString group;
+        for (const QVProblemFontPtr &entry : problems) {
+            if (entry->diagnosisType != type || !entry->fontStatus)
+                continue;
+            group += QStringLiteral("  ") + describe(entry->fontFile, entry->fontStatus) + QLatin1Char('\n');
+            for (const QString &defect : std::as_const(entry->fontStatus->fontErrorsInfo))
+                group += QStringLiteral("      - ") + defect + QLatin1Char('\n');
+            for (const QVFontRef &member : entry->duplicatesArray)
+                group += QStringLiteral("      copy: ") + describe(member.fontFile, member.fontStatus)
+                    + QLatin1Char('\n');
+        }
+        if (!group.isEmpty())
+            text += QLatin1Char('\n') + getDiagnosisDescription(type) + QStringLiteral(":\n") + group;
+    }
+    return text;
+}

@@ -1,0 +1,24 @@
+// A finished diagnosis as the command line prints it: the outcome, the five
+// counters and the problem fonts grouped by diagnosis type (duplicates with
+// their copies), as text and as JSON.
+#pragma once
+
+#include "diagnosis/QVProblemFont.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+
+class QVDiagnosis;
+
+class QVDiagnosisSummary
+{
+public:
+    // The heading of a diagnosis type, as the resolution window names it.
+    static QString getDiagnosisDescription(int diagnosisType);
+
+    // "problemFonts" and the counters under their field names.
+    static QJsonObject toJson(const QVDiagnosis &diagnosis);
+    static QJsonObject problemFontToJson(const QVProblemFontPtr &entry);
+    static QString toText(const QVDiagnosis &diagnosis);
+};

@@ -1,0 +1,460 @@
+#include "store/QVFileManager.h"
+
+#include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
+#include "platform/QVForkStorage.h"
+#include "settings/QVDataFolder.h"
+#include "settings/QVHelperCommunications.h"
+#include "settings/QVLog.h"
+#include "settings/QVNotificationCenter.h"
+#include "settings/QVProgress.h"
+#include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
+#include "store/QVOperationQueue.h"
+
+#include <QCborArray>
+#include <QCborValue>
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMimeDatabase>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QThread>
+#include <QTimer>
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <vector>
+
+namespace
+{
+
+// Seconds of the last label update, whole, kept for the life of the process:
+// a later scan leaves the label alone until its own elapsed time passes this
+// value by more than two seconds.
+quint64 lastProgressUpdate = 0;
+
+// A saved list larger than this is not ours.
+constexpr qint64 kMaxFontItemsFileSize = 512 * 1024 * 1024;
+
+// The type code from the file's Finder info, wherever the platform keeps it.
+QByteArray finderInfoTypeCode(const QString &path)
+{
+    QByteArray info;
+    if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 4)
+        return QByteArray();
+    const QByteArray type = info.left(4);
+    return type == QByteArray(4, '\0') ? QByteArray() : type;
+}
+
+qint64 steadyNanoseconds()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+struct DirectoryEntry {
+    QByteArray sortKey;
+    QString name;
+};
+
+// The entries of a folder, hidden ones included, in byte order of their names
+// so that every scan of a tree meets its files in the same order.
+std::vector<DirectoryEntry> sortedEntries(const QString &folder)
+{
+    const QStringList names = QDir(folder).entryList(
+        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
+    std::vector<DirectoryEntry> entries;
+    entries.reserve(size_t(names.size()));
+    for (const QString &name : names)
+        entries.push_back({ QFile::encodeName(name), name });
+    std::sort(entries.begin(), entries.end(),
+        [](const DirectoryEntry &a, const DirectoryEntry &b) { return a.sortKey < b.sortKey; });
+    return entries;
+}
+
+QString withoutTrailingSlash(QString path)
+{
+    while (path.size() > 1 && path.endsWith(QLatin1Char('/')))
+        path.chop(1);
+    return path;
+}
+
+} // namespace
+
+QVFileManager::QVFileManager(QObject *parent)
+    : QObject(parent)
+    , m_ownDataMgr(std::make_unique<QVFontDataManager>())
+{
+    m_dataMgr = m_ownDataMgr.get();
+    initCommon();
+}
+
+QVFileManager::QVFileManager(QVFontDataManager *dataManager, QObject *parent)
+    : QObject(parent)
+    , m_dataMgr(dataManager)
+{
+    if (!m_dataMgr) {
+        m_ownDataMgr = std::make_unique<QVFontDataManager>();
+        m_dataMgr = m_ownDataMgr.get();
+    }
+    initCommon();
+}
+
+void QVFileManager::initCommon()
+{
+    // Until the owner gives its own, so that the scan can always read doLogging.
+    m_ownSettings = std::make_unique<QVSettings>();
+    m_settings = m_ownSettings.get();
+    m_ownProgress = new QVProgress(this);
+    m_ownProgress->setMaximum(100);
+    m_progress = m_ownProgress;
+    m_clock = steadyNanoseconds;
+    m_typeCodeReader = finderInfoTypeCode;
+}
+
+QVFileManager::~QVFileManager()
+{
+    m_didCancel = true;
+    if (m_findFontsGlobalQueue)
+        m_findFontsGlobalQueue->cancelAllOperations();
+    // Joins the walk, which notices the flag after its current item.
+    m_findFontsGlobalQueue.reset();
+}
+
+QVProgress *QVFileManager::progress() const
+{
+    return m_progress ? m_progress.data() : m_ownProgress;
+}
+
+void QVFileManager::setProgress(QVProgress *progress)
+{
+    m_progress = progress;
+}
+
+QVHelperCommunications *QVFileManager::helperCommunications() const
+{
+    return m_helperCommunications;
+}
+
+void QVFileManager::setHelperCommunications(QVHelperCommunications *helper)
+{
+    m_helperCommunications = helper;
+}
+
+void QVFileManager::onMainThread(std::function<void()> work)
+{
+    QMetaObject::invokeMethod(this, std::move(work), Qt::QueuedConnection);
+}
+
+void QVFileManager::postScanFolderComplete(bool cancelled)
+{
+    QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kScanFolderComplete),
+        { { QStringLiteral("status"),
+            cancelled ? QStringLiteral("cancelled") : QStringLiteral("success") } });
+}
+
+void QVFileManager::scanFolders(const QStringList &folders, const CompletionBlock &completionBlock)
+{
+    // The examiner reads checkFontActivation itself for every file it examines.
+    m_dataMgr->removeAllFontFileItems();
+
+    onMainThread([this] { progress()->setLabel(QVStringTable::text(QStringLiteral("scan.label.title"))); });
+
+    if (m_helperCommunications)
+        m_helperCommunications->sendResponse(QStringLiteral("kResponse_ScanFonts_Start"), QString(),
+            QVariantMap { { QStringLiteral("kPayloadOptions"), QDateTime::currentDateTimeUtc() } });
+
+    m_findFontsGlobalQueue = std::make_unique<QVOperationQueue>();
+    QVOperationPtr previous;
+    for (qsizetype i = 0; i < folders.size(); ++i) {
+        FindFontsRequest request;
+        request.startDirectory = QDir::cleanPath(QDir(folders.at(i)).absolutePath());
+        request.isFinal = i == folders.size() - 1;
+        request.completionBlock = completionBlock;
+        auto operation = std::make_shared<QVOperation>([this, request] { findFontsOperation(request); });
+        if (previous)
+            operation->addDependency(previous);
+        m_findFontsGlobalQueue->addOperation(operation);
+        previous = operation;
+    }
+}
+
+void QVFileManager::findFontsOperation(const FindFontsRequest &request)
+{
+    findFontFiles(request.startDirectory, request.isFinal, request.completionBlock);
+}
+
+bool QVFileManager::findFontFiles(
+    const QString &startDirectory, bool isFinalDirectory, const CompletionBlock &completionBlock)
+{
+    m_didCancel = false;
+    m_isFindingFonts = true;
+
+    const QString start = withoutTrailingSlash(startDirectory);
+    QVProgress *bar = progress();
+    if (bar->maximum() <= 0)
+        bar->setMaximum(100);
+    // An empty folder makes the step infinite; it is never used, as nothing
+    // lies directly inside.
+    const double step = bar->maximum() / double(getDirectoryItemCount(start));
+
+    startTime = m_clock();
+
+    // Depth first: each level keeps its sorted entries and the next to visit.
+    struct Level {
+        QString path;
+        std::vector<DirectoryEntry> entries;
+        size_t next = 0;
+    };
+    std::vector<Level> stack;
+    stack.push_back({ start, sortedEntries(start), 0 });
+
+    bool cancelled = false;
+    while (!stack.empty() && !cancelled) {
+        Level &level = stack.back();
+        if (level.next >= level.entries.size()) {
+            stack.pop_back();
+            continue;
+        }
+        const QString name = level.entries[level.next++].name;
+        const QString path = level.path + QLatin1Char('/') + name;
+        const bool direct = stack.size() == 1;
+        if (direct)
+            bar->increment(step);
+
+        const QFileInfo info(path);
+        if (info.isDir()) {
+            // A link to a folder is not followed, so a tree that links back
+            // into itself is walked once.
+            if (!info.isSymLink() && !isSkippedFolderName(name))
+                stack.push_back({ path, sortedEntries(path), 0 });
+        } else if (info.exists() && isFontFile(path) && !name.startsWith(QLatin1Char('.'))) {
+            m_dataMgr->addFontFileItem(path);
+        }
+
+        if (m_didCancel.load()) {
+            cancelled = true;
+            break;
+        }
+        onMainThread([this] { updateProgressLabel(); });
+    }
+    cancelled = cancelled || m_didCancel.load();
+
+    if (isFinalDirectory) {
+        const auto close = m_closeAlertDialog;
+        if (close)
+            onMainThread(close);
+        bar->setValue(100);
+        if (cancelled)
+            bar->setValue(0);
+        else
+            onMainThread([this] { QTimer::singleShot(500, this, [this] { resetProgress(); }); });
+        m_isFindingFonts = false;
+    }
+
+    if (cancelled) {
+        if (m_settings->doLogging())
+            qCInfo(lcStore) << " ----> Find fonts canceled by user";
+        postScanFolderComplete(true);
+        m_isFindingFonts = false;
+        return true;
+    }
+    if (isFinalDirectory && completionBlock) {
+        completionBlock(this);
+        postScanFolderComplete(m_didCancel.load());
+    } else if (isFinalDirectory) {
+        postScanFolderComplete(false);
+    }
+    return false;
+}
+
+void QVFileManager::cancelScan()
+{
+    m_didCancel = true;
+    if (!m_isFindingFonts.load())
+        return;
+    if (m_findFontsGlobalQueue)
+        m_findFontsGlobalQueue->cancelAllOperations();
+    // Cleared at once rather than later on the event loop, so that the
+    // cancelled text below stays on the label.
+    progress()->setValue(0);
+    m_isFindingFonts = false;
+    postScanFolderComplete(true);
+    progress()->setLabel(QVStringTable::text(QStringLiteral("filemanager.scan.canceled")));
+}
+
+void QVFileManager::pauseScan()
+{
+    if (m_isFindingFonts.load() && m_findFontsGlobalQueue && !m_findFontsGlobalQueue->isSuspended())
+        m_findFontsGlobalQueue->setSuspended(true);
+}
+
+void QVFileManager::resumeScan()
+{
+    if (m_isFindingFonts.load() && m_findFontsGlobalQueue && m_findFontsGlobalQueue->isSuspended())
+        m_findFontsGlobalQueue->setSuspended(false);
+}
+
+bool QVFileManager::isSupportedFontFileType(const QString &path) const
+{
+    const QString extension = QFileInfo(path).suffix().toLower();
+    if (extension == QLatin1String("otf") || extension == QLatin1String("ttf")
+        || extension == QLatin1String("ttc"))
+        return true;
+    if (!m_typeCodeReader)
+        return false;
+    const QByteArray type = m_typeCodeReader(path);
+    return type == "FFIL" || type == "FONT" || type == "LWFN" || type == "ffil" || type == "tfil";
+}
+
+bool QVFileManager::isFontFile(const QString &path) const
+{
+    static const QMimeDatabase mimeDatabase;
+    const QMimeType type = mimeDatabase.mimeTypeForFile(path);
+    if (!type.isValid())
+        return false;
+    return type.name().contains(QLatin1String("font")) || isSupportedFontFileType(path);
+}
+
+bool QVFileManager::isSkippedFolderName(const QString &name)
+{
+    static const QStringList packageSuffixes
+        = { QStringLiteral(".app"), QStringLiteral(".bundle"), QStringLiteral(".framework"),
+              QStringLiteral(".plugin"), QStringLiteral(".kext"), QStringLiteral(".rtfd"),
+              QStringLiteral(".pkg"), QStringLiteral(".mpkg"), QStringLiteral(".photoslibrary") };
+    if (name == QLatin1String(".AppleDouble"))
+        return true;
+    for (const QString &suffix : packageSuffixes) {
+        if (name.size() > suffix.size() && name.endsWith(suffix, Qt::CaseInsensitive))
+            return true;
+    }
+    return false;
+}
+
+QString QVFileManager::getRootRepository()
+{
+    if (!m_rootRepository.isEmpty())
+        return m_rootRepository;
+    const QString root = QVDataFolder::path();
+    const QFile::Permissions open = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
+        | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
+    // An existing folder is fine; a failure shows later, where a file is written.
+    QDir().mkpath(root);
+    for (const QString &folder :
+        QStringList { root + QStringLiteral("/Reports/"), root + QStringLiteral("/Quarantine/") }) {
+        // Open to every user whatever the umask; an existing folder keeps its own.
+        if (QDir().mkdir(folder))
+            QFile::setPermissions(folder, open);
+    }
+    m_rootRepository = root;
+    return m_rootRepository;
+}
+
+int QVFileManager::getDirectoryItemCount(const QString &folder)
+{
+    const QDir dir(folder);
+    if (!dir.exists() || !dir.isReadable())
+        return 0;
+    return int(
+        dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort)
+            .size());
+}
+
+QString QVFileManager::getFontItemsFilePath(const QString &folder) const
+{
+    const QString base
+        = folder.isNull() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) : folder;
+    return base + QLatin1Char('/') + QVStringTable::text(QStringLiteral("filemanager.filename.archive"));
+}
+
+bool QVFileManager::saveFontFileItemsToDisk(const QString &folder)
+{
+    QCborArray items;
+    for (const QVFontFilePtr &item : std::as_const(m_dataMgr->fontFileItems))
+        items.append(item->encode());
+    QSaveFile file(getFontItemsFilePath(folder));
+    if (!file.open(QIODevice::WriteOnly)) {
+        qCWarning(lcStore) << "Error: saveFontFileItemsToDisk" << file.errorString();
+        return false;
+    }
+    file.write(QCborValue(items).toCbor());
+    if (!file.commit()) {
+        qCWarning(lcStore) << "Error: saveFontFileItemsToDisk" << file.errorString();
+        return false;
+    }
+    return true;
+}
+
+bool QVFileManager::loadFontFileItemsFromDisk(const QString &folder)
+{
+    QFile file(getFontItemsFilePath(folder));
+    if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxFontItemsFileSize)
+        return false;
+    QCborParserError error;
+    const QCborValue value = QCborValue::fromCbor(file.readAll(), &error);
+    if (error.error != QCborError::NoError || !value.isArray())
+        return false;
+    QList<QVFontFilePtr> items;
+    for (const QCborValue &element : value.toArray()) {
+        if (!element.isByteArray())
+            return false;
+        QVFontFilePtr item = QVFontFile::decode(element.toByteArray());
+        if (!item)
+            return false;
+        items.append(item);
+    }
+    m_dataMgr->setAllFontItems(items);
+    return true;
+}
+
+QString QVFileManager::timeRemainingText(double remainingSeconds)
+{
+    QString text;
+    if (remainingSeconds < 60)
+        text = QStringLiteral("less than a minute");
+    else if (remainingSeconds > 59 && remainingSeconds < 3600)
+        text = QString::asprintf("%.0f minutes", remainingSeconds / 60);
+    else
+        text = QString::asprintf("%.0f hours", remainingSeconds / 3600);
+    // "1 hours" stays as it is.
+    if (text == QLatin1String("1 minutes"))
+        text = QStringLiteral("1 minute");
+    return text;
+}
+
+void QVFileManager::updateProgressLabel()
+{
+    const double elapsed = double(m_clock() - startTime) / 1e9;
+    if (lastProgressUpdate != 0 && elapsed - double(lastProgressUpdate) <= 2.0)
+        return;
+    if (lastProgressUpdate != 0) {
+        QVProgress *bar = progress();
+        const double value = bar->value();
+        const double secondsPerUnit = elapsed / value;
+        const double remaining = (bar->maximum() - value) * secondsPerUnit;
+        const QString label
+            = QStringLiteral("Estimated time remaining: %1").arg(timeRemainingText(remaining));
+        onMainThread([this, label] { progress()->setLabel(label); });
+    }
+    lastProgressUpdate = elapsed > 0 ? quint64(elapsed) : 0;
+}
+
+void QVFileManager::resetProgress()
+{
+    onMainThread([this] {
+        progress()->setValue(0);
+        progress()->setLabel(QString(""));
+    });
+}
+
+std::optional<QStringList> QVFileManager::selectFolderToScan(const QString &initialFolder)
+{
+    if (!m_folderChooser)
+        return std::nullopt;
+    return m_folderChooser(initialFolder);
+}

@@ -1,0 +1,398 @@
+// The diagnosis run as the view drives it: passes on their queues, the
+// completion closure, the finishing sequence, cancellation, and the file
+// structure pass.
+#include "QVDiagnosisFixtures.h"
+#include "diagnosis/QVDiagnosis.h"
+#include "settings/QVNotificationCenter.h"
+#include "settings/QVProgress.h"
+#include "settings/QVSettings.h"
+#include "support/QVTestHome.h"
+
+#include <QSignalSpy>
+#include <QTest>
+#include <gtest/gtest.h>
+
+using namespace qvtest;
+
+namespace
+{
+
+class QVRecordingDelegate final : public QVDiagnosisDelegate
+{
+public:
+    void setUserInterfaceEnabled(bool enabled) override { interfaceEnabled = enabled; }
+    void updateScanViewText() override { ++scanViewUpdates; }
+    bool isAutoScanLaunch() const override { return autoScanLaunch; }
+    void setIsAutoScanLaunch(bool value) override { autoScanLaunch = value; }
+    void terminateApplication() override { ++terminations; }
+    void showAlert(const QString &message, const QString &informativeText, const QStringList &buttonTitles,
+        const QString &context) override
+    {
+        alerts << QStringList { message, informativeText, buttonTitles.join(QLatin1Char('|')), context };
+    }
+    void dismissAlert() override { ++dismissedAlerts; }
+    void presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &problemFonts) override
+    {
+        presented << problemFonts;
+    }
+    void sendResponse(const QString &response, const QString &recipient, const QVariantMap &options) override
+    {
+        responses << response;
+        responseRecipients << recipient;
+        responseOptions << options;
+    }
+
+    bool interfaceEnabled = false;
+    int scanViewUpdates = 0;
+    bool autoScanLaunch = false;
+    int terminations = 0;
+    QList<QStringList> alerts;
+    int dismissedAlerts = 0;
+    QList<QList<QVProblemFontPtr>> presented;
+    QStringList responses;
+    QStringList responseRecipients;
+    QList<QVariantMap> responseOptions;
+};
+
+class QVDiagnosisRunTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QVSettings().registerUserPreferences();
+        diagnosis = std::make_unique<QVDiagnosis>(&library.dataMgr);
+        diagnosis->setPacingEnabled(false);
+        diagnosis->setFinishDelay(0);
+        diagnosis->setDelegate(&delegate);
+        diagnosis->settings()->setLastScanType(QStringLiteral("Manual Scan"));
+        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
+            &receiver, [this](const QString &name, const QVariantMap &) { notifications << name; });
+    }
+
+    QString folder(const QString &name) const { return home.path() + QLatin1Char('/') + name; }
+
+    // A small library with one problem of each kind.
+    void addOneProblemOfEachKind()
+    {
+        const QString dejaVu = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+        library.addFile(copyFont(dejaVu, folder(QStringLiteral("A"))), 1, QString(""),
+            { makeStatus(3, QStringLiteral("DejaVuSans"), 0, QStringLiteral("Plain"), 4) });
+        library.addFile(copyFont(dejaVu, folder(QStringLiteral("B"))), 1, QString(""),
+            { makeStatus(3, QStringLiteral("DejaVuSans"), 0, QStringLiteral("Plain"), 4) });
+        addOutline(library, makeOutlineFile(folder(QStringLiteral("Outlines"))));
+        addSuitcase(library, makeBitmapSuitcase(folder(QStringLiteral("Screen")), { 12 }), { 12 });
+        library.addFile(copyFont(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf"),
+                            folder(QStringLiteral("Damaged"))),
+            1, QString(""),
+            { withDefect(makeStatus(3, QStringLiteral("DejaVuSans-Bold"), 0, QStringLiteral("Bold")),
+                QVDefect::BadTableData) });
+    }
+
+    bool waitForFinish(QSignalSpy &finished, int timeout = 20000)
+    {
+        return QTest::qWaitFor(
+            [&] { return !finished.isEmpty() && diagnosis->passesInFlight() == 0; }, timeout);
+    }
+
+    QVTestHome home;
+    QVFontLibrary library;
+    QVRecordingDelegate delegate;
+    std::unique_ptr<QVDiagnosis> diagnosis;
+    QObject receiver;
+    QStringList notifications;
+};
+
+} // namespace
+
+TEST_F(QVDiagnosisRunTest, NoFontFilesShowsTheFontsNotFoundSheetAndRunsNoPass)
+{
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    diagnosis->diagnoseFonts();
+
+    ASSERT_EQ(delegate.alerts.size(), 1);
+    EXPECT_EQ(delegate.alerts[0],
+        (QStringList { "Fonts Not Found", "No font files were found or scanned in the selected folders.",
+            "OK", "diagnoseFonts" }));
+    EXPECT_TRUE(delegate.interfaceEnabled);
+    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Done"));
+    EXPECT_TRUE(diagnosis->isCancelButtonEnabled());
+    EXPECT_FALSE(diagnosis->isDiagnosingFonts());
+    EXPECT_TRUE(diagnosis->isShowingDoneButton());
+    EXPECT_EQ(diagnosis->passesInFlight(), 0);
+    QTest::qWait(50);
+    EXPECT_TRUE(finished.isEmpty());
+}
+
+TEST_F(QVDiagnosisRunTest, RunWithProblemsFinishesWithTheResolutionWindow)
+{
+    addOneProblemOfEachKind();
+    diagnosis->settings()->setMatchVersionNumbers(true);
+    diagnosis->settings()->setAllStylesRequirePostScript(true);
+    diagnosis->settings()->setValue(QStringLiteral("lastReportName"), QStringLiteral("Old report"));
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+
+    diagnosis->diagnoseFonts();
+    EXPECT_TRUE(diagnosis->isDiagnosingFonts());
+    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Cancel"));
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosing Fonts..."));
+    ASSERT_TRUE(waitForFinish(finished));
+    QTest::qWait(20);
+
+    EXPECT_EQ(finished.size(), 1);
+    EXPECT_EQ(diagnosis->fileStructureProblemCount(), 1);
+    EXPECT_EQ(diagnosis->missingBitmapProblemCount(), 1);
+    EXPECT_EQ(diagnosis->missingPSProblemCount(), 1);
+    EXPECT_EQ(diagnosis->duplicateProblemCount(), 1);
+    EXPECT_EQ(diagnosis->totalFontProblems(), 4);
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Font Problems Were Found"));
+    EXPECT_EQ(diagnosis->overallProgress()->value(), 0.0);
+    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("mac-icon-caution"));
+    EXPECT_TRUE(diagnosis->isReportButtonEnabled());
+    EXPECT_FALSE(diagnosis->isDiagnosingFonts());
+    EXPECT_TRUE(diagnosis->isShowingDoneButton());
+    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Done"));
+    for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass)
+        EXPECT_EQ(
+            diagnosis->progressForPass(pass)->label(), diagnosis->titleForProgress(pass, " - Complete ✓"));
+
+    // The settings record the outcome and forget the previous report.
+    QVSettings settings;
+    EXPECT_EQ(settings.lastScanProblemCount(), QStringLiteral("4"));
+    EXPECT_EQ(settings.lastScanTotalCount(), QStringLiteral("5"));
+    EXPECT_TRUE(settings.lastScanDate().isValid());
+    EXPECT_FALSE(settings.lastAutoScanDate().isValid());
+    EXPECT_FALSE(settings.hasStoredValue(QStringLiteral("lastReportName")));
+
+    EXPECT_TRUE(notifications.contains(QStringLiteral("kEndDiagnosis")));
+    EXPECT_FALSE(notifications.contains(QStringLiteral("kEndDiagnosisAction")));
+    EXPECT_TRUE(delegate.responses.isEmpty());
+    EXPECT_TRUE(library.dataMgr.foundProblemFonts);
+
+    // Sorted for the window by diagnosis type, highest first.
+    ASSERT_EQ(delegate.presented.size(), 1);
+    QList<int> types;
+    for (const QVProblemFontPtr &entry : delegate.presented[0])
+        types << entry->diagnosisType;
+    EXPECT_EQ(types, (QList<int> { 3, 2, 1, 0 }));
+}
+
+TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperAndQuitsWhenAsked)
+{
+    library.addFile(copyFont(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"), folder("A")),
+        1, QString(""), { makeStatus(3, QStringLiteral("DejaVuSans")) });
+    diagnosis->settings()->setLastScanType(QStringLiteral("AutoScan"));
+    diagnosis->settings()->setAutoScanQuitWhenDone(true);
+    delegate.autoScanLaunch = true;
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+
+    diagnosis->diagnoseFonts();
+    ASSERT_TRUE(waitForFinish(finished));
+
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("No Problems Found!"));
+    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("autoscan-ok"));
+    EXPECT_FALSE(diagnosis->isReportButtonEnabled());
+    EXPECT_EQ(delegate.scanViewUpdates, 1);
+    EXPECT_TRUE(delegate.presented.isEmpty());
+    EXPECT_FALSE(delegate.autoScanLaunch);
+    QTest::qWait(20);
+    EXPECT_TRUE(notifications.contains(QStringLiteral("kEndDiagnosis")));
+    EXPECT_TRUE(notifications.contains(QStringLiteral("kEndDiagnosisAction")));
+
+    QVSettings settings;
+    ASSERT_TRUE(settings.lastAutoScanDate().isValid());
+    EXPECT_EQ(settings.lastScanProblemCount(), QStringLiteral("0"));
+    ASSERT_EQ(delegate.responses, QStringList { "kResponse_ScanFonts_Complete" });
+    EXPECT_TRUE(delegate.responseRecipients[0].isEmpty());
+    EXPECT_EQ(delegate.responseOptions[0].value("kPayloadOptions").toDateTime(), settings.lastAutoScanDate());
+
+    // The application quits two seconds later.
+    EXPECT_EQ(delegate.terminations, 0);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return delegate.terminations == 1; }, 4000));
+}
+
+TEST_F(QVDiagnosisRunTest, OverallBarAdvancesByTheStepOfEachPass)
+{
+    addOneProblemOfEachKind();
+    diagnosis->settings()->setDiagnoseFileStructure(false);
+    diagnosis->settings()->setFindDuplicateFonts(false);
+    diagnosis->settings()->setFindOrpanedFonts(true);
+    QList<double> values;
+    QObject::connect(diagnosis->overallProgress(), &QVProgress::changed, &receiver,
+        [&] { values << diagnosis->overallProgress()->value(); });
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+
+    diagnosis->diagnoseFonts();
+    ASSERT_TRUE(waitForFinish(finished));
+    EXPECT_TRUE(values.contains(50.0));
+    EXPECT_TRUE(values.contains(100.0));
+    EXPECT_EQ(diagnosis->fileStructureProblemCount(), 0);
+    EXPECT_EQ(diagnosis->duplicateProblemCount(), 0);
+    EXPECT_EQ(diagnosis->totalFontProblems(), 2);
+    // The passes that did not run keep their plain titles.
+    EXPECT_EQ(diagnosis->progressForPass(0)->label(), QStringLiteral("Font File Structure"));
+    EXPECT_TRUE(diagnosis->isProgressEnabled(1));
+}
+
+TEST_F(QVDiagnosisRunTest, WithEveryPassOffNothingRunsAndTheRunNeverFinishes)
+{
+    addOneProblemOfEachKind();
+    diagnosis->settings()->setDiagnoseFileStructure(false);
+    diagnosis->settings()->setFindDuplicateFonts(false);
+    diagnosis->settings()->setFindOrpanedFonts(false);
+    diagnosis->setStateFromUserPrefs();
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+
+    diagnosis->diagnoseFonts();
+    EXPECT_EQ(diagnosis->passesInFlight(), 0);
+    QTest::qWait(100);
+    EXPECT_TRUE(finished.isEmpty());
+    EXPECT_TRUE(diagnosis->isDiagnosingFonts());
+    for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass)
+        EXPECT_FALSE(diagnosis->isProgressEnabled(pass));
+}
+
+TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
+{
+    // Enough damaged fonts that the structure pass is still walking when the
+    // cancel arrives; one damaged suitcase per file.
+    for (int i = 0; i < 3000; ++i) {
+        library.addFile(QStringLiteral("/Volumes/Fonts/%1/Family %2.suit").arg(i % 40).arg(i), 0, "FFIL",
+            { withDefect(makeStatus(0, QStringLiteral("Family%1").arg(i), 12), QVDefect::BadTableData) });
+    }
+    diagnosis->settings()->setFindOrpanedFonts(false);
+    diagnosis->settings()->setFindDuplicateFonts(false);
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+
+    // The user presses Cancel and confirms once a tenth of the fonts are done.
+    QVProgress *bar = diagnosis->progressForPass(0);
+    QObject::connect(
+        bar, &QVProgress::changed, &receiver,
+        [&] {
+            if (bar->value() > 10.0 && !diagnosis->doCancel())
+                diagnosis->setDoCancel(true);
+        },
+        Qt::DirectConnection);
+
+    diagnosis->diagnoseFonts();
+    ASSERT_TRUE(waitForFinish(finished));
+
+    EXPECT_TRUE(diagnosis->doCancel());
+    EXPECT_GT(diagnosis->fileStructureProblemCount(), 0);
+    EXPECT_LT(diagnosis->fileStructureProblemCount(), 3000);
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosis was canceled"));
+    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("mac-icon-cancel"));
+    EXPECT_FALSE(diagnosis->isReportButtonEnabled());
+    EXPECT_TRUE(delegate.presented.isEmpty());
+    EXPECT_EQ(diagnosis->progressForPass(0)->label(), QStringLiteral("Font File Structure"));
+    EXPECT_EQ(QVSettings().lastScanProblemCount(), QString::number(diagnosis->fileStructureProblemCount()));
+}
+
+TEST_F(QVDiagnosisRunTest, CancelButtonAsksFirstAndCancelsOnTheSecondButton)
+{
+    addOneProblemOfEachKind();
+    diagnosis->settings()->setFindDuplicateFonts(false);
+    diagnosis->settings()->setFindOrpanedFonts(false);
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    diagnosis->diagnoseFonts();
+
+    // The pass may well be done already; the answer is what counts.
+    diagnosis->cancelButtonAction();
+    ASSERT_EQ(delegate.alerts.size(), 1);
+    EXPECT_EQ(delegate.alerts[0][2], QStringLiteral("Continue|Cancel"));
+    EXPECT_EQ(delegate.alerts[0][3], QStringLiteral("cancelButtonAction"));
+    diagnosis->cancelButtonAction();
+    EXPECT_EQ(delegate.alerts.size(), 1);
+
+    diagnosis->modalEnded(1000, QStringLiteral("cancelButtonAction"));
+    EXPECT_FALSE(diagnosis->doCancel());
+    diagnosis->cancelButtonAction();
+    diagnosis->modalEnded(1001, QStringLiteral("cancelButtonAction"));
+    EXPECT_TRUE(diagnosis->doCancel());
+    EXPECT_FALSE(diagnosis->isCancelButtonEnabled());
+    ASSERT_TRUE(waitForFinish(finished));
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosis was canceled"));
+    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Done"));
+    EXPECT_TRUE(diagnosis->isCancelButtonEnabled());
+}
+
+TEST_F(QVDiagnosisRunTest, StructurePassGivesOneEntryPerFileAndFontType)
+{
+    const QString suitcase = makeBitmapSuitcase(folder(QStringLiteral("Screen")), { 10, 12, 14 });
+    QList<QVStatusPtr> strikes;
+    for (int size : { 10, 12, 14 }) {
+        QVStatusPtr strike = withDefect(makeStatus(0, kNimbusPSName, size), QVDefect::BadTableData);
+        strike->setFontErrorInfo(QVDefect::withDetail(QVDefect::DefectiveTableData, QStringLiteral("NFNT")));
+        strikes << strike;
+    }
+    const QVFontFilePtr three = library.addFile(suitcase, 0, QStringLiteral("FFIL"), strikes);
+
+    // Bitmap, TrueType, bitmap: the third compares with the last one added.
+    const QVFontFilePtr mixed
+        = library.addFile(folder(QStringLiteral("Mixed/Mixed.suit")), 0, QStringLiteral("FFIL"),
+            { withDefect(makeStatus(0, QStringLiteral("M"), 9), QVDefect::BadTableData),
+                withDefect(makeStatus(3, QStringLiteral("M")), QVDefect::BadTableData),
+                withDefect(makeStatus(0, QStringLiteral("M"), 10), QVDefect::BadTableData) });
+    library.addFile(
+        folder(QStringLiteral("Healthy.ttf")), 1, QString(""), { makeStatus(3, QStringLiteral("H")) });
+
+    diagnosis->diagnoseFileStructure();
+
+    const QList<QVProblemFontPtr> problems = diagnosis->problemFontsArray();
+    ASSERT_EQ(problems.size(), 4);
+    EXPECT_EQ(problems[0]->fontStatus, three->fontStatusArray[0]);
+    EXPECT_EQ(problems[1]->fontStatus, mixed->fontStatusArray[0]);
+    EXPECT_EQ(problems[2]->fontStatus, mixed->fontStatusArray[1]);
+    EXPECT_EQ(problems[3]->fontStatus, mixed->fontStatusArray[2]);
+    for (const QVProblemFontPtr &entry : problems)
+        EXPECT_EQ(entry->diagnosisType, 0);
+    EXPECT_EQ(diagnosis->fileStructureProblemCount(), 4);
+    EXPECT_EQ(diagnosis->progressForPass(0)->label(), QStringLiteral("Font File Structure - Complete ✓"));
+    EXPECT_EQ(diagnosis->progressForPass(0)->value(), 0.0);
+}
+
+TEST_F(QVDiagnosisRunTest, ProblemEntriesAreFoundByStatusIndex)
+{
+    const QVFontFilePtr file = library.addFile(folder("a.ttf"), 1, QString(""), { makeStatus(3, "A") });
+    const QVStatusPtr status = file->fontStatusArray[0];
+    diagnosis->addProblemFont(file, status, 2);
+    diagnosis->addProblemFont(file, status, 1);
+    const QList<QVFontRef> group { QVFontRef { file, status } };
+    diagnosis->addProblemFont(file, status, 3, group);
+    diagnosis->addProblemFont(file, status, 3, QList<QVFontRef> {});
+
+    const QList<QVProblemFontPtr> problems = diagnosis->problemFontsArray();
+    ASSERT_EQ(problems.size(), 1);
+    EXPECT_EQ(problems[0]->diagnosisType, 2);
+    EXPECT_TRUE(problems[0]->hasDuplicatesArray);
+    EXPECT_TRUE(problems[0]->duplicatesArray.isEmpty());
+}
+
+TEST_F(QVDiagnosisRunTest, SettingsStartTextAndTitles)
+{
+    diagnosis->setManualScanFolders({ QStringLiteral("/srv/fonts"), QStringLiteral("/home/ann/Fonts") });
+    diagnosis->settings()->setOrganizeFonts(true);
+    EXPECT_EQ(diagnosis->getSettingsStartText(),
+        QStringLiteral("Scan Type: Manual Scan & Organize\n\nCurrent Diagnosis Settings:\n"
+                       "Diagnose Corrupt Fonts, Duplicate Fonts, Orphaned Fonts\n\n"
+                       "Scanned Folders:\n/srv/fonts\n/home/ann/Fonts\n"));
+
+    diagnosis->settings()->setLastScanType(QStringLiteral("AutoScan"));
+    diagnosis->settings()->setFontFolderPaths({ QStringLiteral("/usr/share/fonts/") });
+    diagnosis->settings()->setDiagnoseFileStructure(false);
+    diagnosis->settings()->setFindDuplicateFonts(false);
+    diagnosis->settings()->setFindOrpanedFonts(false);
+    EXPECT_EQ(diagnosis->getSettingsStartText(),
+        QStringLiteral("Scan Type: AutoScan\n\nCurrent Diagnosis Settings:\n(null)\n\n"
+                       "Scanned Folders:\n/usr/share/fonts/\n"));
+
+    EXPECT_EQ(diagnosis->titleForProgress(2), QStringLiteral("Missing Postscript Fonts"));
+    EXPECT_EQ(
+        diagnosis->titleForProgress(0, " - Complete ✓"), QStringLiteral("Font File Structure - Complete ✓"));
+    EXPECT_TRUE(diagnosis->titleForProgress(4).isNull());
+    EXPECT_EQ(diagnosis->progressForPass(4), nullptr);
+
+    diagnosis->setScanMode();
+    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("AutoScan"));
+    diagnosis->handleSearchComplete({ { QStringLiteral("status"), QStringLiteral("cancelled") } });
+    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("autoscan-cancel"));
+}
