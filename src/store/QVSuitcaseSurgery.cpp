@@ -298,8 +298,24 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                     = text;
                 break;
             }
+            // The marking goes by name; members of the other kind (an outline
+            // beside bitmaps of the same name) are still in the suitcase.
+            QList<QVStatusPtr> otherKind;
+            for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
+                const bool marked = toQuarantine ? status->movedToQuarantine : status->movedToLibrary;
+                if (!familyGone && !marked && (status->fontSize == 0) != isTrueType)
+                    otherKind.append(status);
+            }
             QVQuarantineStore::updateFontMovedStatus(
                 fontFile, psName, fontStatus->fontName, familyGone, toQuarantine);
+            for (const QVStatusPtr &status : std::as_const(otherKind)) {
+                if (toQuarantine) {
+                    status->movedToQuarantine = false;
+                } else {
+                    status->movedToLibrary = false;
+                    status->copiedToLibrary = false;
+                }
+            }
             if (left == 0) {
                 QString error;
                 const QVFilePair::Result deleted = QVFilePair::remove(path);

@@ -237,10 +237,13 @@ QByteArray handMadeFOND(const QList<std::array<qint16, 3>> &entries, qint16 coun
     return fond;
 }
 
-QString suitcaseWith(const QString &path, const QByteArray &fond)
+QString suitcaseWith(
+    const QString &path, const QByteArray &fond, const QList<QVResourceFile::Entry> &others = {})
 {
     qint16 error = 0;
     auto file = QVResourceFile::parse(QVResourceFile::emptyFork(), &error);
+    for (const QVResourceFile::Entry &other : others)
+        file->entries.append(other);
     QVResourceFile::Entry entry;
     entry.type = qvFourCC("FOND");
     entry.id = 300;
@@ -341,4 +344,48 @@ TEST_F(SuitcaseTest, DeletingOneFontFromAQuarantinedSuitcase)
     ASSERT_EQ(surgery.removeSuitcaseFontFromQuarantine(path, serifPS, false), 0);
     EXPECT_FALSE(QFileInfo::exists(path));
     EXPECT_TRUE(QVFilePair::companions(path).isEmpty());
+}
+
+TEST_F(SuitcaseTest, AnOldFONTStrikeTravelsAsNFNTAndOutlinesAsSfnt)
+{
+    auto resource = [](const char *type, qint16 id, const QByteArray &data) {
+        QVResourceFile::Entry entry;
+        entry.type = qvFourCC(*reinterpret_cast<const char(*)[5]>(type));
+        entry.id = id;
+        entry.data = data;
+        return entry;
+    };
+    const QString path = suitcaseWith(home.path() + "/fonts/Times",
+        handMadeFOND({ { 10, 0, 301 }, { 0, 0, 302 }, { 12, 0, 303 } }, 2),
+        { resource("FONT", 301, QByteArray(40, '\x11')), resource("sfnt", 302, QByteArray(64, '\x22')) });
+    auto file = std::make_shared<QVFontFile>(path);
+    file->fontFileType = 0;
+    for (const int size : { 10, 0 }) {
+        auto status = std::make_shared<QVStatus>();
+        status->fontName = "Times";
+        status->PSname = "Times-Roman";
+        status->fontSize = size;
+        status->fontStyle = "Plain";
+        status->fontType = size ? 0 : 3;
+        status->fontURL = path;
+        status->index = int(file->fontStatusArray.size());
+        file->fontStatusArray.append(status);
+    }
+    // The bitmaps: both strike entries go, the outline entry stays behind.
+    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, file->fontStatusArray.at(0), "r").isNull());
+    QString listing = fontToolsListing(extractFork(store.quarantineFolderPath() + "/Times", work + "/b"));
+    EXPECT_TRUE(listing.contains("NFNT 301 Times 40")) << qPrintable(listing);
+    EXPECT_FALSE(listing.contains("sfnt")) << qPrintable(listing);
+    EXPECT_EQ(
+        fontToolsFONDEntries(extractFork(store.quarantineFolderPath() + "/Times", work + "/b")).trimmed(),
+        QStringLiteral("Times 300 10/0/301 12/0/303"));
+    EXPECT_EQ(
+        fontToolsFONDEntries(extractFork(path, work + "/s")).trimmed(), QStringLiteral("Times 300 0/0/302"));
+
+    // The outline, told apart by its size of 0, leaves last and takes the file with it.
+    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, file->fontStatusArray.at(1), "r").isNull());
+    listing = fontToolsListing(extractFork(store.quarantineFolderPath() + "/Times 1", work + "/o"));
+    EXPECT_TRUE(listing.contains("sfnt 302 Times 64")) << qPrintable(listing);
+    EXPECT_FALSE(QFileInfo::exists(path));
+    EXPECT_TRUE(file->fileMovedToQuarantine);
 }
