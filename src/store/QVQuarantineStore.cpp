@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QLockFile>
 #include <algorithm>
 #include <cerrno>
 
@@ -83,6 +84,11 @@ QString QVQuarantineStore::indexPath() const
 QString QVQuarantineStore::journalPath() const
 {
     return quarantineFolderPath() + QLatin1Char('/') + kJournalName;
+}
+
+QString QVQuarantineStore::journalLockPath() const
+{
+    return journalPath() + QStringLiteral(".lock");
 }
 
 QUrl QVQuarantineStore::getQuarantineFolder() const
@@ -293,8 +299,12 @@ QString QVQuarantineStore::commitQuarantine()
         return error;
     }
     m_journal.clear();
-    if (QFile::exists(journalPath()) && !QFile::remove(journalPath()))
+    if (QFile::exists(journalPath()) && !QFile::remove(journalPath())) {
+        // Kept locked: the entries stay ours to settle.
         qCWarning(lcStore) << "Error: could not empty the quarantine journal" << journalPath();
+        return QString();
+    }
+    m_journalLock.reset();
     return QString();
 }
 
@@ -319,12 +329,25 @@ void QVQuarantineStore::settleJournal()
 {
     if (!QFile::exists(journalPath()))
         return;
+    // A live process still working on its journal: leave it to that process.
+    // The lock of a process that died is stale and taken over here.
+    QLockFile lock(journalLockPath());
+    if (!lock.tryLock(0))
+        return;
     QList<QVariantMap> entries;
     if (!toRecords(QVPropertyList::readFile(journalPath()), &entries)) {
         // Kept for a person to read; nothing here is lost by leaving it.
         qCWarning(lcStore) << "Error: the quarantine journal cannot be read" << journalPath();
         return;
     }
+    const int settled = settleEntries(entries);
+    qCInfo(lcStore) << "Settled the quarantine journal:" << settled << "of" << entries.size()
+                    << "entries recorded";
+    commitQuarantine();
+}
+
+int QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
+{
     const QString folder = quarantineFolderPath();
     int settled = 0;
     for (const QVariantMap &entry : std::as_const(entries)) {
@@ -364,9 +387,7 @@ void QVQuarantineStore::settleJournal()
         quarantinedFilesDataArray.append(record);
         ++settled;
     }
-    qCInfo(lcStore) << "Settled the quarantine journal:" << settled << "of" << entries.size()
-                    << "entries recorded";
-    commitQuarantine();
+    return settled;
 }
 
 bool QVQuarantineStore::writeJournal()
@@ -383,6 +404,25 @@ bool QVQuarantineStore::writeJournal()
 
 bool QVQuarantineStore::journalIntent(const QString &kind, const QString &source, const QVariantMap &record)
 {
+    if (!m_journalLock) {
+        getQuarantineFolder();
+        auto lock = std::make_unique<QLockFile>(journalLockPath());
+        // Another process resolving at the same moment: wait for its commit.
+        if (!lock->tryLock(10000)) {
+            qCWarning(lcStore) << "Error: the quarantine is being changed by another process"
+                               << journalLockPath();
+            return false;
+        }
+        m_journalLock = std::move(lock);
+        // A journal left by a run that died while this store was open: its
+        // entries are settled here and stay journalled until our commit.
+        QList<QVariantMap> leftovers;
+        if (m_journal.isEmpty() && QFile::exists(journalPath())
+            && toRecords(QVPropertyList::readFile(journalPath()), &leftovers)) {
+            settleEntries(leftovers);
+            m_journal = leftovers;
+        }
+    }
     QVariantMap entry;
     entry.insert(QStringLiteral("kind"), kind);
     entry.insert(QStringLiteral("source"), source);

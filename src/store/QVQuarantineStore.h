@@ -9,7 +9,9 @@
 // it. Loading the index settles what a killed run left in the journal: a font
 // that reached the quarantine gets its record (and a fork left behind at the
 // old place follows it), one that never moved is forgotten. Every font is thus
-// where it was or listed in the quarantine.
+// where it was or listed in the quarantine. A store holds a lock file beside
+// the journal while its journal has entries, so a journal is settled only when
+// the process that wrote it is gone, and two processes never share one.
 #pragma once
 
 #include "engine/QVFontFile.h"
@@ -20,7 +22,9 @@
 #include <QUrl>
 #include <QVariantMap>
 #include <functional>
+#include <memory>
 
+class QLockFile;
 class QVFontDataManager;
 
 class QVQuarantineStore
@@ -103,8 +107,13 @@ public:
 
 private:
     void settleJournal();
+    // Records the entries whose fonts reached the quarantine; returns how many.
+    int settleEntries(const QList<QVariantMap> &entries);
     bool writeJournal();
 
+    QString journalLockPath() const;
+
     QList<QVariantMap> m_journal;
+    std::unique_ptr<QLockFile> m_journalLock;
     bool m_authorized = false;
 };

@@ -284,8 +284,10 @@ TEST_F(ResolutionTest, EndingTheDiagnosisAsksForTheReportAndAnswersTheHelper)
         payload = info;
     };
     QStringList posted;
+    // The receiver ends with the test, and the connection with it.
+    QObject receiver;
     QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-        [&posted](const QString &name, const QVariantMap &) { posted << name; });
+        &receiver, [&posted](const QString &name, const QVariantMap &) { posted << name; });
     resolution.endDiagnosis();
     QCoreApplication::processEvents();
     EXPECT_EQ(reports, 1);

@@ -409,3 +409,42 @@ TEST(QVQuarantineStore, ClearRemovesOnlyIndexedFilesInsideTheQuarantine)
     EXPECT_FALSE(QFileInfo::exists(store.indexPath()));
     EXPECT_TRUE(QFileInfo::exists(outside));
 }
+
+TEST(QVQuarantineStore, ALiveRunsJournalIsLeftToItAndADeadOnesIsTakenOver)
+{
+    QVTestHome home;
+    const QString foo = home.writeFile("fonts/Foo.otf", "OTTO");
+    const QString bar = home.writeFile("fonts/Bar.otf", "OTTO2");
+    QVQuarantineStore running;
+    auto fooFile = fontFileWithOneFont(foo);
+    // The hook runs after the move and before the commit: look from outside then.
+    int seen = -1;
+    running.movedHook
+        = [&seen](const QString &) { seen = int(QVQuarantineStore().quarantinedFilesDataArray.size()); };
+    ASSERT_TRUE(running.moveFileToQuarantine(fooFile, fooFile->fontStatusArray.first(), "r").isNull());
+    EXPECT_EQ(seen, 0);
+    // Still pending in the live store's journal, which no other store settled.
+    EXPECT_TRUE(QFile::exists(running.journalPath()));
+    ASSERT_TRUE(running.commitQuarantine().isNull());
+    EXPECT_FALSE(QFile::exists(running.journalPath()));
+    EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 1);
+
+    // A journal whose writer is gone (no lock held) is taken over by the next
+    // move, and its entry is kept until that store commits.
+    auto barFile = fontFileWithOneFont(bar);
+    QVariantMap entry;
+    entry.insert("kind", "file");
+    entry.insert("source", QString(home.path() + "/fonts/Baz.otf"));
+    entry.insert(
+        "record", QVQuarantineStore::makeRecord("Baz.otf", barFile, barFile->fontStatusArray.first(), "r"));
+    const QVariantList leftover { entry };
+    home.writeFile(".local/share/Quorvel/Quarantine/Baz.otf", "moved before the crash");
+    ASSERT_TRUE(QVPropertyList::writeFile(running.journalPath(), leftover).isNull());
+    ASSERT_TRUE(running.moveFileToQuarantine(barFile, barFile->fontStatusArray.first(), "r").isNull());
+    EXPECT_EQ(QVPropertyList::readFile(running.journalPath()).toList().size(), 2);
+    ASSERT_TRUE(running.commitQuarantine().isNull());
+    QStringList names;
+    for (const QVariantMap &record : QVQuarantineStore().quarantinedFilesDataArray)
+        names << record.value("quarantineFileName").toString();
+    EXPECT_EQ(names, (QStringList { "Foo.otf", "Baz.otf", "Bar.otf" }));
+}
