@@ -291,12 +291,16 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 m_fork.releaseResource(fond);
             removed = true;
             if (closeError != 0) {
-                // The source was not rewritten: the font is in both places.
+                // The source could not be rewritten and still holds the font:
+                // take the copy back, so nothing counts as moved that did not move.
                 const QString text = resourceErrorText(closeError);
                 qCWarning(lcStore, "Error moving font file: %s", qUtf8Printable(text));
-                (toQuarantine ? fontStatus->movedToQuarantineErrorInfo : fontStatus->movedToLibraryErrorInfo)
-                    = text;
-                break;
+                QVFilePair::remove(destination);
+                if (toQuarantine) {
+                    m_store->dropLastIntent();
+                    fontStatus->movedToQuarantine = false;
+                }
+                return text;
             }
             // The marking goes by name; members of the other kind (an outline
             // beside bitmaps of the same name) are still in the suitcase.

@@ -13,7 +13,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QtEndian>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 using namespace QVStoreFixtures;
 
@@ -388,4 +392,50 @@ TEST_F(SuitcaseTest, AnOldFONTStrikeTravelsAsNFNTAndOutlinesAsSfnt)
     EXPECT_TRUE(listing.contains("sfnt 302 Times 64")) << qPrintable(listing);
     EXPECT_FALSE(QFileInfo::exists(path));
     EXPECT_TRUE(file->fileMovedToQuarantine);
+}
+
+namespace
+{
+
+// Read-only for an ordinary user, immutable for root; false when neither works.
+bool lockFolder(const QString &folder, bool lock)
+{
+    if (::geteuid() != 0)
+        return QFile::setPermissions(folder,
+            lock ? QFileDevice::ReadOwner | QFileDevice::ExeOwner
+                 : QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    const int fd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY);
+    if (fd < 0)
+        return false;
+    int flags = 0;
+    bool ok = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+    if (ok) {
+        flags = lock ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+        ok = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+    }
+    ::close(fd);
+    return ok;
+}
+
+} // namespace
+
+TEST_F(SuitcaseTest, ASuitcaseThatCannotBeRewrittenKeepsItsFontAndNothingIsMarked)
+{
+    const QString path = suitcase("locked/Two", mergeForks(c059, serif));
+    const QString before = forkHashes(path);
+    auto file = suitcaseRecord(path);
+    auto serifStatus = member(file, "DejaVu Serif", 10, "Plain");
+    ASSERT_TRUE(serifStatus);
+    if (!lockFolder(QFileInfo(path).absolutePath(), true))
+        GTEST_SKIP() << "cannot make a folder refuse changes here";
+    const QString error = surgery.moveFontFromSuitcaseToQuarantine(file, serifStatus, "r");
+    lockFolder(QFileInfo(path).absolutePath(), false);
+    EXPECT_TRUE(error.startsWith("File Resource Error (")) << qPrintable(error);
+    EXPECT_FALSE(serifStatus->movedToQuarantine);
+    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(store.quarantineFolderPath() + "/DejaVu Serif"));
+    EXPECT_FALSE(QFileInfo::exists(store.quarantineFolderPath() + "/._DejaVu Serif"));
+    EXPECT_EQ(forkHashes(path), before);
+    // Nothing half-done is left for a later load to record.
+    EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
 }
