@@ -186,8 +186,9 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
 
     // Every problem font resolved by its recommended action.
     const bool resolving = resolve && !diagnosis.doCancel();
-    const QJsonObject resolution
-        = resolving ? QVQuarantineCommand::resolve(&dataManager, diagnosis.problemFontsArray()) : QJsonObject();
+    const QJsonObject resolution = resolving
+        ? QVQuarantineCommand::resolve(&dataManager, diagnosis.problemFontsArray())
+        : QJsonObject();
     if (json) {
         QJsonArray files;
         for (const QVFontFilePtr &fontFile : std::as_const(dataManager.fontFileItems))
