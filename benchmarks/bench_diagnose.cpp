@@ -5,12 +5,18 @@
 // PostScript outlines (most beside them, some not), copies of fonts in several
 // folders, and a few damaged files.
 //
-// Usage: bench_diagnose [FILES...]   (default 10000 50000 100000)
+// With --tree DIR it also times the whole scan and diagnosis of a folder tree
+// (scripts/make-font-tree.sh DIR 100000 builds the 100,000-file one).
+//
+// Usage: bench_diagnose [--tree DIR] [FILES...]   (default 10000 50000 100000)
 #include "diagnosis/QVDiagnosis.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
+#include "store/QVFileManager.h"
+#include "store/QVOperationQueue.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -133,8 +139,14 @@ int main(int argc, char *argv[])
     settings.setMatchVersionNumbers(false);
 
     QList<int> counts;
-    for (const QString &argument : app.arguments().mid(1))
-        counts << argument.toInt();
+    QString tree;
+    const QStringList arguments = app.arguments().mid(1);
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        if (arguments.at(i) == QLatin1String("--tree") && i + 1 < arguments.size())
+            tree = arguments.at(++i);
+        else
+            counts << arguments.at(i).toInt();
+    }
     if (counts.isEmpty())
         counts = { 10000, 50000, 100000 };
 
@@ -178,5 +190,35 @@ int main(int argc, char *argv[])
         out.flush();
     }
     out << "(times in ms)\n";
+
+    if (!tree.isEmpty()) {
+        // The scan walks and examines on its own queue, then the run diagnoses.
+        QVFontDataManager dataMgr;
+        QVFileManager fileManager(&dataMgr);
+        QEventLoop scanLoop;
+        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
+            &scanLoop, [&](const QString &name, const QVariantMap &) {
+                if (name == QLatin1String(kScanFolderComplete))
+                    scanLoop.quit();
+            });
+        const double scan = timed([&] {
+            fileManager.scanFolders({ tree });
+            scanLoop.exec();
+            fileManager.findFontsGlobalQueue()->waitUntilAllOperationsAreFinished();
+        });
+        QVDiagnosis diagnosis(&dataMgr);
+        diagnosis.setPacingEnabled(false);
+        diagnosis.setFinishDelay(0);
+        QEventLoop loop;
+        QObject::connect(&diagnosis, &QVDiagnosis::diagnosisFinished, &loop, &QEventLoop::quit);
+        const double diagnose = timed([&] {
+            diagnosis.diagnoseFonts();
+            loop.exec();
+        });
+        out << "tree " << tree << ": " << dataMgr.fontFileItems.size() << " files, " << dataMgr.totalFonts
+            << " fonts; scan " << QString::number(scan, 'f', 0) << " ms, diagnose "
+            << QString::number(diagnose, 'f', 0) << " ms, total " << QString::number(scan + diagnose, 'f', 0)
+            << " ms, " << diagnosis.totalFontProblems() << " problems\n";
+    }
     return 0;
 }

@@ -17,8 +17,7 @@
 #include <QTimer>
 #include <csignal>
 
-namespace
-{
+namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
 

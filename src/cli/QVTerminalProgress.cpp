@@ -10,7 +10,7 @@ namespace
 {
 // Redrawing more often than this only costs time.
 constexpr qint64 kRedrawIntervalMs = 100;
-constexpr int kBarWidth = 30;
+constexpr int kBarWidth = 20;
 } // namespace
 
 QVTerminalProgress::QVTerminalProgress(QVProgress *progress, FILE *stream, QObject *parent)
@@ -21,6 +21,8 @@ QVTerminalProgress::QVTerminalProgress(QVProgress *progress, FILE *stream, QObje
 {
     if (m_progress)
         connect(m_progress, &QVProgress::changed, this, &QVTerminalProgress::changed);
+    m_redrawTimer.setSingleShot(true);
+    connect(&m_redrawTimer, &QTimer::timeout, this, &QVTerminalProgress::draw);
 }
 
 QVTerminalProgress::~QVTerminalProgress()
@@ -54,8 +56,13 @@ void QVTerminalProgress::changed()
 {
     if (!m_enabled)
         return;
-    if (m_drawn && m_sinceDraw.isValid() && m_sinceDraw.elapsed() < kRedrawIntervalMs)
+    if (m_drawn && m_sinceDraw.isValid() && m_sinceDraw.elapsed() < kRedrawIntervalMs) {
+        // Too soon: draw the latest state a little later, so that a change
+        // followed by a quiet spell still reaches the screen.
+        if (!m_redrawTimer.isActive())
+            m_redrawTimer.start(int(kRedrawIntervalMs - m_sinceDraw.elapsed()));
         return;
+    }
     draw();
 }
 
@@ -74,6 +81,7 @@ void QVTerminalProgress::draw()
 
 void QVTerminalProgress::clear()
 {
+    m_redrawTimer.stop();
     if (!m_enabled || !m_drawn)
         return;
     std::fprintf(m_stream, "\r\033[K");

@@ -7,6 +7,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QTimer>
 #include <cstdio>
 
 class QVProgress;
@@ -38,5 +39,6 @@ private:
     FILE *m_stream;
     bool m_enabled;
     bool m_drawn = false;
+    QTimer m_redrawTimer;
     QElapsedTimer m_sinceDraw;
 };

@@ -4,6 +4,7 @@
 #include "diagnosis/QVDuplicateIndex.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
@@ -225,9 +226,13 @@ void QVDiagnosis::finishDiagnosis()
             QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kEndDiagnosisAction),
                 { { QStringLiteral("object"), QVariant::fromValue<QObject *>(this) } });
         }
-        if (autoScan && m_delegate)
-            m_delegate->sendResponse(kResponseScanFontsComplete, QString(),
-                { { kPayloadOptions, m_settings->lastAutoScanDate() } });
+        if (autoScan) {
+            const QVariantMap options { { kPayloadOptions, m_settings->lastAutoScanDate() } };
+            if (m_helperCommunications)
+                m_helperCommunications->sendResponse(kResponseScanFontsComplete, QString(), options);
+            else if (m_delegate)
+                m_delegate->sendResponse(kResponseScanFontsComplete, QString(), options);
+        }
         if (m_delegate && m_delegate->isAutoScanLaunch() && m_settings->autoScanQuitWhenDone()) {
             QTimer::singleShot(2000, this, [this] {
                 if (m_delegate)
@@ -624,28 +629,33 @@ bool QVDiagnosis::problemListHoldsReportedSize(const QVStatus &bitmap) const
     return false;
 }
 
+QMutex &QVDiagnosis::marksLockFor(const QVStatus &status) const
+{
+    return m_marksLocks[(quintptr(&status) / alignof(QVStatus)) % kMarkLockCount];
+}
+
 bool QVDiagnosis::hasMark(const QVStatus &status, int errorClass) const
 {
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     return status.fontErrors.contains(errorClass);
 }
 
 QList<int> QVDiagnosis::marks(const QVStatus &status) const
 {
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     return status.fontErrors;
 }
 
 void QVDiagnosis::appendMark(QVStatus &status, int errorClass)
 {
     // Appended as it is: a class may stand twice when a pass finds it again.
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     status.fontErrors.append(errorClass);
 }
 
 void QVDiagnosis::addMessage(QVStatus &status, const QString &message)
 {
-    QMutexLocker locker(&m_marksLock);
+    QMutexLocker locker(&marksLockFor(status));
     status.setFontErrorInfo(message);
 }
 

@@ -13,11 +13,13 @@
 #include "diagnosis/QVDiagnosisDelegate.h"
 #include "diagnosis/QVProblemFont.h"
 #include "engine/QVFontFile.h"
+#include "settings/QVHelperCommunications.h"
 
 #include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <array>
@@ -53,6 +55,10 @@ public:
     QVSettings *settings() const { return m_settings.get(); }
     QVDiagnosisDelegate *delegate() const { return m_delegate; }
     void setDelegate(QVDiagnosisDelegate *delegate) { m_delegate = delegate; }
+    // The helper channel that an auto-scan answers on (not owned). Without one,
+    // the answer goes to the delegate's sendResponse.
+    QVHelperCommunications *helperCommunications() const { return m_helperCommunications; }
+    void setHelperCommunications(QVHelperCommunications *helper) { m_helperCommunications = helper; }
     QStringList manualScanFolders() const { return m_manualScanFolders; }
     void setManualScanFolders(const QStringList &folders) { m_manualScanFolders = folders; }
 
@@ -165,6 +171,7 @@ private:
     QVFontDataManager *m_dataMgr;
     std::unique_ptr<QVSettings> m_settings;
     QVDiagnosisDelegate *m_delegate = nullptr;
+    QPointer<QVHelperCommunications> m_helperCommunications;
     QStringList m_manualScanFolders;
     bool m_pacingEnabled = true;
     int m_finishDelay = 1000;
@@ -173,7 +180,11 @@ private:
     QList<QVProblemFontPtr> m_problemFonts;
     QHash<qint32, QVProblemFontPtr> m_problemByIndex;
     QHash<QString, QList<QVStatusPtr>> m_problemStatusesByFamily;
-    mutable QMutex m_marksLock;
+    // Striped by status, so passes marking different fonts rarely wait on
+    // one another.
+    static constexpr size_t kMarkLockCount = 64;
+    QMutex &marksLockFor(const QVStatus &status) const;
+    mutable std::array<QMutex, kMarkLockCount> m_marksLocks;
 
     QList<QVFontFilePtr> m_bitmaps;
     QList<QVFontFilePtr> m_postscripts;

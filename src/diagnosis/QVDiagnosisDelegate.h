@@ -42,7 +42,8 @@ public:
     // Opens the issue resolution window on the sorted problem list.
     virtual void presentDiagnosisActionWindow(const QList<QVProblemFontPtr> & /*problemFonts*/) { }
 
-    // The helper channel: sendResponse:toRecipient:withOptionsDictionary:. An
+    // Where the auto-scan answer goes when the run has no helper channel of its
+    // own: sendResponse:toRecipient:withOptionsDictionary:. An
     // empty recipient means no particular one.
     virtual void sendResponse(
         const QString & /*response*/, const QString & /*recipient*/, const QVariantMap & /*options*/)

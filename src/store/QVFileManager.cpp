@@ -29,8 +29,7 @@
 #include <utility>
 #include <vector>
 
-namespace
-{
+namespace {
 
 // Seconds of the last label update, whole, kept for the life of the process:
 // a later scan leaves the label alone until its own elapsed time passes this
@@ -233,7 +232,10 @@ bool QVFileManager::findFontFiles(
             // into itself is walked once.
             if (!info.isSymLink() && !isSkippedFolderName(name))
                 stack.push_back({ path, sortedEntries(path), 0 });
-        } else if (info.exists() && isFontFile(path) && !name.startsWith(QLatin1Char('.'))) {
+        } else if (info.isFile() && !name.startsWith(QLatin1Char('.')) && isFontFile(path)) {
+            // Only regular files: reading the content type of a pipe or a
+            // device would hang the walk. Names beginning with "." (hidden
+            // files, "._" sidecars) are never fonts to examine.
             m_dataMgr->addFontFileItem(path);
         }
 

@@ -3,11 +3,14 @@
 // structure pass.
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVDiagnosis.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
+#include <QCoreApplication>
+#include <QDBusConnection>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -59,6 +62,9 @@ class QVDiagnosisRunTest : public ::testing::Test
 protected:
     void SetUp() override
     {
+        // Notifications still queued by an earlier test are not this one's.
+        QCoreApplication::sendPostedEvents();
+        QCoreApplication::processEvents();
         QVSettings().registerUserPreferences();
         diagnosis = std::make_unique<QVDiagnosis>(&library.dataMgr);
         diagnosis->setPacingEnabled(false);
@@ -210,6 +216,48 @@ TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperAndQuitsWhenAsked)
     EXPECT_TRUE(QTest::qWaitFor([&] { return delegate.terminations == 1; }, 4000));
 }
 
+namespace
+{
+class QVResponseRecorder final : public QVHelperCommunicationsDelegate
+{
+public:
+    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+    {
+        responses << response;
+        senders << sender;
+        lastOptions = options;
+    }
+    QStringList responses;
+    QStringList senders;
+    QVariantMap lastOptions;
+};
+} // namespace
+
+TEST_F(QVDiagnosisRunTest, AutoScanAnswerGoesToTheHandlerOverTheHelperChannel)
+{
+    if (!QDBusConnection::sessionBus().isConnected())
+        GTEST_SKIP() << "no session bus: run under dbus-run-session";
+    QVHelperCommunications application;
+    QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
+    QVResponseRecorder recorder;
+    handler.setDelegate(&recorder);
+    diagnosis->setHelperCommunications(&application);
+
+    library.addFile(copyFont(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"), folder("A")),
+        1, QString(""), { makeStatus(3, QStringLiteral("DejaVuSans")) });
+    diagnosis->settings()->setLastScanType(QStringLiteral("AutoScan"));
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    diagnosis->diagnoseFonts();
+    ASSERT_TRUE(waitForFinish(finished));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !recorder.responses.isEmpty(); }, 5000));
+
+    EXPECT_EQ(recorder.responses, QStringList { "kResponse_ScanFonts_Complete" });
+    EXPECT_EQ(recorder.senders, QStringList { application.ownIdentifier() });
+    EXPECT_EQ(recorder.lastOptions.value("kPayloadOptions").toDateTime().toSecsSinceEpoch(),
+        QVSettings().lastAutoScanDate().toSecsSinceEpoch());
+    EXPECT_TRUE(delegate.responses.isEmpty());
+}
+
 TEST_F(QVDiagnosisRunTest, OverallBarAdvancesByTheStepOfEachPass)
 {
     addOneProblemOfEachKind();
@@ -285,6 +333,23 @@ TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
     EXPECT_TRUE(delegate.presented.isEmpty());
     EXPECT_EQ(diagnosis->progressForPass(0)->label(), QStringLiteral("Font File Structure"));
     EXPECT_EQ(QVSettings().lastScanProblemCount(), QString::number(diagnosis->fileStructureProblemCount()));
+}
+
+TEST_F(QVDiagnosisRunTest, AfterACancelEveryFinishingPassRunsTheFinishingSequenceAgain)
+{
+    addOneProblemOfEachKind();
+    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    diagnosis->diagnoseFonts();
+    // Before any pass can report back: each of the four then finds the flag set.
+    diagnosis->setDoCancel(true);
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return finished.size() == 4 && diagnosis->passesInFlight() == 0; }, 20000));
+    QTest::qWait(50);
+    EXPECT_EQ(finished.size(), 4);
+    EXPECT_EQ(notifications.count(QStringLiteral("kEndDiagnosis")), 4);
+    EXPECT_FALSE(notifications.contains(QStringLiteral("kEndDiagnosisAction")));
+    EXPECT_TRUE(delegate.presented.isEmpty());
+    EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosis was canceled"));
 }
 
 TEST_F(QVDiagnosisRunTest, CancelButtonAsksFirstAndCancelsOnTheSecondButton)

@@ -1,5 +1,6 @@
 #include "settings/QVHelperCommunications.h"
 
+#include "settings/QVLog.h"
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
@@ -13,8 +14,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-namespace
-{
+namespace {
 
 const QString kApp = QString::fromLatin1(QVSettings::kBundleIdentifier);
 const QString kHandler = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
@@ -93,8 +93,7 @@ public Q_SLOTS:
     }
 };
 
-namespace
-{
+namespace {
 
 class HelperChannelTest : public ::testing::Test
 {
@@ -210,6 +209,37 @@ TEST(QVHelperChannel, DatesTravelAsIsoUtcStrings)
     // Ordinary strings stay strings.
     EXPECT_EQ(
         QVHelperCommunications::fromWire(QStringLiteral("autoScanEnabled")).typeId(), QMetaType::QString);
+}
+
+TEST_F(HelperChannelTest, LogsWhatItSendsAndReceivesWhenLoggingIsOn)
+{
+    static QStringList *lines = nullptr;
+    QStringList captured;
+    lines = &captured;
+    const QtMessageHandler previous
+        = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &context, const QString &message) {
+              if (qstrcmp(context.category, "quorvel.helpers") == 0)
+                  lines->append(message);
+          });
+    QVSettings().setDoLogging(true);
+    QVLog::setEnabled(true);
+    QVHelperCommunications handler(kHandler);
+    channel->sendResponse(QStringLiteral("kResponse_Ready"), QString(),
+        { { QStringLiteral("kPayloadOptions"), QStringLiteral("autoScanEnabled") } });
+    waitFor([&] { return captured.size() >= 3; });
+    spin(100);
+    QVLog::setEnabled(false);
+    qInstallMessageHandler(previous);
+
+    // One line for the send; the handler logs the copy addressed to it, the
+    // scheduler's copy is not its business.
+    ASSERT_EQ(captured.size(), 2) << qPrintable(captured.join(QLatin1Char('|')));
+    EXPECT_EQ(captured.at(0),
+        QStringLiteral("Sent Response: kResponse_Ready to Recipient: (null) with Options: "
+                       "{\"kPayloadOptions\":\"autoScanEnabled\"}\n"));
+    EXPECT_EQ(captured.at(1),
+        QStringLiteral("Got Response: kResponse_Ready from Sender: ") + kApp
+            + QStringLiteral(" with Options: {\"kPayloadOptions\":\"autoScanEnabled\"}\n"));
 }
 
 TEST_F(HelperChannelTest, ATimeoutFiresOnceWithTheLastCommandsName)

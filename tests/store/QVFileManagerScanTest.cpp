@@ -1,19 +1,24 @@
 #include "QVScanTestSupport.h"
 #include "engine/QVFontDataManager.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVProgress.h"
+#include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
 #include "support/QVTestHome.h"
 
+#include <QDBusConnection>
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
-namespace
-{
+namespace {
 
 class ScanTest : public ::testing::Test
 {
@@ -79,14 +84,20 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     font(QString::fromUtf8("\xf0\x9d\x94\x89.ttf"));
     font(QString::fromUtf8("\xef\xac\x81.ttf"));
     home.writeFile(QStringLiteral("fonts/notes.txt"), "not a font");
+    // Links are not resolved: one to a font file is met as a file, one to a
+    // folder (here, back to the top) is not entered.
+    ASSERT_TRUE(QFile::link(root() + QStringLiteral("/Font.TTF"), root() + QStringLiteral("/Link.ttf")));
+    ASSERT_TRUE(QFile::link(root(), root() + QStringLiteral("/Loop")));
+    // A pipe with a font's name must not hold the walk up.
+    ASSERT_EQ(mkfifo(QFile::encodeName(root() + QStringLiteral("/Pipe.ttf")).constData(), 0600), 0);
     home.writeFile(QStringLiteral("fonts/Empty Folder/.keep"), "");
 
     ASSERT_TRUE(scanAndWait({ root() }));
     const QStringList expected = { QStringLiteral(".hiddenFolder/Deep.otf"), QStringLiteral("Font.TTF"),
-        QStringLiteral("Invisible.ttf"), QStringLiteral("Suitcase"), QStringLiteral("Zapf.ttf"),
-        QStringLiteral("_under.ttf"), QStringLiteral("a.pfb"), QStringLiteral("b/c.ttf"),
-        QStringLiteral("b/d/e.otf"), QStringLiteral("bb.ttf"), QString::fromUtf8("\xef\xac\x81.ttf"),
-        QString::fromUtf8("\xf0\x9d\x94\x89.ttf") };
+        QStringLiteral("Invisible.ttf"), QStringLiteral("Link.ttf"), QStringLiteral("Suitcase"),
+        QStringLiteral("Zapf.ttf"), QStringLiteral("_under.ttf"), QStringLiteral("a.pfb"),
+        QStringLiteral("b/c.ttf"), QStringLiteral("b/d/e.otf"), QStringLiteral("bb.ttf"),
+        QString::fromUtf8("\xef\xac\x81.ttf"), QString::fromUtf8("\xf0\x9d\x94\x89.ttf") };
     EXPECT_EQ(found(root()), expected);
     EXPECT_EQ(record->paths().size(), expected.size());
     EXPECT_EQ(notifications.statuses, QStringList { QStringLiteral("success") });
@@ -220,6 +231,42 @@ TEST_F(ScanTest, CancelWithoutAWalkOnlySetsTheFlag)
     EXPECT_EQ(found(root()), QStringList { QStringLiteral("a.ttf") });
 }
 
+TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
+{
+    if (!QDBusConnection::sessionBus().isConnected())
+        GTEST_SKIP() << "no session bus: run under dbus-run-session (scripts/test.sh does)";
+    struct Heard final : QVHelperCommunicationsDelegate {
+        void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+        {
+            names.append(response);
+            senders.append(sender);
+            dates.append(options.value(QStringLiteral("kPayloadOptions")).toDateTime());
+        }
+        QStringList names, senders;
+        QList<QDateTime> dates;
+    };
+    QVHelperCommunications application(QString::fromLatin1(QVSettings::kBundleIdentifier));
+    QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
+    QVHelperCommunications scheduler(QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier));
+    Heard heardByHandler, heardByScheduler;
+    handler.setDelegate(&heardByHandler);
+    scheduler.setDelegate(&heardByScheduler);
+    fileMgr->setHelperCommunications(&application);
+
+    font(QStringLiteral("a.ttf"));
+    const QDateTime before = QDateTime::currentDateTimeUtc().addMSecs(-1);
+    ASSERT_TRUE(scanAndWait({ root() }));
+    ASSERT_TRUE(
+        waitFor([&] { return !heardByHandler.names.isEmpty() && !heardByScheduler.names.isEmpty(); }));
+    EXPECT_EQ(heardByHandler.names, QStringList { QStringLiteral("kResponse_ScanFonts_Start") });
+    EXPECT_EQ(heardByScheduler.names, QStringList { QStringLiteral("kResponse_ScanFonts_Start") });
+    EXPECT_EQ(heardByHandler.senders.value(0), QString::fromLatin1(QVSettings::kBundleIdentifier));
+    const QDateTime sent = heardByHandler.dates.value(0);
+    EXPECT_TRUE(sent.isValid());
+    EXPECT_GE(sent, before);
+    EXPECT_LE(sent, QDateTime::currentDateTimeUtc());
+}
+
 TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
 {
     QVTestHome home;
@@ -252,6 +299,16 @@ TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
     EXPECT_TRUE(fileMgr.isSupportedFontFileType(outline));
     EXPECT_TRUE(fileMgr.isFontFile(bitmap));
     EXPECT_FALSE(fileMgr.isFontFile(tagged));
+
+    // A Type 1 outline file as t1mac writes it for a file server: an empty
+    // data fork and an AppleDouble sidecar with type LWFN.
+    const QString lwfn = home.writeFile(QStringLiteral("f/C059Ita"), "");
+    QProcess t1mac;
+    t1mac.start(QStringLiteral("t1mac"),
+        { QStringLiteral("--appledouble"), type1Font(), folder + QStringLiteral("._C059Ita") });
+    ASSERT_TRUE(t1mac.waitForFinished(60000));
+    ASSERT_EQ(t1mac.exitCode(), 0) << t1mac.readAllStandardError().constData();
+    EXPECT_TRUE(fileMgr.isFontFile(lwfn));
     fileMgr.setTypeCodeReader([](const QString &path) {
         return path.endsWith(QLatin1String("Bare")) ? QByteArray("LWFN") : QByteArray("TEXT");
     });
@@ -263,6 +320,25 @@ TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
         EXPECT_TRUE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
     for (const char *name : { ".app", "app", "Fonts", ".hidden", "AppleDouble", "__MACOSX" })
         EXPECT_FALSE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
+}
+
+TEST(QVFileManagerRules, FolderChoiceIsLeftToTheInstalledChooser)
+{
+    QVTestHome home;
+    QVFileManager fileMgr;
+    // Without a chooser (no screen) there is nothing to choose.
+    EXPECT_FALSE(fileMgr.selectFolderToScan(home.path()).has_value());
+    QString askedWith;
+    fileMgr.setFolderChooser([&](const QString &initial) -> std::optional<QStringList> {
+        askedWith = initial;
+        if (initial.isEmpty())
+            return std::nullopt; // the user cancelled
+        return QStringList { initial + QStringLiteral("/a"), initial + QStringLiteral("/b") };
+    });
+    EXPECT_EQ(fileMgr.selectFolderToScan(home.path()),
+        (QStringList { home.path() + QStringLiteral("/a"), home.path() + QStringLiteral("/b") }));
+    EXPECT_EQ(askedWith, home.path());
+    EXPECT_FALSE(fileMgr.selectFolderToScan().has_value());
 }
 
 TEST(QVFileManagerRules, RootRepositoryIsMadeOnceAndCached)

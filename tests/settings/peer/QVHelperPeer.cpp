@@ -17,8 +17,7 @@
 #include <QDateTime>
 #include <cstdio>
 
-namespace
-{
+namespace {
 
 class Peer final : public QVHelperCommunicationsDelegate
 {

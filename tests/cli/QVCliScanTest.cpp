@@ -1,0 +1,182 @@
+#include "support/QVTestHome.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QThread>
+#include <gtest/gtest.h>
+
+namespace {
+
+struct ScanRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+QProcessEnvironment homeEnvironment(const QVTestHome &home)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("HOME"), home.path());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
+    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
+    return env;
+}
+
+ScanRun runCli(const QVTestHome &home, const QStringList &arguments)
+{
+    QProcess process;
+    process.setProcessEnvironment(homeEnvironment(home));
+    process.start(QStringLiteral(QV_CLI_PATH), arguments);
+    process.waitForFinished(120000);
+    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+        QString::fromUtf8(process.readAllStandardError()) };
+}
+
+QString copyFont(const QString &source, const QString &destination)
+{
+    QDir().mkpath(QFileInfo(destination).absolutePath());
+    QFile::copy(source, destination);
+    return destination;
+}
+
+const QString kDejaVu = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+const QString kType1 = QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb");
+
+// The file lines of the text output: every line that is not a font's line
+// (indented) nor the closing count.
+QStringList printedFiles(const QString &out)
+{
+    QStringList files;
+    for (const QString &line : out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        if (!line.startsWith(QLatin1Char(' ')) && !line.contains(QLatin1String(" font files, ")))
+            files.append(line);
+    }
+    return files;
+}
+
+class CliScanTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        one = home.path() + QStringLiteral("/one");
+        two = home.path() + QStringLiteral("/two");
+        copyFont(kDejaVu, one + QStringLiteral("/b.ttf"));
+        copyFont(kType1, one + QStringLiteral("/a/Outline.pfb"));
+        copyFont(kDejaVu, one + QStringLiteral("/.hidden.ttf"));
+        home.writeFile(QStringLiteral("one/readme.txt"), "no font");
+        copyFont(kDejaVu, two + QStringLiteral("/Font.TTF"));
+    }
+
+    QVTestHome home;
+    QString one, two;
+};
+
+TEST_F(CliScanTest, PrintsEveryFontFileInScanOrderWithoutAProgressBarWhenPiped)
+{
+    const ScanRun run = runCli(home, { QStringLiteral("scan"), two, one });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    EXPECT_EQ(printedFiles(run.out),
+        (QStringList { two + QStringLiteral("/Font.TTF"), one + QStringLiteral("/a/Outline.pfb"),
+            one + QStringLiteral("/b.ttf") }));
+    // Each file is followed by the status of its font.
+    EXPECT_TRUE(run.out.contains(two + QStringLiteral("/Font.TTF\n    ")));
+    EXPECT_TRUE(run.out.endsWith(QStringLiteral("3 font files, 3 fonts\n"))) << qPrintable(run.out);
+    // Output that is not a terminal carries no bar.
+    EXPECT_FALSE(run.out.contains(QLatin1Char('\r')));
+    EXPECT_FALSE(run.out.contains(QLatin1String("Estimated time remaining")));
+    EXPECT_FALSE(run.err.contains(QLatin1Char('\r')));
+}
+
+TEST_F(CliScanTest, JsonListsTheFilesAndTheirFonts)
+{
+    const ScanRun run = runCli(home, { QStringLiteral("scan"), QStringLiteral("--json"), one });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    QJsonParseError error;
+    const QJsonObject document = QJsonDocument::fromJson(run.out.toUtf8(), &error).object();
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << qPrintable(run.out);
+    const QJsonArray files = document.value(QStringLiteral("fontFiles")).toArray();
+    ASSERT_EQ(files.size(), 2);
+    EXPECT_EQ(files.at(0).toObject().value(QStringLiteral("URL")).toString(),
+        one + QStringLiteral("/a/Outline.pfb"));
+    EXPECT_EQ(files.at(1).toObject().value(QStringLiteral("URL")).toString(), one + QStringLiteral("/b.ttf"));
+    EXPECT_EQ(files.at(1).toObject().value(QStringLiteral("fonts")).toArray().size(), 1);
+    EXPECT_EQ(document.value(QStringLiteral("totalFonts")).toInt(), 2);
+}
+
+TEST_F(CliScanTest, AMissingFolderIsAClearErrorAndScansNothing)
+{
+    ScanRun run = runCli(home, { QStringLiteral("scan"), one, home.path() + QStringLiteral("/gone") });
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_TRUE(run.err.contains(home.path() + QStringLiteral("/gone: no such folder")))
+        << qPrintable(run.err);
+    EXPECT_TRUE(run.out.isEmpty());
+
+    run = runCli(home, { QStringLiteral("scan"), one + QStringLiteral("/b.ttf") });
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_TRUE(run.err.contains(QLatin1String("not a folder")));
+
+    EXPECT_EQ(runCli(home, { QStringLiteral("scan"), QStringLiteral("--frobnicate") }).exitCode, 2);
+}
+
+TEST_F(CliScanTest, WithoutFoldersTheConfiguredFontFoldersAreScanned)
+{
+    ASSERT_EQ(runCli(home,
+                  { QStringLiteral("settings"), QStringLiteral("set"), QStringLiteral("fontFolderPaths"),
+                      two + QLatin1Char('/') })
+                  .exitCode,
+        0);
+    const ScanRun run = runCli(home, { QStringLiteral("scan") });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    EXPECT_EQ(printedFiles(run.out), QStringList { two + QStringLiteral("/Font.TTF") });
+}
+
+// On a terminal the scan draws its bar and time estimate, and Ctrl-C typed
+// there stops it cleanly. The terminal is a pseudo-terminal made by script(1).
+TEST_F(CliScanTest, OnATerminalItShowsProgressAndCtrlCCancels)
+{
+    const QString tree = home.path() + QStringLiteral("/tree");
+    QProcess make;
+    make.start(QStringLiteral("bash"),
+        { QStringLiteral(QV_SCRIPTS_DIR "/make-font-tree.sh"), tree, QStringLiteral("60000") });
+    ASSERT_TRUE(make.waitForFinished(300000));
+    ASSERT_EQ(make.exitCode(), 0) << make.readAllStandardError().constData();
+
+    QProcess terminal;
+    terminal.setProcessEnvironment(homeEnvironment(home));
+    const QString command = QStringLiteral("'") + QStringLiteral(QV_CLI_PATH) + QStringLiteral("' scan '")
+        + tree + QStringLiteral("'");
+    terminal.start(
+        QStringLiteral("script"), { QStringLiteral("-qfec"), command, QStringLiteral("/dev/null") });
+    ASSERT_TRUE(terminal.waitForStarted(10000));
+
+    QString screen;
+    QDeadlineTimer deadline(240000);
+    while (!screen.contains(QLatin1String("Estimated time remaining: ")) && !deadline.hasExpired()
+        && terminal.state() == QProcess::Running) {
+        terminal.waitForReadyRead(200);
+        screen += QString::fromUtf8(terminal.readAllStandardOutput());
+    }
+    ASSERT_TRUE(screen.contains(QLatin1String("Estimated time remaining: ")))
+        << qPrintable(screen.right(400));
+    EXPECT_TRUE(screen.contains(QLatin1Char('\r')));
+    EXPECT_TRUE(screen.contains(QLatin1String("%")));
+
+    // Ctrl-C as the terminal sends it.
+    terminal.write("\x03");
+    ASSERT_TRUE(terminal.waitForFinished(60000));
+    screen += QString::fromUtf8(terminal.readAllStandardOutput());
+    EXPECT_EQ(terminal.exitCode(), 130) << qPrintable(screen.right(400));
+    EXPECT_TRUE(screen.contains(QLatin1String("scan cancelled"))) << qPrintable(screen.right(400));
+    // No font list after a cancelled scan.
+    EXPECT_FALSE(screen.contains(QLatin1String(" font files, ")));
+}
+
+} // namespace
