@@ -1,6 +1,8 @@
 #include "store/QVQuarantineRuns.h"
 
 #include "engine/QVResourceManager.h"
+#include "platform/QVAppleDouble.h"
+#include "platform/QVExtendedAttributes.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVProgress.h"
@@ -114,9 +116,16 @@ TEST(QVQuarantineRuns, RoundTripKeepsEveryForkPlaceByteIdentical)
     paths << home.writeFile("fonts/3/Serif.dfont", fork);
     QVForkStorage::writeFinderInfo(paths.last(), QByteArray("FFILDMOV").leftJustified(32, '\0'));
     paths << home.writeFile("fonts/4/Plain.otf", "OTTO data");
+    // Finder info only, in the attribute netatalk 3 and Samba keep.
+    paths << home.writeFile("fonts/5/Meta.ttf", "true data");
+    QVAppleDouble metadata;
+    metadata.setEntry(QVAppleDouble::FinderInfo, QByteArray("FFILDMOV").leftJustified(32, '\0'));
+    ASSERT_EQ(
+        QVExtendedAttributes::set(paths.last(), QVForkStorage::kNetatalkAttribute, metadata.serialize()), 0);
+    ASSERT_EQ(QVForkStorage::finderInfoPlace(paths.last()), QVForkStorage::Place::NetatalkMetadata);
     for (const QString &path : std::as_const(paths)) {
         hashes << forkHashes(path);
-        auto file = oneFont(path, QFileInfo(path).fileName(), 0, path.endsWith(".otf") ? 1 : 0);
+        auto file = oneFont(path, QFileInfo(path).fileName(), 0, path.contains(".") ? 1 : 0);
         ASSERT_TRUE(store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
         ASSERT_FALSE(QFileInfo::exists(path));
     }
