@@ -75,7 +75,7 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     const QStringList arguments = app.arguments().mid(1);
     if (arguments.size() < 2) {
-        std::fprintf(stderr, "usage: qv-resolution-peer KILL_AFTER FILE...\n");
+        std::fprintf(stderr, "usage: qv-resolution-peer KILL_AFTER FILE... [suitcase:FILE]...\n");
         return 2;
     }
     const int killAfter = arguments.first().toInt();
