@@ -1,16 +1,20 @@
 #include "cli/QVDiagnoseCommand.h"
 
 #include "cli/QVQuarantineCommand.h"
+#include "cli/QVRecordJson.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVTerminalProgress.h"
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
+#include "platform/QVDefaultApplication.h"
+#include "reports/QVReportManager.h"
 #include "engine/QVFontExaminer.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
+#include "store/QVReportStore.h"
 #include "store/QVOperationQueue.h"
 
 #include <QEventLoop>
@@ -71,14 +75,21 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
 {
     bool json = false;
     bool resolve = false;
+    bool report = false;
+    bool open = false;
     QStringList folders;
     for (const QString &argument : arguments) {
         if (argument == QLatin1String("--json")) {
             json = true;
         } else if (argument == QLatin1String("--resolve")) {
             resolve = true;
+        } else if (argument == QLatin1String("--report")) {
+            report = true;
+        } else if (argument == QLatin1String("--open")) {
+            report = true;
+            open = true;
         } else if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli diagnose [--json] [--resolve] [FOLDER...]\n";
+            err() << "usage: quorvel-cli diagnose [--json] [--resolve] [--report [--open]] [FOLDER...]\n";
             err().flush();
             return UsageError;
         } else {
@@ -189,24 +200,49 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     const QJsonObject resolution = resolving
         ? QVQuarantineCommand::resolve(&dataManager, diagnosis.problemFontsArray())
         : QJsonObject();
+    // The report, after the resolution so that it shows what was done.
+    QString reportPath;
+    if (report && !diagnosis.doCancel()) {
+        QVReportInput input = diagnosis.reportInput();
+        input.qv_total_quarantined = resolution.value(QStringLiteral("qv_total_quarantined")).toInt();
+        QVReportStore reportStore;
+        QVReportManager reportManager;
+        reportManager.setFileMgr(&reportStore);
+        reportManager.setReportInput(input);
+        reportPath = reportManager.writeReport(settings.lastScanDate()).value(QStringLiteral("filePath")).toString();
+        if (reportPath.isEmpty()) {
+            err() << "quorvel-cli: the report could not be written to " << reportStore.reportFolderPath() << '\n';
+            err().flush();
+            return UsageError;
+        }
+        if (open) {
+            QString error;
+            const QString copy = reportStore.browserCopyOfReport(reportPath, &error);
+            if (!copy.isEmpty())
+                error = QVDefaultApplication::open(copy);
+            if (!error.isEmpty())
+                err() << "quorvel-cli: the report could not be opened: " << error << '\n';
+        }
+    }
+
     if (json) {
-        QJsonArray files;
-        for (const QVFontFilePtr &fontFile : std::as_const(dataManager.fontFileItems))
-            files.append(QVScanCommand::fontFileToJson(fontFile));
-        QJsonObject object { { QStringLiteral("folders"), QJsonArray::fromStringList(folders) },
-            { QStringLiteral("totalFonts"), qint64(dataManager.totalFonts) },
-            { QStringLiteral("fontFiles"), files } };
+        QJsonObject object = QVRecordJson::dataManagerToJson(dataManager);
+        object.insert(QStringLiteral("folders"), QJsonArray::fromStringList(folders));
         const QJsonObject diagnosed = QVDiagnosisSummary::toJson(diagnosis);
         for (auto it = diagnosed.begin(); it != diagnosed.end(); ++it)
             object.insert(it.key(), it.value());
         if (resolving)
             object.insert(QStringLiteral("resolution"), resolution);
+        if (!reportPath.isEmpty())
+            object.insert(QStringLiteral("report"), reportPath);
         out() << QJsonDocument(object).toJson(QJsonDocument::Indented);
     } else {
         out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
         out() << QVDiagnosisSummary::toText(diagnosis);
         if (resolving)
             out() << QVQuarantineCommand::resolutionText(resolution);
+        if (!reportPath.isEmpty())
+            out() << "Report: " << reportPath << '\n';
     }
     out().flush();
     if (diagnosis.doCancel())

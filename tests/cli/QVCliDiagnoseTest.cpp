@@ -1,8 +1,10 @@
 // quorvel-cli diagnose, run as a separate process over real folders.
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -13,24 +15,9 @@
 namespace
 {
 
-struct QVCliRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
 QVCliRun runDiagnose(const QVTestHome &home, const QStringList &arguments)
 {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(QV_CLI_PATH), arguments);
-    process.waitForFinished(120000);
-    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-        QString::fromUtf8(process.readAllStandardError()) };
+    return runCli(home, arguments);
 }
 
 QString fontFolder(const QVTestHome &home)
@@ -103,4 +90,41 @@ TEST(QuorvelCliDiagnose, UsageAndRunErrorsExitWithTwo)
     EXPECT_EQ(none.exitCode, 2);
     EXPECT_TRUE(none.err.contains(QStringLiteral("Choose at least one diagnosis"))) << qPrintable(none.err);
     EXPECT_TRUE(none.out.isEmpty());
+}
+
+TEST(QuorvelCliDiagnose, ReportIsWrittenAfterTheResolutionAndListed)
+{
+    QVTestHome home;
+    const QString folder = fontFolder(home);
+    // A damaged font and a second copy of a healthy one, in a folder of its own.
+    home.writeFile(QStringLiteral("Fonts/Broken <b>&.otf"), QByteArray());
+    QDir().mkpath(home.path() + QStringLiteral("/More"));
+    QFile::copy(folder + QStringLiteral("/DejaVuSans.ttf"), home.path() + QStringLiteral("/More/DejaVuSans.ttf"));
+
+    const QVCliRun run = runDiagnose(
+        home, { "diagnose", "--json", "--resolve", "--report", folder, home.path() + QStringLiteral("/More") });
+    ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
+    const QJsonObject object = QJsonDocument::fromJson(run.out.toUtf8()).object();
+    const QString reportPath = object.value(QStringLiteral("report")).toString();
+    ASSERT_FALSE(reportPath.isEmpty()) << qPrintable(run.out);
+    EXPECT_TRUE(reportPath.startsWith(home.dataHome() + QStringLiteral("/Quorvel/Reports/")));
+
+    QFile report(reportPath);
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    const QString html = QString::fromUtf8(report.readAll());
+    // The damaged font was quarantined before the report was made, and its name
+    // is printed as text.
+    EXPECT_TRUE(html.contains(QStringLiteral("Broken &lt;b&gt;&amp;.otf")));
+    EXPECT_FALSE(html.contains(QStringLiteral("Broken <b>")));
+    EXPECT_TRUE(html.contains(QStringLiteral("Moved to<br>Quarantine")));
+    EXPECT_TRUE(html.contains(QStringLiteral("Matched Font: DejaVu Sans")));
+    EXPECT_FALSE(QFile::exists(folder + QStringLiteral("/Broken <b>&.otf")));
+
+    // The report is in the list the reports command shows.
+    const QVCliRun list = runCli(home, { "reports", "list", "--json" });
+    ASSERT_EQ(list.exitCode, 0) << qPrintable(list.err);
+    const QJsonArray reports = QJsonDocument::fromJson(list.out.toUtf8()).array();
+    ASSERT_EQ(reports.size(), 1) << qPrintable(list.out);
+    EXPECT_EQ(reports.at(0)[QStringLiteral("filePath")].toString(), reportPath);
+    EXPECT_EQ(reports.at(0)[QStringLiteral("qv_total_problems")].toVariant().toString(), QStringLiteral("2"));
 }

@@ -1,4 +1,5 @@
 // quorvel-cli examine: the text table, the JSON records and the exit codes.
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QFile>
@@ -12,20 +13,11 @@
 namespace
 {
 
-struct ExamineRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-ExamineRun runExamine(const QVTestHome &home, const QStringList &arguments)
+QVCliRun runExamine(const QVTestHome &home, const QStringList &arguments)
 {
+    // Relative file names are resolved in the home folder.
     QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
-    process.setProcessEnvironment(env);
+    process.setProcessEnvironment(cliEnvironment(home));
     process.setWorkingDirectory(home.path());
     process.start(QStringLiteral(QV_CLI_PATH), QStringList { QStringLiteral("examine") } + arguments);
     process.waitForFinished(120000);
@@ -53,7 +45,7 @@ TEST(QuorvelCliExamine, JsonRecordsOfSoundAndDamagedFiles)
     home.writeFile(QStringLiteral("Kern.ttf"), kern);
     home.writeFile(QStringLiteral("Empty.otf"), QByteArray());
 
-    const ExamineRun run = runExamine(home, { "--json", kDejaVu, "Kern.ttf", "Empty.otf" });
+    const QVCliRun run = runExamine(home, { "--json", kDejaVu, "Kern.ttf", "Empty.otf" });
     EXPECT_EQ(run.exitCode, 1) << qPrintable(run.err);
     QJsonParseError error;
     const QJsonObject root = QJsonDocument::fromJson(run.out.toUtf8(), &error).object();
@@ -96,14 +88,14 @@ TEST(QuorvelCliExamine, JsonRecordsOfSoundAndDamagedFiles)
 TEST(QuorvelCliExamine, TextTableAndExitCodes)
 {
     QVTestHome home;
-    const ExamineRun sound = runExamine(home, { kDejaVu });
+    const QVCliRun sound = runExamine(home, { kDejaVu });
     EXPECT_EQ(sound.exitCode, 0) << qPrintable(sound.err);
     EXPECT_TRUE(sound.out.contains(kDejaVu));
     EXPECT_TRUE(sound.out.contains("DejaVu Sans"));
     EXPECT_TRUE(sound.out.contains("TrueType"));
     EXPECT_TRUE(sound.out.contains("1 font in 1 file, no problems found"));
 
-    const ExamineRun missing = runExamine(home, { kDejaVu, "/no/such/font.ttf" });
+    const QVCliRun missing = runExamine(home, { kDejaVu, "/no/such/font.ttf" });
     EXPECT_EQ(missing.exitCode, 2);
     EXPECT_TRUE(missing.err.contains("no such file: /no/such/font.ttf"));
     EXPECT_TRUE(missing.out.isEmpty());

@@ -1,5 +1,6 @@
 // quorvel-cli quarantine, run as a separate process over a quarantine made here.
 #include "store/QVQuarantineStore.h"
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
@@ -15,27 +16,10 @@
 namespace
 {
 
-struct CliRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-CliRun quarantine(
+QVCliRun quarantine(
     const QVTestHome &home, const QStringList &arguments, const QByteArray &input = QByteArray())
 {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("HOME", home.path());
-    env.insert("XDG_CONFIG_HOME", home.configHome());
-    env.insert("XDG_DATA_HOME", home.dataHome());
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(QV_CLI_PATH), QStringList { "quarantine" } + arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    process.waitForFinished(120000);
-    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-        QString::fromUtf8(process.readAllStandardError()) };
+    return runCli(home, QStringList { "quarantine" } + arguments, input);
 }
 
 void quarantineFiles(const QVTestHome &home, const QStringList &names)
@@ -62,7 +46,7 @@ TEST(QuorvelCliQuarantine, ListNumbersRowsByFontName)
     QVTestHome home;
     EXPECT_EQ(quarantine(home, { "list" }).out, "The quarantine is empty.\n");
     quarantineFiles(home, { "Zeta.otf", "Alpha.otf" });
-    const CliRun run = quarantine(home, { "list", "--json" });
+    const QVCliRun run = quarantine(home, { "list", "--json" });
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
     const QJsonArray rows = QJsonDocument::fromJson(run.out.toUtf8()).array();
     ASSERT_EQ(rows.size(), 2);
@@ -70,7 +54,7 @@ TEST(QuorvelCliQuarantine, ListNumbersRowsByFontName)
     EXPECT_EQ(rows.at(0)["fontName"].toString(), "Alpha");
     EXPECT_EQ(rows.at(1)["quarantineFileName"].toString(), "Zeta.otf");
     EXPECT_EQ(rows.at(1)["reason"].toString(), "· Bad Table Data");
-    const CliRun text = quarantine(home, { "list" });
+    const QVCliRun text = quarantine(home, { "list" });
     EXPECT_TRUE(text.out.startsWith("   1  Alpha  (Alpha.otf)\n")) << qPrintable(text.out);
     EXPECT_EQ(quarantine(home, { "list", "extra" }).exitCode, 2);
 }
@@ -79,7 +63,7 @@ TEST(QuorvelCliQuarantine, RestoreToOriginalOrChosenFolder)
 {
     QVTestHome home;
     quarantineFiles(home, { "Alpha.otf", "Beta.otf", "Gamma.otf" });
-    CliRun run = quarantine(home, { "restore", "2" });
+    QVCliRun run = quarantine(home, { "restore", "2" });
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
     EXPECT_EQ(run.out, "Restored 1 of 1 font.\n");
     EXPECT_TRUE(QFileInfo::exists(home.path() + "/fonts/Beta.otf"));
@@ -102,7 +86,7 @@ TEST(QuorvelCliQuarantine, RemoveAsksFirstUnlessTold)
     QVTestHome home;
     quarantineFiles(home, { "Alpha.otf", "Beta.otf" });
     const QString folder = home.dataHome() + "/Quorvel/Quarantine";
-    CliRun run = quarantine(home, { "remove", "1" }, "n\n");
+    QVCliRun run = quarantine(home, { "remove", "1" }, "n\n");
     EXPECT_EQ(run.exitCode, 0);
     EXPECT_TRUE(run.err.contains("Nothing was removed.")) << qPrintable(run.err);
     EXPECT_TRUE(QFileInfo::exists(folder + "/Alpha.otf"));

@@ -1,4 +1,5 @@
 #include "store/QVReportStore.h"
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QDateTime>
@@ -13,27 +14,6 @@
 namespace
 {
 
-struct Result {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-Result runCli(const QVTestHome &home, const QStringList &arguments, const QByteArray &input = QByteArray())
-{
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(QV_CLI_PATH), arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    process.waitForFinished(60000);
-    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-        QString::fromUtf8(process.readAllStandardError()) };
-}
 
 // Three reports, stored newest first so that the list's date order shows.
 QStringList seedReports()
@@ -64,7 +44,7 @@ TEST(QuorvelCliReports, ListsReportsOldestFirstAsTextAndJson)
     EXPECT_EQ(runCli(home, { "reports", "list" }).out, QStringLiteral("No saved reports.\n"));
     const QStringList paths = seedReports();
 
-    const Result text = runCli(home, { "reports", "list" });
+    const QVCliRun text = runCli(home, { "reports", "list" });
     ASSERT_EQ(text.exitCode, 0) << qPrintable(text.err);
     const QStringList lines = text.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     ASSERT_EQ(lines.size(), 4);
@@ -73,7 +53,7 @@ TEST(QuorvelCliReports, ListsReportsOldestFirstAsTextAndJson)
     EXPECT_TRUE(lines[2].endsWith(QStringLiteral("Studio & <Co>")));
     EXPECT_TRUE(lines[3].endsWith(QStringLiteral("Quorvel Report 3/1/2024")));
 
-    const Result json = runCli(home, { "reports", "list", "--json" });
+    const QVCliRun json = runCli(home, { "reports", "list", "--json" });
     ASSERT_EQ(json.exitCode, 0) << qPrintable(json.err);
     const QJsonArray array = QJsonDocument::fromJson(json.out.toUtf8()).array();
     ASSERT_EQ(array.size(), 3);
@@ -88,7 +68,7 @@ TEST(QuorvelCliReports, ShowPrintsThePathAndRefusesBadNumbers)
 {
     QVTestHome home;
     const QStringList paths = seedReports();
-    const Result shown = runCli(home, { "reports", "show", "2" });
+    const QVCliRun shown = runCli(home, { "reports", "show", "2" });
     EXPECT_EQ(shown.exitCode, 0) << qPrintable(shown.err);
     EXPECT_EQ(shown.out, paths.at(1) + QLatin1Char('\n'));
     EXPECT_EQ(runCli(home, { "reports", "show", "4" }).exitCode, 2);
@@ -96,7 +76,7 @@ TEST(QuorvelCliReports, ShowPrintsThePathAndRefusesBadNumbers)
     EXPECT_EQ(runCli(home, { "reports", "frobnicate" }).exitCode, 2);
 
     QFile::remove(paths.at(0));
-    const Result missing = runCli(home, { "reports", "show", "1" });
+    const QVCliRun missing = runCli(home, { "reports", "show", "1" });
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_TRUE(missing.err.contains(QStringLiteral("is missing")));
 }
@@ -123,7 +103,7 @@ TEST(QuorvelCliReports, RemoveAsksUnlessYesIsGiven)
     EXPECT_EQ(runCli(home, { "reports", "rm", "1" }).exitCode, 0);
     EXPECT_TRUE(QFileInfo::exists(paths.at(0)));
 
-    const Result confirmed = runCli(home, { "reports", "remove", "1", "3" }, "y\n");
+    const QVCliRun confirmed = runCli(home, { "reports", "remove", "1", "3" }, "y\n");
     EXPECT_EQ(confirmed.exitCode, 0) << qPrintable(confirmed.err);
     EXPECT_TRUE(
         confirmed.err.contains(QStringLiteral("Are you sure you want to remove the selected reports?")));

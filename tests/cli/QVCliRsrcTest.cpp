@@ -2,6 +2,7 @@
 // match what fontTools' macRes reads from the same forks.
 #include "engine/QVResourceTestTools.h"
 #include "platform/QVForkStorage.h"
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QJsonArray>
@@ -18,11 +19,7 @@ namespace {
 ToolResult runRsrc(const QVTestHome &home, const QStringList &arguments)
 {
     QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
-    process.setProcessEnvironment(env);
+    process.setProcessEnvironment(cliEnvironment(home));
     process.start(QStringLiteral(QV_CLI_PATH), QStringList { QStringLiteral("rsrc") } + arguments);
     process.waitForFinished(60000);
     return { process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError() };

@@ -1,3 +1,4 @@
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QDeadlineTimer>
@@ -14,31 +15,6 @@
 #include <gtest/gtest.h>
 
 namespace {
-
-struct ScanRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-QProcessEnvironment homeEnvironment(const QVTestHome &home)
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
-    return env;
-}
-
-ScanRun runCli(const QVTestHome &home, const QStringList &arguments)
-{
-    QProcess process;
-    process.setProcessEnvironment(homeEnvironment(home));
-    process.start(QStringLiteral(QV_CLI_PATH), arguments);
-    process.waitForFinished(120000);
-    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-        QString::fromUtf8(process.readAllStandardError()) };
-}
 
 QString copyFont(const QString &source, const QString &destination)
 {
@@ -84,7 +60,7 @@ protected:
 
 TEST_F(CliScanTest, PrintsEveryFontFileInScanOrderWithoutAProgressBarWhenPiped)
 {
-    const ScanRun run = runCli(home, { QStringLiteral("scan"), two, one });
+    const QVCliRun run = runCli(home, { QStringLiteral("scan"), two, one });
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
     EXPECT_EQ(printedFiles(run.out),
         (QStringList { two + QStringLiteral("/Font.TTF"), one + QStringLiteral("/a/Outline.pfb"),
@@ -102,7 +78,7 @@ TEST_F(CliScanTest, PrintsEveryFontFileInScanOrderWithoutAProgressBarWhenPiped)
 
 TEST_F(CliScanTest, JsonListsTheFilesAndTheirFonts)
 {
-    const ScanRun run = runCli(home, { QStringLiteral("scan"), QStringLiteral("--json"), one });
+    const QVCliRun run = runCli(home, { QStringLiteral("scan"), QStringLiteral("--json"), one });
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
     QJsonParseError error;
     const QJsonObject document = QJsonDocument::fromJson(run.out.toUtf8(), &error).object();
@@ -119,7 +95,7 @@ TEST_F(CliScanTest, JsonListsTheFilesAndTheirFonts)
 
 TEST_F(CliScanTest, AMissingFolderIsAClearErrorAndScansNothing)
 {
-    ScanRun run = runCli(home, { QStringLiteral("scan"), one, home.path() + QStringLiteral("/gone") });
+    QVCliRun run = runCli(home, { QStringLiteral("scan"), one, home.path() + QStringLiteral("/gone") });
     EXPECT_EQ(run.exitCode, 2);
     EXPECT_TRUE(run.err.contains(home.path() + QStringLiteral("/gone: no such folder")))
         << qPrintable(run.err);
@@ -139,7 +115,7 @@ TEST_F(CliScanTest, WithoutFoldersTheConfiguredFontFoldersAreScanned)
                       two + QLatin1Char('/') })
                   .exitCode,
         0);
-    const ScanRun run = runCli(home, { QStringLiteral("scan") });
+    const QVCliRun run = runCli(home, { QStringLiteral("scan") });
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
     EXPECT_EQ(printedFiles(run.out), QStringList { two + QStringLiteral("/Font.TTF") });
 }
@@ -156,7 +132,7 @@ TEST_F(CliScanTest, OnATerminalItShowsProgressAndCtrlCCancels)
     ASSERT_EQ(make.exitCode(), 0) << make.readAllStandardError().constData();
 
     QProcess terminal;
-    terminal.setProcessEnvironment(homeEnvironment(home));
+    terminal.setProcessEnvironment(cliEnvironment(home));
     const QString command = QStringLiteral("'") + QStringLiteral(QV_CLI_PATH) + QStringLiteral("' scan '")
         + tree + QStringLiteral("'");
     terminal.start(

@@ -1,3 +1,4 @@
+#include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
 #include <QProcess>
@@ -5,35 +6,10 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-struct CliResult
-{
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-CliResult runCli(const QVTestHome &home, const QStringList &arguments)
-{
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
-    process.setProcessEnvironment(env);
-    process.start(QStringLiteral(QV_CLI_PATH), arguments);
-    process.waitForFinished(60000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
-
-} // namespace
-
 TEST(QuorvelCliSettings, ListShowsEveryKeyWithDefaults)
 {
     QVTestHome home;
-    const CliResult result = runCli(home, {"settings", "list"});
+    const QVCliRun result = runCli(home, {"settings", "list"});
     ASSERT_EQ(result.exitCode, 0) << qPrintable(result.err);
     EXPECT_TRUE(result.out.contains("diagnoseFileStructure = true\n"));
     EXPECT_TRUE(result.out.contains("checkFontActivation = false\n"));
@@ -60,7 +36,7 @@ TEST(QuorvelCliSettings, SetIsSeenByAFreshProcess)
 TEST(QuorvelCliSettings, BadKeysAndValuesAreRefused)
 {
     QVTestHome home;
-    CliResult result = runCli(home, {"settings", "set", "noSuchKey", "1"});
+    QVCliRun result = runCli(home, {"settings", "set", "noSuchKey", "1"});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains("unknown setting \"noSuchKey\""));
     result = runCli(home, {"settings", "set", "doLogging", "perhaps"});
