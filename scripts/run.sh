@@ -6,5 +6,5 @@ cd "$(dirname "$0")/.."
 
 bash scripts/install-deps.sh
 cmake --preset default
-cmake --build --preset default
+cmake --build --preset default --target quorvel-cli
 exec build/default/bin/quorvel-cli diagnose --report "$@"
