@@ -1,5 +1,6 @@
 #include "cli/QVDiagnoseCommand.h"
 
+#include "cli/QVQuarantineCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVTerminalProgress.h"
 #include "diagnosis/QVDiagnosis.h"
@@ -69,12 +70,15 @@ public:
 int QVDiagnoseCommand::run(const QStringList &arguments)
 {
     bool json = false;
+    bool resolve = false;
     QStringList folders;
     for (const QString &argument : arguments) {
         if (argument == QLatin1String("--json")) {
             json = true;
+        } else if (argument == QLatin1String("--resolve")) {
+            resolve = true;
         } else if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli diagnose [--json] [FOLDER...]\n";
+            err() << "usage: quorvel-cli diagnose [--json] [--resolve] [FOLDER...]\n";
             err().flush();
             return UsageError;
         } else {
@@ -180,6 +184,11 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
         return Success;
     }
 
+    // Every problem font resolved by its recommended action.
+    const bool resolving = resolve && !diagnosis.doCancel();
+    const QJsonObject resolution = resolving
+        ? QVQuarantineCommand::resolve(&dataManager, diagnosis.problemFontsArray())
+        : QJsonObject();
     if (json) {
         QJsonArray files;
         for (const QVFontFilePtr &fontFile : std::as_const(dataManager.fontFileItems))
@@ -190,10 +199,14 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
         const QJsonObject diagnosed = QVDiagnosisSummary::toJson(diagnosis);
         for (auto it = diagnosed.begin(); it != diagnosed.end(); ++it)
             object.insert(it.key(), it.value());
+        if (resolving)
+            object.insert(QStringLiteral("resolution"), resolution);
         out() << QJsonDocument(object).toJson(QJsonDocument::Indented);
     } else {
         out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
         out() << QVDiagnosisSummary::toText(diagnosis);
+        if (resolving)
+            out() << QVQuarantineCommand::resolutionText(resolution);
     }
     out().flush();
     if (diagnosis.doCancel())

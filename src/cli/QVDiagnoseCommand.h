@@ -1,7 +1,9 @@
-// quorvel-cli diagnose [--json] [FOLDER...]: finds and examines the fonts in the
-// folders (by default the configured font folders), runs the diagnosis with the
-// settings in force, and prints the outcome, the counters and the problem
-// fonts. Exits 0 when no problem was found, 1 when problems were found.
+// quorvel-cli diagnose [--json] [--resolve] [FOLDER...]: finds and examines the
+// fonts in the folders (by default the configured font folders), runs the
+// diagnosis with the settings in force, and prints the outcome, the counters
+// and the problem fonts; --resolve then repairs or quarantines every problem
+// font by its recommended action. Exits 0 when no problem was found, 1 when
+// problems were found.
 #pragma once
 
 #include "cli/QVCliCommand.h"

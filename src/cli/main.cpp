@@ -3,7 +3,9 @@
 #include "cli/QVCliCommand.h"
 #include "cli/QVExamineCommand.h"
 #include "cli/QVDiagnoseCommand.h"
+#include "cli/QVQuarantineCommand.h"
 #include "cli/QVRsrcCommand.h"
+#include "cli/QVReportsCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVReportsCommand.h"
 #include "cli/QVSettingsCommand.h"
@@ -25,6 +27,7 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     commands.push_back(std::make_unique<QVSettingsCommand>());
     commands.push_back(std::make_unique<QVScanCommand>());
     commands.push_back(std::make_unique<QVDiagnoseCommand>());
+    commands.push_back(std::make_unique<QVQuarantineCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     commands.push_back(std::make_unique<QVReportsCommand>());
     commands.push_back(std::make_unique<QVCleanCachesCommand>());

@@ -1,0 +1,387 @@
+#include "diagnosis/QVDiagnosisResolution.h"
+
+#include "engine/QVFontConstants.h"
+#include "engine/QVResouceFork.h"
+#include "platform/QVFilePair.h"
+#include "settings/QVLog.h"
+#include "settings/QVNotificationCenter.h"
+#include "settings/QVProgress.h"
+#include "settings/QVSettings.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVSuitcaseSurgery.h"
+
+#include <QFileInfo>
+
+namespace
+{
+
+constexpr quint16 kInvisibleFlag = 0x4000;
+constexpr quint16 kHasBundleFlag = 0x2000;
+
+const QString kRepair = QStringLiteral("Repair");
+const QString kQuarantine = QStringLiteral("Quarantine");
+
+bool isSuitcaseFont(const QVFontFilePtr &file, const QVStatusPtr &status)
+{
+    return file->fontFileType == 0 && (status->fontType == 0 || status->fontType == 3);
+}
+
+// Marks the positions of one defect as fixed, or stores why not. The bound is
+// the number of error classes, as the report reads it.
+void markRepair(const QVStatusPtr &status, const QString &defect, const QString &error)
+{
+    for (int i = 0; i < status->fontErrors.size() && i < status->fontErrorsInfo.size(); ++i) {
+        if (status->fontErrorsInfo.at(i) != defect)
+            continue;
+        while (status->fixedErrors.size() <= i)
+            status->fixedErrors.append(false);
+        while (status->fixedErrorMessages.size() <= i)
+            status->fixedErrorMessages.append(QString());
+        if (error.isNull())
+            status->fixedErrors[i] = true;
+        else
+            status->fixedErrorMessages[i] = QVDiagnosisResolution::getErrormessage(error);
+    }
+}
+
+} // namespace
+
+QVDiagnosisResolution::QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery)
+    : m_store(store)
+    , m_surgery(surgery)
+{
+}
+
+void QVDiagnosisResolution::setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts)
+{
+    problemFontsArray = problemFonts;
+    rowArray = problemFonts;
+    checkedRowsArray.clear();
+    for (int i = 0; i < rowArray.size(); ++i) {
+        rowArray.at(i)->row = i;
+        checkedRowsArray.append(i);
+    }
+    showCloseWarning = false;
+    isDisabled = false;
+    didCancel = false;
+}
+
+void QVDiagnosisResolution::setRowChecked(int row, bool checked)
+{
+    if (checked) {
+        if (!checkedRowsArray.contains(row))
+            checkedRowsArray.append(row);
+    } else {
+        checkedRowsArray.removeAll(row);
+    }
+}
+
+QString QVDiagnosisResolution::getActionTitleForErrors(const QVStatusPtr &fontStatus)
+{
+    QString action = kQuarantine;
+    for (const QString &defect : std::as_const(fontStatus->fontErrorsInfo)) {
+        if (defect == QLatin1String(QVDefect::BadFileName)
+            || defect == QLatin1String(QVDefect::IncorrectFileFlags))
+            action = kRepair;
+    }
+    if (action == kRepair) {
+        for (const int errorClass : std::as_const(fontStatus->fontErrors)) {
+            if (errorClass == QVErrorClass::MissingBitmap || errorClass == QVErrorClass::MissingPostScript
+                || errorClass == QVErrorClass::Duplicate)
+                action = kQuarantine;
+        }
+    }
+    return action;
+}
+
+QString QVDiagnosisResolution::getDiagnosisDescription(int diagnosisType)
+{
+    switch (diagnosisType) {
+    case 0:
+        return QStringLiteral("File Structure Problems");
+    case 1:
+        return QStringLiteral("No Matching Bitmap Font");
+    case 2:
+        return QStringLiteral("No Matching Postscript Font");
+    case 3:
+        return QStringLiteral("Found Duplicate Fonts");
+    default:
+        return QString();
+    }
+}
+
+QString QVDiagnosisResolution::getDiagnosisActionReason(int diagnosisType)
+{
+    switch (diagnosisType) {
+    case 0:
+        return QStringLiteral("File Structure Problems");
+    case 1:
+        return QStringLiteral("Has No Matched Bitmap Font");
+    case 2:
+        return QStringLiteral("Has No Matched Postscript Font");
+    case 3:
+        return QStringLiteral("Duplicate Font");
+    default:
+        return QString();
+    }
+}
+
+QString QVDiagnosisResolution::getDiagnosisReasons(const QStringList &errors)
+{
+    return QStringLiteral("· ") + errors.join(QStringLiteral("\n· "));
+}
+
+QString QVDiagnosisResolution::rowTitle(const QVProblemFontPtr &entry)
+{
+    if (entry->fontStatus->fontErrors.size() < 2)
+        return getDiagnosisDescription(entry->fontStatus->fontErrors.value(0, 0));
+    return QStringLiteral("Multiple Issues Found");
+}
+
+QString QVDiagnosisResolution::getErrormessage(
+    const QString &failureReason, const QString &recoverySuggestion)
+{
+    if (!failureReason.isEmpty() && !recoverySuggestion.isEmpty())
+        return QStringLiteral("Couldn't Fix File: %1 %2").arg(failureReason, recoverySuggestion);
+    if (!failureReason.isEmpty())
+        return QStringLiteral("Couldn't Fix File: %1").arg(failureReason);
+    return QStringLiteral("Couldn't Fix File");
+}
+
+QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
+{
+    Outcome outcome;
+    isDisabled = true;
+    showCloseWarning = true;
+    m_store->setQv_total_quarantined(0);
+    cancelRequested = false;
+
+    const QList<int> checked = checkedRowsArray;
+    bool withProgress = progress && rowArray.size() >= kProgressThreshold;
+    // Cancel is offered only through the progress bar.
+    const bool cancellable = withProgress;
+    double step = checked.isEmpty() ? 0 : 100.0 / (2.0 * double(checked.size()));
+    if (step == 0)
+        step = 0.1;
+    if (withProgress) {
+        progress->reset();
+        progress->setLabel(QStringLiteral("Resolving Font Issues..."));
+        progress->setMaximum(100);
+    }
+    bool failed = false;
+    // Before each row of either sweep. A cancel in the repair sweep ends that
+    // sweep; the quarantine sweep meets the same request at its first row.
+    auto stopHere = [&]() {
+        if (!cancellable)
+            return false;
+        if (cancelRequested) {
+            if (withProgress) {
+                progress->setValue(100);
+                withProgress = false;
+            }
+            failed = true;
+            didCancel = true;
+            return true;
+        }
+        if (withProgress)
+            progress->increment(step);
+        return false;
+    };
+
+    for (const int row : checked) {
+        if (stopHere())
+            break;
+        if (row < 0 || row >= rowArray.size())
+            continue;
+        const QVProblemFontPtr entry = rowArray.at(row);
+        if (getActionTitleForErrors(entry->fontStatus) != kQuarantine) {
+            repairFile(entry);
+            outcome.repairedRows << row;
+        }
+    }
+    for (const int row : checked) {
+        if (stopHere())
+            break;
+        if (row < 0 || row >= rowArray.size())
+            continue;
+        const QVProblemFontPtr entry = rowArray.at(row);
+        if (getActionTitleForErrors(entry->fontStatus) == kQuarantine) {
+            quarantineFile(entry);
+            // Once per row, so a run cut short keeps what it did.
+            m_store->commitQuarantine();
+            outcome.quarantinedRows << row;
+        }
+    }
+    checkedRowsArray.clear();
+    if (withProgress)
+        progress->setValue(100);
+
+    if (!failed) {
+        showCloseWarning = false;
+        isDisabled = false;
+        if (!outcome.quarantinedRows.isEmpty() && refreshQuarantineView)
+            refreshQuarantineView();
+        return outcome;
+    }
+    outcome.cancelled = true;
+    QList<QVProblemFontPtr> remaining;
+    for (int i = 0; i < rowArray.size(); ++i) {
+        if (rowArray.at(i)->fontStatus->movedToQuarantine)
+            outcome.removedRows << i;
+        else
+            remaining << rowArray.at(i);
+    }
+    rowArray = remaining;
+    for (int i = 0; i < rowArray.size(); ++i)
+        rowArray.at(i)->row = i;
+    isDisabled = false;
+    if (!outcome.quarantinedRows.isEmpty() && refreshQuarantineView)
+        refreshQuarantineView();
+    return outcome;
+}
+
+bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
+{
+    const QVFontFilePtr file = entry->fontFile;
+    const QVStatusPtr status = entry->fontStatus;
+    const QString reason = getDiagnosisReasons(status->fontErrorsInfo);
+
+    // The other members of a duplicate group go first; this one is the kept copy.
+    for (const QVFontRef &member : std::as_const(entry->duplicatesArray)) {
+        const QString memberReason = getDiagnosisReasons(member.fontStatus->fontErrorsInfo);
+        QString error;
+        if (isSuitcaseFont(member.fontFile, member.fontStatus)) {
+            error = m_surgery->moveFontFromSuitcaseToQuarantine(
+                member.fontFile, member.fontStatus, memberReason);
+            if (error.isNull()) {
+                ++m_store->qv_total_quarantined;
+                if (member.fontStatus->fontType == 0
+                    && m_store->moveSisterPostScriptFontToQuarantine(
+                        member.fontFile, member.fontStatus, memberReason))
+                    ++m_store->qv_total_quarantined;
+            }
+        } else {
+            error = m_store->moveFileToQuarantine(member.fontFile, member.fontStatus, memberReason);
+            if (error.isNull())
+                ++m_store->qv_total_quarantined;
+        }
+        if (!error.isNull())
+            member.fontStatus->movedToQuarantineErrorInfo = error;
+        else
+            QVQuarantineStore::updateFileMovedStatus(file, true);
+    }
+
+    int kept = 0;
+    for (const QString &defect : std::as_const(status->fontErrorsInfo)) {
+        if (defect == QLatin1String(QVDefect::IncorrectFileFlags)
+            || defect == QLatin1String(QVDefect::BadFileName)
+            || defect == QLatin1String(QVDefect::FoundDuplicateFonts))
+            ++kept;
+    }
+    if (kept >= status->fontErrorsInfo.size())
+        return true;
+
+    QString error;
+    if (isSuitcaseFont(file, status)) {
+        error = m_surgery->moveFontFromSuitcaseToQuarantine(file, status, reason);
+        ++m_store->qv_total_quarantined;
+        if (error.isNull() && status->fontType == 0
+            && m_store->moveSisterPostScriptFontToQuarantine(file, status, reason))
+            ++m_store->qv_total_quarantined;
+    } else {
+        error = m_store->moveFileToQuarantine(file, status, reason);
+        ++m_store->qv_total_quarantined;
+    }
+    if (!error.isNull()) {
+        status->movedToQuarantineErrorInfo = error;
+        return true;
+    }
+    QVQuarantineStore::updateFileMovedStatus(file, true);
+    return true;
+}
+
+QString QVDiagnosisResolution::repairFile(const QVProblemFontPtr &entry)
+{
+    QString result;
+    const QStringList defects = entry->fontStatus->fontErrorsInfo;
+    for (const QString &defect : defects) {
+        if (defect == QLatin1String(QVDefect::IncorrectFileFlags)) {
+            result = fixIncorrectFileFlags(entry->fontStatus);
+        } else if (defect == QLatin1String(QVDefect::BadFileName)) {
+            const QString oldPath = entry->fontStatus->fontURL;
+            result = fixBadFileName(entry->fontStatus);
+            if (result.isNull() && entry->fontFile->URL == oldPath)
+                entry->fontFile->URL = entry->fontStatus->fontURL;
+        }
+    }
+    return result;
+}
+
+QString QVDiagnosisResolution::fixIncorrectFileFlags(const QVStatusPtr &fontStatus)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    QVResouceFork fork;
+    const QString path = fontStatus->fontURL;
+    QString error;
+    if (!QFileInfo::exists(path)) {
+        error = QVResouceFork::errorMessageForCode(-43);
+    } else if (fork.finderInfoFlags(path) & kInvisibleFlag) {
+        // Written only when set, so a file without Finder info gets none.
+        if (const qint16 code = fork.setFinderInfoFlag(kInvisibleFlag, false, path); code != 0)
+            error = QVResouceFork::errorMessageForCode(code);
+    }
+    markRepair(fontStatus, QString::fromLatin1(QVDefect::IncorrectFileFlags), error);
+
+    if (fork.hasResourceFork(path)) {
+        const qint16 ref = fork.openResourceFile(1, path);
+        if (ref >= 1) {
+            const int bundles = fork.countResourceTypes(ref, qvFourCC("BNDL"));
+            fork.closeResourceFile(ref);
+            const bool hasBundle = bundles > 0;
+            if (bool(fork.finderInfoFlags(path) & kHasBundleFlag) != hasBundle)
+                fork.setFinderInfoFlag(kHasBundleFlag, hasBundle, path);
+        }
+    }
+    return error;
+}
+
+QString QVDiagnosisResolution::fixBadFileName(const QVStatusPtr &fontStatus)
+{
+    const QString path = fontStatus->fontURL;
+    QString error;
+    if (fontStatus->PS533name.isEmpty()) {
+        error = QStringLiteral("The font has no PostScript file name");
+    } else {
+        // The file moves with its fork and Finder info.
+        const QVFilePair::Result renamed = QVFilePair::rename(path, fontStatus->PS533name);
+        if (renamed)
+            fontStatus->fontURL = QFileInfo(path).absolutePath() + QLatin1Char('/') + fontStatus->PS533name;
+        else
+            error = renamed.message;
+    }
+    if (!error.isNull())
+        qCWarning(lcDiagnosis, "Error: fixBadFileName %s", qUtf8Printable(error));
+    markRepair(fontStatus, QString::fromLatin1(QVDefect::BadFileName), error);
+    return error;
+}
+
+void QVDiagnosisResolution::ignoreIssues()
+{
+    m_store->setQv_total_quarantined(0);
+    showCloseWarning = false;
+}
+
+void QVDiagnosisResolution::endDiagnosis()
+{
+    QVSettings settings;
+    if (settings.automaticallySaveReports() && !settings.organizeFonts()) {
+        if (generateReport)
+            generateReport();
+    } else if (updateScanViewText) {
+        updateScanViewText();
+    }
+    if (settings.lastScanType() == QLatin1String("AutoScan") && sendHelperResponse)
+        sendHelperResponse(QStringLiteral("kResponse_ScanFonts_Complete"),
+            { { QStringLiteral("kPayloadOptions"), settings.lastAutoScanDate() } });
+    QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kEndDiagnosisAction));
+}

@@ -1,0 +1,96 @@
+// The issue resolution window's work, without the window: which action each
+// problem font gets ("Repair" or "Quarantine"), the texts of its rows, the two
+// sweeps over the checked rows (repairs first, then quarantines), the repairs
+// themselves (Finder flags, PostScript file name) and the end of a diagnosis.
+// The window (and the command line) drive this object; a resolution runs
+// synchronously on the caller's thread, which for the window is its own
+// serial queue.
+#pragma once
+
+#include "diagnosis/QVProblemFont.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QVariantMap>
+#include <atomic>
+#include <functional>
+
+class QVProgress;
+class QVQuarantineStore;
+class QVSuitcaseSurgery;
+
+class QVDiagnosisResolution
+{
+public:
+    // Lists of this many rows or more show a progress bar, through which the
+    // resolution can be cancelled.
+    static constexpr int kProgressThreshold = 11;
+
+    struct Outcome {
+        bool cancelled = false;
+        // Rows the repair and quarantine sweeps handled, in order.
+        QList<int> repairedRows;
+        QList<int> quarantinedRows;
+        // After a cancel: the rows taken out of rowArray (their fonts moved).
+        QList<int> removedRows;
+    };
+
+    QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery);
+
+    // Takes the entries as rows, every row checked, flags cleared.
+    void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
+    // Checks or unchecks a row (kept in the order rows were checked).
+    void setRowChecked(int row, bool checked);
+    bool canResolve() const { return !checkedRowsArray.isEmpty(); }
+
+    // "Repair" for a font whose defects include a repairable one and that has
+    // no cross-font problem, else "Quarantine".
+    static QString getActionTitleForErrors(const QVStatusPtr &fontStatus);
+    static QString getDiagnosisDescription(int diagnosisType);
+    static QString getDiagnosisActionReason(int diagnosisType);
+    // "· A\n· B": the reason recorded with a quarantined font.
+    static QString getDiagnosisReasons(const QStringList &errors);
+    // The text of the row's diagnosis column (also stored as its "title").
+    static QString rowTitle(const QVProblemFontPtr &entry);
+
+    // Repairs the checked rows, then quarantines the checked rows, each sweep
+    // in the order the rows were checked.
+    Outcome resolveIssues();
+    // Always true: failures are stored on the statuses.
+    bool quarantineFile(const QVProblemFontPtr &entry);
+    // Null, or the error of the last repair made.
+    QString repairFile(const QVProblemFontPtr &entry);
+    QString fixIncorrectFileFlags(const QVStatusPtr &fontStatus);
+    QString fixBadFileName(const QVStatusPtr &fontStatus);
+    // "Couldn't Fix File: REASON SUGGESTION", "Couldn't Fix File: REASON" or
+    // "Couldn't Fix File".
+    static QString getErrormessage(
+        const QString &failureReason, const QString &recoverySuggestion = QString());
+
+    // The ignore button: nothing done, nothing to warn about.
+    void ignoreIssues();
+    // Asks for the report (or the scan view's text), answers an auto-scan
+    // helper and posts "kEndDiagnosisAction".
+    void endDiagnosis();
+
+    QList<QVProblemFontPtr> problemFontsArray;
+    QList<QVProblemFontPtr> rowArray;
+    QList<int> checkedRowsArray;
+    bool isDisabled = false;
+    bool showCloseWarning = false;
+    bool didCancel = false;
+
+    QVProgress *progress = nullptr;
+    std::atomic<bool> cancelRequested { false };
+
+    // Collaborators the window connects; each may be left empty.
+    std::function<void()> generateReport;
+    std::function<void()> updateScanViewText;
+    std::function<void(const QString &, const QVariantMap &)> sendHelperResponse;
+    std::function<void()> refreshQuarantineView;
+
+private:
+    QVQuarantineStore *m_store;
+    QVSuitcaseSurgery *m_surgery;
+};

@@ -1,0 +1,295 @@
+#include "store/QVQuarantineRuns.h"
+
+#include "engine/QVFontConstants.h"
+#include "platform/QVFilePair.h"
+#include "settings/QVLog.h"
+#include "settings/QVProgress.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVSuitcaseSurgery.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <algorithm>
+#include <set>
+
+namespace
+{
+
+QString value(const QVariantMap &map, const char *key)
+{
+    return map.value(QString::fromLatin1(key)).toString();
+}
+
+bool exists(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.exists() || info.isSymLink();
+}
+
+// Lower case, accents taken off: "Ärial" and "arial" compare equal.
+QString folded(const QString &text)
+{
+    const QString decomposed = text.normalized(QString::NormalizationForm_KD);
+    QString result;
+    result.reserve(decomposed.size());
+    for (const QChar c : decomposed) {
+        if (c.category() != QChar::Mark_NonSpacing && c.category() != QChar::Mark_Enclosing
+            && c.category() != QChar::Mark_SpacingCombining)
+            result.append(c);
+    }
+    return result.toCaseFolded();
+}
+
+bool isSuitcaseMember(const QVariantMap &row)
+{
+    const int type = row.value(QStringLiteral("fontType")).toInt();
+    return row.value(QStringLiteral("fontFileType")).toInt() == 0 && (type == 0 || type == 3);
+}
+
+} // namespace
+
+QVQuarantineRuns::QVQuarantineRuns(QVQuarantineStore *store, QVSuitcaseSurgery *surgery)
+    : m_store(store)
+    , m_surgery(surgery)
+{
+    updateRowArray();
+}
+
+void QVQuarantineRuns::updateRowArray()
+{
+    rowArray.clear();
+    for (const QVariantMap &record : std::as_const(m_store->quarantinedFilesDataArray)) {
+        const QVariantList names = record.value(QStringLiteral("fontNames")).toList();
+        const QVariantList psNames = record.value(QStringLiteral("fontPSnames")).toList();
+        const QVariantList styles = record.value(QStringLiteral("fontStyles")).toList();
+        const QVariantList types = record.value(QStringLiteral("fontTypes")).toList();
+        const QVariantList foundries = record.value(QStringLiteral("fontFoundries")).toList();
+        const QString original = value(record, "originalFilePath");
+        for (qsizetype i = 0; i < names.size(); ++i) {
+            QVariantMap row;
+            row.insert(QStringLiteral("fontName"), names.at(i).toString());
+            row.insert(QStringLiteral("psName"), psNames.value(i).toString());
+            row.insert(QStringLiteral("fontStyle"), styles.value(i).toString());
+            row.insert(QStringLiteral("fontType"), types.value(i).toInt());
+            if (!foundries.isEmpty())
+                row.insert(QStringLiteral("fontFoundry"), foundries.value(i).toString());
+            row.insert(QStringLiteral("fontFileType"), record.value(QStringLiteral("fontFileType")).toInt());
+            row.insert(QStringLiteral("quarantineFileName"), value(record, "quarantineFileName"));
+            row.insert(QStringLiteral("originalFilePath"), original);
+            row.insert(QStringLiteral("fileName"), QFileInfo(original).fileName());
+            row.insert(QStringLiteral("reason"), value(record, "reason"));
+            rowArray.append(row);
+        }
+    }
+    std::stable_sort(rowArray.begin(), rowArray.end(), [](const QVariantMap &a, const QVariantMap &b) {
+        return value(a, "fontName") < value(b, "fontName");
+    });
+    rowSearchArray = rowArray;
+}
+
+bool QVQuarantineRuns::containsIgnoringCaseAndDiacritics(const QString &text, const QString &searched)
+{
+    return folded(text).contains(folded(searched));
+}
+
+void QVQuarantineRuns::handleSearch(const QString &text)
+{
+    if (text.isEmpty()) {
+        updateRowArray();
+    } else {
+        rowArray.clear();
+        for (const QVariantMap &row : std::as_const(rowSearchArray)) {
+            if (containsIgnoringCaseAndDiacritics(value(row, "fontName"), text))
+                rowArray.append(row);
+        }
+    }
+    checkedRowsArray.clear();
+}
+
+QString QVQuarantineRuns::getInfoText(const QVariantMap &row)
+{
+    const QString original = value(row, "originalFilePath");
+    const QString fileName = QFileInfo(original).fileName();
+    const int type = row.value(QStringLiteral("fontType")).toInt();
+    const QString typeName = getFontTypeName(type);
+    const QString foundry = value(row, "fontFoundry");
+    if (type == 1 || type == 2)
+        return QStringLiteral(
+            "File Name: %1\nFont Type: %2\nPostScript Name: %3\nFoundry:%4\nQuarantined From: %5")
+            .arg(fileName, typeName, value(row, "psName"), foundry, original);
+    if (!foundry.isEmpty() && foundry != QLatin1String("-"))
+        return QStringLiteral(
+            "File Name: %1\nFont Type: %2\nStyle: %3\nPostScript Name: %4\nFoundry:%5\nQuarantined From: %6")
+            .arg(fileName, typeName, value(row, "fontStyle"), value(row, "psName"), foundry, original);
+    return QStringLiteral(
+        "File Name: %1\nFont Type: %2\nStyle: %3\nPostScript Name: %4\nQuarantined From: %5")
+        .arg(fileName, typeName, value(row, "fontStyle"), value(row, "psName"), original);
+}
+
+double QVQuarantineRuns::rowHeight(const QVariantMap &row)
+{
+    const QString reason = value(row, "reason");
+    if (!reason.contains(QLatin1Char('\n')))
+        return 25;
+    return 25 * (reason.count(QLatin1Char('\n')) + 1) * 0.9;
+}
+
+template <typename Handler>
+QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QString &label)
+{
+    RunResult result;
+    cancelRequested = false;
+    const QList<int> checked = checkedRowsArray;
+    const bool withProgress = progress && checked.size() >= kProgressThreshold;
+    // The step is taken from every row shown, so the bar reaches its end
+    // only when the run ends.
+    const double step = rowArray.isEmpty() ? 0.1 : 100.0 / double(rowArray.size());
+    if (withProgress) {
+        progress->reset();
+        progress->setLabel(label);
+        progress->setMaximum(100);
+    }
+    std::set<int> recordsToRemove;
+    for (const int rowNumber : checked) {
+        if (withProgress) {
+            if (cancelRequested) {
+                progress->setValue(100);
+                result.cancelled = true;
+                break;
+            }
+            progress->increment(step);
+        }
+        if (rowNumber < 0 || rowNumber >= rowArray.size())
+            continue;
+        const QVariantMap row = rowArray.at(rowNumber);
+        QString error;
+        if (!handleRow(row, &error)) {
+            if (!error.isEmpty())
+                result.errors << error;
+            continue;
+        }
+        result.handledRows << rowNumber;
+        // The records that belong to the row.
+        const QString name = value(row, "quarantineFileName");
+        const bool member = isSuitcaseMember(row);
+        const auto &records = m_store->quarantinedFilesDataArray;
+        for (int i = 0; i < records.size(); ++i) {
+            if (value(records.at(i), "quarantineFileName") != name)
+                continue;
+            if (member
+                && !records.at(i)
+                        .value(QStringLiteral("fontNames"))
+                        .toStringList()
+                        .contains(value(row, "fontName")))
+                continue;
+            recordsToRemove.insert(i);
+        }
+    }
+    if (withProgress)
+        progress->setValue(100);
+    if (!result.handledRows.isEmpty()) {
+        for (auto it = recordsToRemove.rbegin(); it != recordsToRemove.rend(); ++it)
+            m_store->quarantinedFilesDataArray.removeAt(*it);
+        checkedRowsArray.clear();
+        updateRowArray();
+        result.commitError = m_store->commitQuarantine();
+    }
+    return result;
+}
+
+QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QString &chosenFolder)
+{
+    QString folder = chosenFolder;
+    const QString quarantine = m_store->quarantineFolderPath();
+    auto restoreRow = [&](const QVariantMap &row, QString *error) {
+        const QString quarantined = quarantine + QLatin1Char('/') + value(row, "quarantineFileName");
+        QString destination = folder.isEmpty() ? value(row, "originalFilePath")
+                                               : folder + QLatin1Char('/') + value(row, "fileName");
+        auto after = [&]() {
+            if (isHandlingError && !folder.isEmpty() && !applyToAll)
+                folder.clear();
+        };
+        if (!exists(quarantined)) {
+            qCWarning(lcStore, "Error: file not found at %s", qUtf8Printable(quarantined));
+            *error = value(row, "fontName") + QStringLiteral(": file not found at ") + quarantined;
+            after();
+            return false;
+        }
+        QString failure;
+        const QString parent = QFileInfo(destination).absolutePath();
+        if (folder.isEmpty()) {
+            if (QFileInfo(parent).isDir()) {
+                if (!QFileInfo(parent).isWritable())
+                    failure = QStringLiteral("You don't have permission to write to the folder \"%1\"")
+                                  .arg(parent);
+            } else if (QDir().mkpath(parent)) {
+                QFile::setPermissions(parent, QFileDevice::Permissions(0x7777));
+            } else {
+                failure = QStringLiteral("The folder \"%1\" could not be created").arg(parent);
+            }
+        }
+        if (failure.isEmpty() && exists(destination)) {
+            if (isSuitcaseMember(row)) {
+                const QString merged = m_surgery->moveFontFromQuarantineToSuitcase(quarantined, destination);
+                if (!merged.isNull()) {
+                    qCWarning(lcStore, "Error moveFontFromQuarantineToSuitcase = %s", qUtf8Printable(merged));
+                    failure = merged;
+                } else if (const QVFilePair::Result removed = QVFilePair::remove(quarantined); !removed) {
+                    qCWarning(lcStore, "Error removeItemAtPath = %s", qUtf8Printable(removed.message));
+                }
+                destination.clear();
+            } else {
+                // Another file took the name meanwhile: the font comes back
+                // beside it under a numbered name rather than stay unlisted.
+                destination
+                    = QVQuarantineStore::uniqueDestination(parent, QFileInfo(destination).fileName(), true);
+            }
+        }
+        if (failure.isEmpty() && !destination.isEmpty()) {
+            const QVFilePair::Result moved = QVFilePair::move(quarantined, destination);
+            if (!moved)
+                failure = moved.message;
+        }
+        if (!failure.isEmpty()) {
+            qCWarning(lcStore, "Error restoring font file: %s", qUtf8Printable(failure));
+            *error = value(row, "fontName") + QStringLiteral(": ") + failure;
+        }
+        after();
+        return failure.isEmpty();
+    };
+    return run(restoreRow, QStringLiteral("Restoring Font files..."));
+}
+
+QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
+{
+    const QString quarantine = m_store->quarantineFolderPath();
+    auto removeRow = [&](const QVariantMap &row, QString *error) {
+        const QString name = value(row, "quarantineFileName");
+        // Only files directly inside the quarantine, whatever the index says.
+        if (name.isEmpty() || name.contains(QLatin1Char('/')))
+            return true;
+        const QString quarantined = quarantine + QLatin1Char('/') + name;
+        if (!exists(quarantined)) {
+            qCWarning(lcStore, "Error: file not found at %s", qUtf8Printable(quarantined));
+            return true;
+        }
+        const QVFilePair::Result removed = QVFilePair::remove(quarantined);
+        if (!removed) {
+            // Kept listed: a file still there must stay findable.
+            qCWarning(lcStore, "Error removeItemAtPath = %s", qUtf8Printable(removed.message));
+            *error = value(row, "fontName") + QStringLiteral(": ") + removed.message;
+            return false;
+        }
+        return true;
+    };
+    return run(removeRow, QStringLiteral("Removing Font Files..."));
+}
+
+qint16 QVQuarantineRuns::removeFontFromSuitcase(const QVariantMap &row)
+{
+    const QString path
+        = m_store->quarantineFolderPath() + QLatin1Char('/') + value(row, "quarantineFileName");
+    return m_surgery->removeSuitcaseFontFromQuarantine(
+        path, value(row, "psName"), row.value(QStringLiteral("fontType")).toInt() == 3);
+}

@@ -1,0 +1,596 @@
+#include "store/QVSuitcaseSurgery.h"
+
+#include "engine/QVResourceManager.h"
+#include "platform/QVFilePair.h"
+#include "platform/QVForkStorage.h"
+#include "settings/QVLog.h"
+#include "store/QVQuarantineStore.h"
+
+#include <QFileInfo>
+#include <cerrno>
+#include <cstring>
+
+namespace
+{
+
+constexpr quint32 kFOND = qvFourCC("FOND");
+constexpr quint32 kNFNT = qvFourCC("NFNT");
+constexpr quint32 kFONT = qvFourCC("FONT");
+constexpr quint32 kSfnt = qvFourCC("sfnt");
+constexpr quint32 kCreator = qvFourCC("DMOV");
+constexpr quint32 kSuitcaseType = qvFourCC("FFIL");
+
+constexpr qint64 kCountOffset = 52;
+constexpr qint64 kFirstEntry = 54;
+constexpr qint64 kEntrySize = 6;
+constexpr qint64 kTableOffsets[] = { 16, 20, 24 };
+
+qint64 entryOffset(int index)
+{
+    return kFirstEntry + kEntrySize * index;
+}
+
+// Holds the handle locked while it is read, as byte readers expect.
+class HandleLock
+{
+public:
+    explicit HandleLock(const QVResourceHandle &h)
+        : m_h(h)
+    {
+        if (m_h)
+            ++m_h->lockCount;
+    }
+    ~HandleLock()
+    {
+        if (m_h && m_h->lockCount > 0)
+            --m_h->lockCount;
+    }
+    HandleLock(const HandleLock &) = delete;
+    HandleLock &operator=(const HandleLock &) = delete;
+
+private:
+    QVResourceHandle m_h;
+};
+
+// Restores the current resource file when an operation ends.
+class CurrentFileRestorer
+{
+public:
+    CurrentFileRestorer()
+        : m_saved(QVResourceManager::curResFile())
+    {
+    }
+    ~CurrentFileRestorer()
+    {
+        if (QVResourceManager::openFiles().contains(m_saved))
+            QVResourceManager::useResFile(m_saved);
+    }
+    CurrentFileRestorer(const CurrentFileRestorer &) = delete;
+    CurrentFileRestorer &operator=(const CurrentFileRestorer &) = delete;
+
+private:
+    qint16 m_saved;
+};
+
+bool permissionRefused(int error)
+{
+    return error == EACCES || error == EPERM;
+}
+
+} // namespace
+
+QVSuitcaseSurgery::QVSuitcaseSurgery(QVQuarantineStore *store)
+    : m_store(store)
+{
+}
+
+QString QVSuitcaseSurgery::resourceErrorText(qint16 code) const
+{
+    return QStringLiteral("File Resource Error (%1)").arg(QVResouceFork::errorMessageForCode(code));
+}
+
+int QVSuitcaseSurgery::entryCount(const QVResourceHandle &fond)
+{
+    if (!fond)
+        return 0;
+    const qint32 countMinusOne = m_fork.memoryHandler->Handle_ReadShort(fond, kCountOffset);
+    // Below -1 is a damaged count: no entries, so no loop can run away on it.
+    if (countMinusOne < 0)
+        return 0;
+    const qint64 fitting = (fond->data.size() - kFirstEntry) / kEntrySize;
+    return int(qMin<qint64>(countMinusOne + 1, qMax<qint64>(fitting, 0)));
+}
+
+QString QVSuitcaseSurgery::entryPostScriptName(const QVResourceHandle &fond, int index)
+{
+    const qint32 style = m_fork.memoryHandler->Handle_ReadShort(fond, entryOffset(index) + 2);
+    return m_fork.getBitmapPSname(fond, style);
+}
+
+QString QVSuitcaseSurgery::moveFontFromSuitcaseToQuarantine(
+    const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, const QString &reason)
+{
+    if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine)
+        return QString();
+    const QString folder = m_store->getQuarantineFolder().toLocalFile().chopped(1);
+    const QString destination = QVQuarantineStore::uniqueDestination(folder, fontStatus->fontName, false);
+    return takeFontOut(fontFile, fontStatus, reason, destination, Target::Quarantine);
+}
+
+QString QVSuitcaseSurgery::moveFontFromSuitcaseToFolder(const QVFontFilePtr &fontFile,
+    const QVStatusPtr &fontStatus, const QString &folder, const QString &name, bool copyOnly)
+{
+    if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine || fontStatus->movedToLibrary
+        || fontFile->fileMovedToLibrary)
+        return QString();
+    const QString destination = QVQuarantineStore::uniqueDestination(folder, name, false);
+    return takeFontOut(
+        fontFile, fontStatus, QString(), destination, copyOnly ? Target::FolderCopyOnly : Target::Folder);
+}
+
+QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus,
+    const QString &reason, const QString &destination, Target target)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    CurrentFileRestorer restorer;
+    const bool toQuarantine = target == Target::Quarantine;
+    const QString path = fontStatus->fontURL.isEmpty() ? fontFile->URL : fontStatus->fontURL;
+    const QString destinationName = QFileInfo(destination).fileName();
+    const QDateTime created = QVForkStorage::creationDate(path);
+    const bool isTrueType = fontStatus->fontSize == 0;
+
+    auto finish = [&]() {
+        if (toQuarantine)
+            m_store->addFileToQuarantineDataSource(destinationName, fontFile, fontStatus, reason);
+        return QString();
+    };
+
+    qint16 ref = m_fork.openResourceFile(QVPermission::Read, path);
+    if (ref < 1)
+        return resourceErrorText(ref == 0 ? QVResourceError::BadFileName : m_fork.resourceError());
+    const int count = m_fork.countResourceTypes(ref, kFOND);
+    if (m_fork.resourceError() != 0) {
+        m_fork.closeResourceFile(ref);
+        return finish();
+    }
+
+    if (count == 0) {
+        // No family record: the file goes whole.
+        m_fork.closeResourceFile(ref);
+        if (target == Target::FolderCopyOnly)
+            return QString();
+        if (toQuarantine
+            && !m_store->journalIntent(QStringLiteral("file"), path,
+                QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason)))
+            return QStringLiteral("Could not write the quarantine journal");
+        const QVFilePair::Result moved = QVFilePair::move(path, destination);
+        QString error = moved ? QString() : moved.message;
+        // Refused for lack of rights: moved with administrator rights instead
+        // (never deleted: the file may hold data we do not read).
+        if (!moved && toQuarantine && permissionRefused(moved.error)) {
+            error = m_store->authorizedMoveFileToQuarantine(path, destination);
+            if (error.isNull() && QFileInfo::exists(path))
+                error = moved.message;
+        }
+        if (!error.isNull()) {
+            qCWarning(lcStore, "Error moving font file: %s", qUtf8Printable(error));
+            if (toQuarantine && !QFileInfo::exists(destination))
+                m_store->dropLastIntent();
+            return QStringLiteral("File Resource Error (%1)").arg(error);
+        }
+        if (toQuarantine) {
+            fontStatus->movedToQuarantine = true;
+            if (m_store->movedHook)
+                m_store->movedHook(destination);
+        } else {
+            fontStatus->movedToLibrary = true;
+            fontStatus->copiedToLibrary = true;
+        }
+        QVQuarantineStore::updateFileMovedStatus(fontFile, toQuarantine);
+        return finish();
+    }
+
+    // Copy phase: a new suitcase holding the family record cut down to the font.
+    bool copied = false;
+    for (int i = 1; i <= count && !copied; ++i) {
+        const QVResourceHandle fond = m_fork.getIndexResource(ref, kFOND, i);
+        if (!fond || m_fork.resourceError() != 0 || fond->data.size() < kMinimumFONDSize)
+            continue;
+        HandleLock locked(fond);
+        const QVariantMap info = m_fork.getResourceInfo(fond);
+        const QString familyName = info.value(QStringLiteral("name")).toString();
+        const qint16 familyID = qint16(info.value(QStringLiteral("id")).toInt());
+        if (familyName != fontStatus->fontName)
+            continue;
+        const int entries = entryCount(fond);
+        for (int j = 0; j < entries; ++j) {
+            const QString psName = entryPostScriptName(fond, j);
+            if (psName != fontStatus->PSname)
+                continue;
+            if (toQuarantine
+                && !m_store->journalIntent(QStringLiteral("suitcase"), path,
+                    QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason)))
+                break;
+            qint16 error = m_fork.createNewResourceFileAtPath(destination, kCreator, kSuitcaseType);
+            const qint16 newRef
+                = error == 0 ? m_fork.openResourceFile(QVPermission::ReadWrite, destination) : -1;
+            if (newRef < 1) {
+                qCWarning(lcStore, "Error: could not create the suitcase %s (%d)",
+                    qUtf8Printable(destination), error ? error : m_fork.resourceError());
+                if (QFileInfo::exists(destination))
+                    QVFilePair::remove(destination);
+                if (toQuarantine)
+                    m_store->dropLastIntent();
+                continue;
+            }
+            m_fork.useResourceFile(newRef);
+            // A copy, so the source suitcase keeps its own record untouched.
+            const QVResourceHandle family = newHandleFromBytes(fond->data);
+            error = m_fork.addResource(family, kFOND, familyID, familyName);
+            if (error == 0) {
+                removeFONDAssocTables(family, psName, isTrueType, fontFile);
+                addFONDAssociatedResources(family, ref, newRef);
+            }
+            m_fork.useResourceFile(ref);
+            m_fork.closeResourceFile(newRef);
+            if (error == 0)
+                error = m_fork.resourceError();
+            if (error != 0) {
+                qCWarning(lcStore, "Error: could not write the suitcase %s (%d)", qUtf8Printable(destination),
+                    error);
+                QVFilePair::remove(destination);
+                if (toQuarantine)
+                    m_store->dropLastIntent();
+                continue;
+            }
+            QVForkStorage::setCreationDate(destination, created);
+            if (toQuarantine) {
+                fontStatus->movedToQuarantine = true;
+                if (m_store->movedHook)
+                    m_store->movedHook(destination);
+            }
+            copied = true;
+            break;
+        }
+    }
+    m_fork.closeResourceFile(ref);
+
+    // Removal phase, only once the font is safe in its new suitcase.
+    if (!copied || target == Target::FolderCopyOnly)
+        return finish();
+    ref = m_fork.openResourceFile(QVPermission::ReadWrite, path);
+    if (ref < 1) {
+        const qint16 error = ref == 0 ? QVResourceError::BadFileName : m_fork.resourceError();
+        // The source is as it was: take the copy back rather than hold the font twice.
+        QVFilePair::remove(destination);
+        if (toQuarantine) {
+            m_store->dropLastIntent();
+            fontStatus->movedToQuarantine = false;
+        }
+        return resourceErrorText(error);
+    }
+    const int families = m_fork.countResourceTypes(ref, kFOND);
+    bool removed = false;
+    for (int i = 1; i <= families && !removed; ++i) {
+        const QVResourceHandle fond = m_fork.getIndexResource(ref, kFOND, i);
+        if (!fond || m_fork.resourceError() != 0 || fond->data.size() < kMinimumFONDSize)
+            continue;
+        const QString familyName = m_fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
+        if (familyName != fontStatus->fontName)
+            continue;
+        const int entries = entryCount(fond);
+        for (int j = 0; j < entries; ++j) {
+            const QString psName = entryPostScriptName(fond, j);
+            if (psName != fontStatus->PSname)
+                continue;
+            const bool familyGone = removeFONDAssocTables(fond, psName, isTrueType) == -1;
+            const int left = m_fork.countResourceTypes(ref, kFOND);
+            m_fork.closeResourceFile(ref);
+            const qint16 closeError = m_fork.resourceError();
+            if (!familyGone)
+                m_fork.releaseResource(fond);
+            removed = true;
+            if (closeError != 0) {
+                // The source could not be rewritten and still holds the font:
+                // take the copy back, so nothing counts as moved that did not move.
+                const QString text = resourceErrorText(closeError);
+                qCWarning(lcStore, "Error moving font file: %s", qUtf8Printable(text));
+                QVFilePair::remove(destination);
+                if (toQuarantine) {
+                    m_store->dropLastIntent();
+                    fontStatus->movedToQuarantine = false;
+                }
+                return text;
+            }
+            // The marking goes by name; members of the other kind (an outline
+            // beside bitmaps of the same name) are still in the suitcase.
+            QList<QVStatusPtr> otherKind;
+            for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
+                const bool marked = toQuarantine ? status->movedToQuarantine : status->movedToLibrary;
+                if (!familyGone && !marked && (status->fontSize == 0) != isTrueType)
+                    otherKind.append(status);
+            }
+            QVQuarantineStore::updateFontMovedStatus(
+                fontFile, psName, fontStatus->fontName, familyGone, toQuarantine);
+            for (const QVStatusPtr &status : std::as_const(otherKind)) {
+                if (toQuarantine) {
+                    status->movedToQuarantine = false;
+                } else {
+                    status->movedToLibrary = false;
+                    status->copiedToLibrary = false;
+                }
+            }
+            if (left == 0) {
+                QString error;
+                const QVFilePair::Result deleted = QVFilePair::remove(path);
+                if (!deleted)
+                    error = m_store->authorizedDeleteFile(path);
+                if (!error.isNull())
+                    (toQuarantine ? fontStatus->movedToQuarantineErrorInfo
+                                  : fontStatus->movedToLibraryErrorInfo)
+                        = error;
+                else
+                    QVQuarantineStore::updateFileMovedStatus(fontFile, toQuarantine);
+            }
+            break;
+        }
+    }
+    if (!removed)
+        m_fork.closeResourceFile(ref);
+    return finish();
+}
+
+QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
+    const QString &quarantinedPath, const QString &suitcasePath)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    CurrentFileRestorer restorer;
+    const QDateTime created = QVForkStorage::creationDate(quarantinedPath);
+    const qint16 quarantineRef = m_fork.openResourceFile(QVPermission::Read, quarantinedPath);
+    if (quarantineRef < 1)
+        return resourceErrorText(quarantineRef == 0 ? QVResourceError::BadFileName : m_fork.resourceError());
+    const int count = m_fork.countResourceTypes(quarantineRef, kFOND);
+    if (m_fork.resourceError() != 0) {
+        m_fork.closeResourceFile(quarantineRef);
+        return QString();
+    }
+    QVResourceHandle fond;
+    for (int i = 1; i <= count && !fond; ++i) {
+        QVResourceHandle candidate = m_fork.getIndexResource(quarantineRef, kFOND, i);
+        if (candidate && m_fork.resourceError() == 0 && candidate->data.size() >= kMinimumFONDSize)
+            fond = candidate;
+    }
+    if (!fond) {
+        m_fork.closeResourceFile(quarantineRef);
+        return resourceErrorText(QVResourceError::ResNotFound);
+    }
+    HandleLock locked(fond);
+    const QVariantMap info = m_fork.getResourceInfo(fond);
+    const QString familyName = info.value(QStringLiteral("name")).toString();
+    const qint16 familyID = qint16(info.value(QStringLiteral("id")).toInt());
+
+    // Only into a file that is a resource file already: opening for writing
+    // would give any other file a new, empty fork.
+    if (!m_fork.hasResourceFork(suitcasePath)) {
+        const qint16 error = QVResourceManager::resError();
+        m_fork.closeResourceFile(quarantineRef);
+        return resourceErrorText(error ? error : QVResourceError::ResFileNotFound);
+    }
+    const qint16 suitcaseRef = m_fork.openResourceFile(QVPermission::ReadWrite, suitcasePath);
+    if (suitcaseRef < 1) {
+        const qint16 error = suitcaseRef == 0 ? QVResourceError::BadFileName : m_fork.resourceError();
+        m_fork.closeResourceFile(quarantineRef);
+        return resourceErrorText(error);
+    }
+    m_fork.useResourceFile(suitcaseRef);
+    const QVResourceHandle existing = m_fork.getNamedResource(familyName, kFOND, suitcaseRef);
+    if (existing && existing->data.size() >= kMinimumFONDSize) {
+        addAssocTables(fond, existing);
+    } else {
+        m_fork.useResourceFile(suitcaseRef);
+        const QVResourceHandle family = newHandleFromBytes(fond->data);
+        if (m_fork.addResource(family, kFOND, familyID, familyName) == 0)
+            addFONDAssociatedResources(fond, quarantineRef, suitcaseRef);
+    }
+    m_fork.useResourceFile(quarantineRef);
+    m_fork.closeResourceFile(suitcaseRef);
+    const qint16 error = m_fork.resourceError();
+    m_fork.closeResourceFile(quarantineRef);
+    if (error != 0)
+        return resourceErrorText(error);
+    QVForkStorage::setCreationDate(suitcasePath, created);
+    return QString();
+}
+
+qint16 QVSuitcaseSurgery::removeSuitcaseFontFromQuarantine(
+    const QString &path, const QString &postScriptName, bool isTrueType)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    CurrentFileRestorer restorer;
+    if (!m_fork.hasResourceFork(path))
+        return 0;
+    const qint16 ref = m_fork.openResourceFile(QVPermission::ReadWrite, path);
+    if (ref < 1)
+        return 0;
+    const int count = m_fork.countResourceTypes(ref, kFOND);
+    for (int i = 1; i <= count; ++i) {
+        const QVResourceHandle fond = m_fork.getIndexResource(ref, kFOND, i);
+        if (!fond || m_fork.resourceError() != 0 || fond->data.size() < kMinimumFONDSize)
+            continue;
+        const int entries = entryCount(fond);
+        for (int j = 0; j < entries; ++j) {
+            if (entryPostScriptName(fond, j) != postScriptName)
+                continue;
+            const bool familyGone = removeFONDAssocTables(fond, postScriptName, isTrueType) == -1;
+            const int left = m_fork.countResourceTypes(ref, kFOND);
+            m_fork.closeResourceFile(ref);
+            const qint16 error = m_fork.resourceError();
+            if (!familyGone)
+                m_fork.releaseResource(fond);
+            if (left == 0 && error == 0)
+                QVFilePair::remove(path);
+            return error;
+        }
+    }
+    m_fork.closeResourceFile(ref);
+    return 0;
+}
+
+void QVSuitcaseSurgery::addFONDAssociatedResources(const QVResourceHandle &fond, qint16 fromRes, qint16 toRes)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    m_fork.useResourceFile(fromRes);
+    const QString familyName = m_fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
+    QVMemoryHandler &mem = *m_fork.memoryHandler;
+    const int entries = entryCount(fond);
+    for (int j = 0; j < entries; ++j) {
+        const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
+        const qint16 id = qint16(mem.Handle_ReadShort(fond, entryOffset(j) + 4));
+        if (size < 1) {
+            const QVResourceHandle outline = m_fork.getResourceOfID(id, kSfnt, fromRes);
+            if (outline) {
+                m_fork.useResourceFile(toRes);
+                if (!m_fork.getResourceOfID(id, kSfnt, toRes))
+                    m_fork.addResource(newHandleFromBytes(outline->data), kSfnt, id, familyName);
+            }
+        } else {
+            QVResourceHandle strike = m_fork.getResourceOfID(id, kNFNT, fromRes);
+            if (!strike)
+                strike = m_fork.getResourceOfID(id, kFONT, fromRes);
+            if (!strike)
+                continue;
+            m_fork.useResourceFile(toRes);
+            // An old FONT travels as NFNT: that is how newer systems expect it.
+            if (!m_fork.getResourceOfID(id, kNFNT, toRes))
+                m_fork.addResource(newHandleFromBytes(strike->data), kNFNT, id, familyName);
+        }
+        m_fork.useResourceFile(fromRes);
+    }
+}
+
+void QVSuitcaseSurgery::addAssocTables(const QVResourceHandle &source, const QVResourceHandle &destination)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    if (!source || !destination)
+        return;
+    QVMemoryHandler &mem = *m_fork.memoryHandler;
+    const int sourceEntries = entryCount(source);
+    for (int j = 0; j < sourceEntries; ++j) {
+        const qint16 size = qint16(mem.Handle_ReadShort(source, entryOffset(j)));
+        const qint16 style = qint16(mem.Handle_ReadShort(source, entryOffset(j) + 2));
+        const qint16 id = qint16(mem.Handle_ReadShort(source, entryOffset(j) + 4));
+        const qint32 countMinusOne = mem.Handle_ReadShort(destination, kCountOffset);
+        // A damaged count, or entries running past the end: leave it alone.
+        if (countMinusOne < -1 || entryOffset(countMinusOne + 1) > destination->data.size())
+            break;
+        const int present = countMinusOne + 1;
+        bool duplicate = false;
+        int insertAt = present;
+        for (int k = 0; k < present; ++k) {
+            const qint32 otherSize = mem.Handle_ReadShort(destination, entryOffset(k));
+            const qint32 otherStyle = mem.Handle_ReadShort(destination, entryOffset(k) + 2);
+            if (otherSize == size && otherStyle == style) {
+                duplicate = true;
+                break;
+            }
+            if (insertAt == present && (otherSize > size || (otherSize == size && otherStyle > style)))
+                insertAt = k;
+        }
+        if (duplicate)
+            continue;
+        const qint64 oldSize = destination->data.size();
+        const qint64 at = entryOffset(insertAt);
+        if (!QVResourceManager::setHandleSize(destination, oldSize + kEntrySize))
+            break;
+        char *bytes = destination->data.data();
+        std::memmove(bytes + at + kEntrySize, bytes + at, size_t(oldSize - at));
+        mem.Handle_WriteShort(destination, kCountOffset, qint16(countMinusOne + 1));
+        mem.Handle_WriteShort(destination, at, size);
+        mem.Handle_WriteShort(destination, at + 2, style);
+        mem.Handle_WriteShort(destination, at + 4, id);
+        for (const qint64 offset : kTableOffsets) {
+            const qint32 value = mem.Handle_ReadLong(destination, offset);
+            if (value > 0)
+                mem.Handle_WriteLong(destination, offset, value + qint32(kEntrySize));
+        }
+    }
+    QVResourceManager::changedResource(destination);
+    QVResourceManager::writeResource(destination);
+}
+
+qint16 QVSuitcaseSurgery::remove1AssocTable(const QVResourceHandle &fond, int index)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    if (!fond)
+        return -1;
+    QVMemoryHandler &mem = *m_fork.memoryHandler;
+    const qint32 countMinusOne = mem.Handle_ReadShort(fond, kCountOffset);
+    const qint64 size = fond->data.size();
+    if (index >= 0 && index <= countMinusOne && entryOffset(index + 1) <= size) {
+        if (countMinusOne == 0) {
+            const qint16 error = QVResourceManager::removeResource(fond);
+            if (error != 0)
+                return error;
+            fond->data.clear();
+            return -1;
+        }
+        mem.Handle_WriteShort(fond, kCountOffset, qint16(countMinusOne - 1));
+        const qint64 from = entryOffset(index + 1);
+        char *bytes = fond->data.data();
+        std::memmove(bytes + from - kEntrySize, bytes + from, size_t(size - from));
+        QVResourceManager::setHandleSize(fond, size - kEntrySize);
+        for (const qint64 offset : kTableOffsets) {
+            const qint32 value = mem.Handle_ReadLong(fond, offset);
+            if (value > 0)
+                mem.Handle_WriteLong(fond, offset, value - qint32(kEntrySize));
+        }
+    }
+    QVResourceManager::changedResource(fond);
+    if (QVResourceManager::resError() == 0)
+        QVResourceManager::writeResource(fond);
+    return QVResourceManager::resError();
+}
+
+qint16 QVSuitcaseSurgery::removeFONDAssocTables(
+    const QVResourceHandle &fond, const QString &postScriptName, bool isTrueType)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    QVMemoryHandler &mem = *m_fork.memoryHandler;
+    qint16 result = 0;
+    // Each pass removes one entry, so there are never more passes than entries.
+    for (int passes = entryCount(fond); passes > 0; --passes) {
+        const int entries = entryCount(fond);
+        int found = -1;
+        for (int j = 0; j < entries && found < 0; ++j) {
+            const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
+            const bool kindFits = isTrueType ? size == 0 : size != 0;
+            if (kindFits && entryPostScriptName(fond, j) == postScriptName)
+                found = j;
+        }
+        if (found < 0)
+            break;
+        result = remove1AssocTable(fond, found);
+        if (result == -1)
+            return -1;
+    }
+    return result;
+}
+
+void QVSuitcaseSurgery::removeFONDAssocTables(
+    const QVResourceHandle &fond, const QString &postScriptName, bool isTrueType, const QVFontFilePtr &)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    QVMemoryHandler &mem = *m_fork.memoryHandler;
+    for (int passes = entryCount(fond); passes > 0; --passes) {
+        const int entries = entryCount(fond);
+        int found = -1;
+        for (int j = 0; j < entries && found < 0; ++j) {
+            const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
+            const bool kindFits = isTrueType ? size == 0 : size != 0;
+            if (!kindFits || entryPostScriptName(fond, j) != postScriptName)
+                found = j;
+        }
+        if (found < 0 || remove1AssocTable(fond, found) == -1)
+            break;
+    }
+}

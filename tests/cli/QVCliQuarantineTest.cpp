@@ -1,0 +1,145 @@
+// quorvel-cli quarantine, run as a separate process over a quarantine made here.
+#include "store/QVQuarantineStore.h"
+#include "support/QVTestHome.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <gtest/gtest.h>
+
+namespace
+{
+
+struct CliRun {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+CliRun quarantine(
+    const QVTestHome &home, const QStringList &arguments, const QByteArray &input = QByteArray())
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("HOME", home.path());
+    env.insert("XDG_CONFIG_HOME", home.configHome());
+    env.insert("XDG_DATA_HOME", home.dataHome());
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(QV_CLI_PATH), QStringList { "quarantine" } + arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    process.waitForFinished(120000);
+    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+        QString::fromUtf8(process.readAllStandardError()) };
+}
+
+void quarantineFiles(const QVTestHome &home, const QStringList &names)
+{
+    QVQuarantineStore store;
+    for (const QString &name : names) {
+        const QString path = home.writeFile("fonts/" + name, name.toUtf8());
+        home.writeFile("fonts/._" + name, "fork of " + name.toUtf8());
+        auto file = std::make_shared<QVFontFile>(path);
+        auto status = std::make_shared<QVStatus>();
+        status->fontURL = path;
+        status->fontName = QFileInfo(name).completeBaseName();
+        status->fontType = 5;
+        file->fontStatusArray.append(status);
+        ASSERT_TRUE(store.moveFileToQuarantine(file, status, "· Bad Table Data").isNull());
+    }
+    ASSERT_TRUE(store.commitQuarantine().isNull());
+}
+
+} // namespace
+
+TEST(QuorvelCliQuarantine, ListNumbersRowsByFontName)
+{
+    QVTestHome home;
+    EXPECT_EQ(quarantine(home, { "list" }).out, "The quarantine is empty.\n");
+    quarantineFiles(home, { "Zeta.otf", "Alpha.otf" });
+    const CliRun run = quarantine(home, { "list", "--json" });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    const QJsonArray rows = QJsonDocument::fromJson(run.out.toUtf8()).array();
+    ASSERT_EQ(rows.size(), 2);
+    EXPECT_EQ(rows.at(0)["number"].toInt(), 1);
+    EXPECT_EQ(rows.at(0)["fontName"].toString(), "Alpha");
+    EXPECT_EQ(rows.at(1)["quarantineFileName"].toString(), "Zeta.otf");
+    EXPECT_EQ(rows.at(1)["reason"].toString(), "· Bad Table Data");
+    const CliRun text = quarantine(home, { "list" });
+    EXPECT_TRUE(text.out.startsWith("   1  Alpha  (Alpha.otf)\n")) << qPrintable(text.out);
+    EXPECT_EQ(quarantine(home, { "list", "extra" }).exitCode, 2);
+}
+
+TEST(QuorvelCliQuarantine, RestoreToOriginalOrChosenFolder)
+{
+    QVTestHome home;
+    quarantineFiles(home, { "Alpha.otf", "Beta.otf", "Gamma.otf" });
+    CliRun run = quarantine(home, { "restore", "2" });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    EXPECT_EQ(run.out, "Restored 1 of 1 font.\n");
+    EXPECT_TRUE(QFileInfo::exists(home.path() + "/fonts/Beta.otf"));
+    EXPECT_TRUE(QFileInfo::exists(home.path() + "/fonts/._Beta.otf"));
+
+    const QString elsewhere = home.path() + "/elsewhere";
+    QDir().mkpath(elsewhere);
+    run = quarantine(home, { "restore", "--to", elsewhere, "1", "2" });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    EXPECT_TRUE(QFileInfo::exists(elsewhere + "/Alpha.otf"));
+    EXPECT_TRUE(QFileInfo::exists(elsewhere + "/._Gamma.otf"));
+    EXPECT_EQ(quarantine(home, { "list" }).out, "The quarantine is empty.\n");
+
+    EXPECT_EQ(quarantine(home, { "restore", "1" }).exitCode, 2);
+    EXPECT_EQ(quarantine(home, { "restore", "--to", home.path() + "/none", "1" }).exitCode, 2);
+}
+
+TEST(QuorvelCliQuarantine, RemoveAsksFirstUnlessTold)
+{
+    QVTestHome home;
+    quarantineFiles(home, { "Alpha.otf", "Beta.otf" });
+    const QString folder = home.dataHome() + "/Quorvel/Quarantine";
+    CliRun run = quarantine(home, { "remove", "1" }, "n\n");
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.err.contains("Nothing was removed.")) << qPrintable(run.err);
+    EXPECT_TRUE(QFileInfo::exists(folder + "/Alpha.otf"));
+
+    run = quarantine(home, { "remove", "1" }, "y\n");
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    EXPECT_FALSE(QFileInfo::exists(folder + "/Alpha.otf"));
+    EXPECT_FALSE(QFileInfo::exists(folder + "/._Alpha.otf"));
+
+    run = quarantine(home, { "remove", "--yes", "1" });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
+    EXPECT_EQ(run.out, "Removed 1 of 1 font.\n");
+    EXPECT_FALSE(QFileInfo::exists(folder + "/Beta.otf"));
+    EXPECT_EQ(quarantine(home, { "list" }).out, "The quarantine is empty.\n");
+    EXPECT_EQ(quarantine(home, { "remove", "--yes", "1" }).exitCode, 2);
+}
+
+TEST(QuorvelCliQuarantine, DiagnoseResolveReportsItsResolution)
+{
+    QVTestHome home;
+    const QString fonts = home.path() + "/Fonts";
+    QDir().mkpath(fonts);
+    QFile::copy("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf", fonts + "/DejaVuSans.ttf");
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("HOME", home.path());
+    env.insert("XDG_CONFIG_HOME", home.configHome());
+    env.insert("XDG_DATA_HOME", home.dataHome());
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(QV_CLI_PATH), { "diagnose", "--json", "--resolve", fonts });
+    ASSERT_TRUE(process.waitForFinished(120000));
+    const QJsonObject object = QJsonDocument::fromJson(process.readAllStandardOutput()).object();
+    ASSERT_TRUE(object.contains("resolution"))
+        << qPrintable(QString::fromUtf8(process.readAllStandardError()));
+    const QJsonObject resolution = object["resolution"].toObject();
+    // A healthy font: nothing to repair, nothing moved.
+    EXPECT_EQ(resolution["repaired"].toArray().size(), 0);
+    EXPECT_EQ(resolution["quarantined"].toArray().size(), 0);
+    EXPECT_TRUE(QFileInfo::exists(fonts + "/DejaVuSans.ttf"));
+}

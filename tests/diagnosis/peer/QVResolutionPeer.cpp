@@ -1,0 +1,108 @@
+// A resolution in a process of its own, for the tests that kill one midway:
+//   qv-resolution-peer KILL_AFTER FILE... [suitcase:FILE]...
+// Every file is a problem font ("Bad Table Data") to be quarantined whole; each
+// member of a "suitcase:" file is one to be taken out singly. The process kills
+// itself with SIGKILL as soon as KILL_AFTER fonts reached the quarantine (0:
+// never), leaving whatever a real crash would leave.
+#include "diagnosis/QVDiagnosisResolution.h"
+#include "engine/QVFontConstants.h"
+#include "engine/QVResouceFork.h"
+#include "engine/QVResourceManager.h"
+#include "platform/QVForkStorage.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVSuitcaseSurgery.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <csignal>
+#include <cstdio>
+
+namespace
+{
+
+QVProblemFontPtr problem(const QVFontFilePtr &file, const QVStatusPtr &status)
+{
+    auto entry = std::make_shared<QVProblemFont>();
+    entry->fontFile = file;
+    entry->fontStatus = status;
+    status->setFontError(QVErrorClass::Defect);
+    status->setFontErrorInfo(QString::fromLatin1(QVDefect::BadTableData));
+    return entry;
+}
+
+// One status per association entry, as the examiner describes suitcase members.
+QList<QVProblemFontPtr> suitcaseMembers(const QString &path)
+{
+    QList<QVProblemFontPtr> result;
+    auto file = std::make_shared<QVFontFile>(path);
+    file->fontFileType = 0;
+    std::lock_guard guard(QVResouceFork::lock());
+    QVResouceFork fork;
+    const qint16 ref = fork.openResourceFile(QVPermission::Read, path);
+    if (ref < 1)
+        return result;
+    const int count = fork.countResourceTypes(ref, qvFourCC("FOND"));
+    for (int i = 1; i <= count; ++i) {
+        const QVResourceHandle fond = fork.getIndexResource(ref, qvFourCC("FOND"), i);
+        if (!fond || fond->data.size() < 59)
+            continue;
+        const QString family = fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
+        const int entries = fork.memoryHandler->Handle_ReadShort(fond, 52) + 1;
+        for (int j = 0; j < entries && 60 + 6 * j <= fond->data.size(); ++j) {
+            auto status = std::make_shared<QVStatus>();
+            const int size = fork.memoryHandler->Handle_ReadShort(fond, 54 + 6 * j);
+            const int style = fork.memoryHandler->Handle_ReadShort(fond, 56 + 6 * j);
+            status->fontName = family;
+            status->PSname = fork.getBitmapPSname(fond, style);
+            status->fontSize = size;
+            status->fontStyle = style == 0 ? QStringLiteral("Plain") : QString::number(style);
+            status->fontType = size < 1 ? QVFontType::TrueType : QVFontType::Bitmap;
+            status->fontURL = path;
+            status->index = int(file->fontStatusArray.size());
+            file->fontStatusArray.append(status);
+            result.append(problem(file, status));
+        }
+    }
+    fork.closeResourceFile(ref);
+    return result;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    const QStringList arguments = app.arguments().mid(1);
+    if (arguments.size() < 2) {
+        std::fprintf(stderr, "usage: qv-resolution-peer KILL_AFTER FILE...\n");
+        return 2;
+    }
+    const int killAfter = arguments.first().toInt();
+    QList<QVProblemFontPtr> problems;
+    for (const QString &argument : arguments.mid(1)) {
+        if (argument.startsWith(QLatin1String("suitcase:"))) {
+            problems << suitcaseMembers(QFileInfo(argument.mid(9)).absoluteFilePath());
+            continue;
+        }
+        auto file = std::make_shared<QVFontFile>(QFileInfo(argument).absoluteFilePath());
+        file->fontFileType = QVForkStorage::resourceForkPlace(argument) == QVForkStorage::Place::None ? 1 : 0;
+        auto status = std::make_shared<QVStatus>();
+        status->fontURL = file->URL;
+        status->fontName = QFileInfo(argument).fileName();
+        status->PSname = status->fontName;
+        status->fontType = QVFontType::PostScriptType1;
+        file->fontStatusArray.append(status);
+        problems.append(problem(file, status));
+    }
+    QVQuarantineStore store;
+    QVSuitcaseSurgery surgery(&store);
+    QVDiagnosisResolution resolution(&store, &surgery);
+    int moves = 0;
+    store.movedHook = [&moves, killAfter](const QString &) {
+        if (killAfter > 0 && ++moves >= killAfter)
+            std::raise(SIGKILL);
+    };
+    resolution.setProblemFontsArray(problems);
+    resolution.resolveIssues();
+    return 0;
+}
