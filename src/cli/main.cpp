@@ -7,7 +7,6 @@
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVReportsCommand.h"
 #include "cli/QVScanCommand.h"
-#include "cli/QVReportsCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
