@@ -1,0 +1,452 @@
+#include "organizer/QVOrganizerFixtures.h"
+
+#include "engine/QVFontConstants.h"
+#include "settings/QVProgress.h"
+
+#include <QEventLoop>
+#include <QFile>
+#include <QTimer>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+using namespace qvorg;
+using namespace QVStoreFixtures;
+
+namespace
+{
+
+const QString kNimbusRegular = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
+
+// The Nimbus Sans bitmap suitcase and its PostScript outline (t1mac, LWFN in
+// an AppleDouble sidecar) side by side in a folder.
+struct BitmapWithOutline {
+    QString suitcase;
+    QString outline;
+};
+
+} // namespace
+
+class LibraryLayoutTest : public OrganizerTest
+{
+protected:
+    BitmapWithOutline nimbusPair(const QString &folder)
+    {
+        BitmapWithOutline pair;
+        pair.suitcase = makeSuitcase(folder + "/Nimbus Sans", { { kNimbusRegular, 10 }, { kNimbusRegular, 12 } });
+        pair.outline = qvtest::makeOutlineFile(folder);
+        return pair;
+    }
+};
+
+TEST_F(LibraryLayoutTest, WithEveryLevelOffEveryFontLandsInTheLibraryFolder)
+{
+    qvtest::copyFont(kDejaVuSans, source + "/a");
+    qvtest::copyFont(kC059Roman, source + "/b");
+    makeSuitcase(source + "/b/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    nimbusPair(source + "/c");
+    organize();
+
+    EXPECT_EQ(organizer->problemFontCount(), 0);
+    const QStringList placed = filesBelow(library);
+    // Whole files keep their names, the suitcase member is named by family,
+    // and the outline followed its bitmap font.
+    EXPECT_EQ(placed,
+        QStringList({ "C059-Roman.otf", "DejaVu Serif", "DejaVuSans.ttf", "Nimbus Sans", "NimbuSanReg" }))
+        << qPrintable(placed.join(", "));
+    for (const QString &file : placed)
+        EXPECT_FALSE(file.contains('/')) << qPrintable(file);
+    EXPECT_TRUE(QDir(library).entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty());
+    // Copies: the sources are all still there.
+    EXPECT_TRUE(QFile::exists(source + "/a/DejaVuSans.ttf"));
+    EXPECT_TRUE(QFile::exists(source + "/b/Serif Suitcase"));
+    EXPECT_TRUE(QFile::exists(source + "/c/NimbuSanReg"));
+}
+
+TEST_F(LibraryLayoutTest, FoldersGoFoundryLetterFamilyWithGenericForABitmapFontWithoutSister)
+{
+    setLevels(true, true, true);
+    qvtest::copyFont(kDejaVuSans, source + "/a");
+    makeSuitcase(source + "/b/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    const BitmapWithOutline pair = nimbusPair(source + "/c");
+    organize();
+    EXPECT_EQ(organizer->problemFontCount(), 0);
+
+    const QVStatusPtr sans = statusOf("DejaVuSans.ttf");
+    ASSERT_TRUE(sans);
+    const QString sansFolder = sans->fontFoundry + "/D/DejaVu Sans";
+    EXPECT_TRUE(QFile::exists(library + "/" + sansFolder + "/DejaVuSans.ttf")) << qPrintable(sansFolder);
+
+    // No PostScript sister beside it: "Generic".
+    const QVStatusPtr serif = statusOf("Serif Suitcase");
+    ASSERT_TRUE(serif);
+    EXPECT_EQ(serif->fontType, 0);
+    EXPECT_EQ(organizer->getSisterPostScriptFont(fileOf("Serif Suitcase"), serif), nullptr);
+    EXPECT_TRUE(QFile::exists(library + "/Generic/D/DejaVu Serif/DejaVu Serif"))
+        << qPrintable(filesBelow(library).join(", "));
+
+    // With a sister: the sister's foundry, and the outline in the same folder.
+    const QVStatusPtr bitmap = statusOf("Nimbus Sans", 10);
+    ASSERT_TRUE(bitmap);
+    const QVStatusPtr sister = organizer->getSisterPostScriptFont(fileOf("Nimbus Sans"), bitmap);
+    ASSERT_TRUE(sister);
+    EXPECT_EQ(sister->fontURL, pair.outline);
+    ASSERT_FALSE(sister->fontFoundry.isEmpty());
+    EXPECT_NE(sister->fontFoundry, "Generic");
+    const QString nimbusFolder = library + "/" + sister->fontFoundry + "/N/" + bitmap->familyName;
+    EXPECT_TRUE(QFile::exists(nimbusFolder + "/Nimbus Sans")) << qPrintable(filesBelow(library).join(", "));
+    EXPECT_TRUE(QFile::exists(nimbusFolder + "/NimbuSanReg")) << qPrintable(filesBelow(library).join(", "));
+    EXPECT_TRUE(bitmap->copiedSisterToLibrary);
+    // Both sizes left together in one suitcase: the second is not taken again.
+    EXPECT_EQ(filesBelow(library).filter("Nimbus Sans/Nimbus Sans").size(), 1);
+}
+
+TEST_F(LibraryLayoutTest, TwoFilesOfOneNameGetNumbered)
+{
+    setLevels(false, false, true);
+    qvtest::copyFont(kDejaVuSans, source + "/a", "Sans.ttf");
+    qvtest::copyFont(kDejaVuSansBold, source + "/b", "Sans.ttf");
+    organize();
+    EXPECT_EQ(filesBelow(library), QStringList({ "DejaVu Sans/Sans 1.ttf", "DejaVu Sans/Sans.ttf" }));
+    // Each file whole, in scan order.
+    EXPECT_EQ(fileSha256(library + "/DejaVu Sans/Sans.ttf"), fileSha256(kDejaVuSans));
+    EXPECT_EQ(fileSha256(library + "/DejaVu Sans/Sans 1.ttf"), fileSha256(kDejaVuSansBold));
+    EXPECT_TRUE(fileOf("Sans.ttf")->fileCopiedToLibrary);
+}
+
+TEST_F(LibraryLayoutTest, AnOutlineAlreadyInTheLibraryIsLeftAndCountsAsDone)
+{
+    settings.setCopyFontFiles(false);
+    const BitmapWithOutline pair = nimbusPair(source);
+    // A different outline under the same file name is already there.
+    QDir().mkpath(work + "/other");
+    qvtest::runTool("t1mac",
+        { "--appledouble", "-n", "NimbuSanReg", "-o", "._NimbuSanReg",
+            "/usr/share/fonts/type1/urw-base35/NimbusSans-Bold.t1" },
+        library);
+    QFile(library + "/NimbuSanReg").open(QIODevice::WriteOnly);
+    const QString before = forkHashes(library + "/NimbuSanReg");
+    const QString sourceOutline = forkHashes(pair.outline);
+    ASSERT_NE(before, sourceOutline);
+
+    organize();
+    const QVStatusPtr bitmap = statusOf("Nimbus Sans", 10);
+    ASSERT_TRUE(bitmap);
+    EXPECT_EQ(organizer->problemFontCount(), 0);
+    EXPECT_TRUE(bitmap->movedSisterToLibrary);
+    EXPECT_EQ(forkHashes(library + "/NimbuSanReg"), before);
+    EXPECT_EQ(forkHashes(pair.outline), sourceOutline);
+    EXPECT_FALSE(QFile::exists(library + "/NimbuSanReg 1"));
+    EXPECT_TRUE(statusOf("NimbuSanReg")->movedToLibraryErrorInfo.isNull());
+}
+
+TEST_F(LibraryLayoutTest, SuitcaseMembersAreNamedByPostScriptFamilyOrFileName)
+{
+    makeSuitcase(source + "/Nimbus BI", { { kNimbusBoldItalic, 10 } });
+    scan();
+    const QVFontFilePtr file = fileOf("Nimbus BI");
+    ASSERT_TRUE(file);
+    const QVStatusPtr member = file->fontStatusArray.value(0);
+    ASSERT_TRUE(member);
+    ASSERT_EQ(member->fontStyle, "Bold, Italic");
+
+    setNaming(false, true);
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), member->fontName + " Bold Italic");
+    setNaming(true, false);
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), member->PSname);
+    setNaming(false, false);
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), "Nimbus BI");
+
+    // A bitmap whose PostScript name is already the short one gets ".suit".
+    member->PS533name = member->PSname;
+    setNaming(true, false);
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), member->PSname + ".suit");
+    member->PS533name.clear();
+
+    setNaming(false, true);
+    organizer->createLibrary();
+    EXPECT_TRUE(QFile::exists(library + "/" + member->fontName + " Bold Italic"))
+        << qPrintable(filesBelow(library).join(", "));
+}
+
+TEST_F(LibraryLayoutTest, ATrueTypeMemberIsFiledUnderItsFullNameUnlessThatHoldsTheFamilyName)
+{
+    scan();
+    auto file = std::make_shared<QVFontFile>(source + "/Suitcase");
+    file->fontFileType = 0;
+    auto status = qvtest::makeStatus(QVFontType::TrueType, "Foo-Bold", 0, "Plain", 0, "Foo");
+    status->trueTypeFontName = "Bar Heavy";
+    EXPECT_EQ(QVFontOrganizer::fontDisplayName(file, status), "Bar Heavy");
+    status->trueTypeFontName = "Foo Bold";
+    EXPECT_EQ(QVFontOrganizer::fontDisplayName(file, status), "Foo");
+    status->trueTypeFontName = "Bar Heavy";
+    file->fontFileType = 1;
+    EXPECT_EQ(QVFontOrganizer::fontDisplayName(file, status), "Foo");
+
+    // Family folder: the family name, else the name without extension, else
+    // the file name; a name from the font never climbs out of the library.
+    setLevels(false, true, true);
+    status->familyName = "X";
+    status->fontURL = source + "/Foo.ttf";
+    EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/F/Foo/");
+    status->fontName = "";
+    EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/Foo/");
+    status->fontName = "../../etc";
+    status->familyName = "../..";
+    EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/_/..-../");
+}
+
+TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamilyBack)
+{
+    qvtest::copyFont(kDejaVuSans, source, "Duplicate.ttf");
+    qvtest::copyFont(kDejaVuSans, source, "Damaged.ttf");
+    qvtest::copyFont(kDejaVuSans, source, "Twice.ttf");
+    makeSuitcase(source + "/C059 Suitcase",
+        { { kC059Roman, 10 }, { kC059Roman, 12 },
+            { "/usr/share/fonts/opentype/urw-base35/C059-Bold.otf", 10 } });
+    scan();
+    statusOf("Duplicate.ttf")->setFontError(QVErrorClass::Duplicate);
+    statusOf("Damaged.ttf")->setFontError(QVErrorClass::Defect);
+    statusOf("Twice.ttf")->setFontError(QVErrorClass::Duplicate);
+    statusOf("Twice.ttf")->setFontError(QVErrorClass::MissingPostScript);
+    // The 12 point roman is damaged: the 10 point of that face stays too.
+    const QVStatusPtr roman12 = statusOf("C059 Suitcase", 12);
+    ASSERT_TRUE(roman12);
+    qvtest::withDefect(roman12, "Bad Table Data");
+    const QVStatusPtr roman10 = statusOf("C059 Suitcase", 10);
+    ASSERT_EQ(roman10->PSname, roman12->PSname);
+    EXPECT_TRUE(organizer->parentStatusHasErrors(roman10));
+
+    organizer->createLibrary();
+    const QStringList placed = filesBelow(library);
+    EXPECT_TRUE(placed.contains("Duplicate.ttf"));
+    EXPECT_FALSE(placed.contains("Damaged.ttf"));
+    EXPECT_FALSE(placed.contains("Twice.ttf"));
+    // Only the bold face of the suitcase went.
+    EXPECT_EQ(placed.filter("C059"), QStringList({ "C059 Bold" })) << qPrintable(placed.join(", "));
+}
+
+TEST_F(LibraryLayoutTest, MovingASuitcaseMemberLeavesTheSuitcaseWithoutItAndMakesAOneFontSuitcase)
+{
+    settings.setCopyFontFiles(false);
+    const QString path = source + "/Two Families";
+    ASSERT_TRUE(QVStoreFixtures::makeSuitcase(
+        path, mergeForks(c059Fork(work), dejaVuSerifFork(work)), QVForkStorage::Place::AppleDouble));
+    scan();
+    // Only DejaVu Serif is healthy.
+    for (const QVStatusPtr &status : fileOf("Two Families")->fontStatusArray) {
+        if (status->fontName != "DejaVu Serif")
+            qvtest::withDefect(status, "Bad Table Data");
+    }
+    organizer->createLibrary();
+    EXPECT_EQ(organizer->problemFontCount(), 0);
+
+    const QString moved = library + "/DejaVu Serif";
+    ASSERT_TRUE(QFile::exists(moved)) << qPrintable(filesBelow(library).join(", "));
+    const QString movedFork = extractFork(moved, work + "/out");
+    EXPECT_EQ(fontToolsFONDEntries(movedFork).trimmed(), "DejaVu Serif: (10, 0)");
+    EXPECT_FALSE(fontToolsListing(movedFork).contains("ERROR"));
+    int status = -1;
+    EXPECT_TRUE(showfond(movedFork, &status).contains("DejaVu Serif"));
+    EXPECT_EQ(status, 0);
+
+    const QString left = fontToolsFONDEntries(extractFork(path, work + "/left"));
+    EXPECT_FALSE(left.contains("DejaVu Serif")) << qPrintable(left);
+    EXPECT_TRUE(left.contains("C059")) << qPrintable(left);
+    // Finder info of a suitcase.
+    QByteArray info;
+    QVForkStorage::readFinderInfo(moved, &info);
+    EXPECT_EQ(info.left(8), "FFILDMOV");
+}
+
+TEST_F(LibraryLayoutTest, MovedAndCopiedFilesKeepTheirForkAndFinderInfo)
+{
+    const QString ttf = qvtest::copyFont(kDejaVuSans, source + "/a");
+    QByteArray info(32, '\0');
+    info.replace(0, 8, "sfntDMOV");
+    ASSERT_EQ(QVForkStorage::writeFinderInfo(ttf, info), 0);
+    const BitmapWithOutline pair = nimbusPair(source + "/b");
+    const QString ttfHashes = forkHashes(ttf);
+    const QString outlineHashes = forkHashes(pair.outline);
+    ASSERT_FALSE(outlineHashes.contains("fork none"));
+
+    organize();
+    EXPECT_EQ(forkHashes(library + "/DejaVuSans.ttf"), ttfHashes);
+    EXPECT_EQ(forkHashes(library + "/NimbuSanReg"), outlineHashes);
+    EXPECT_EQ(forkHashes(ttf), ttfHashes);
+
+    // Now moved out of a fresh source into a fresh library.
+    settings.setCopyFontFiles(false);
+    library = home.path() + "/Moved Library";
+    QDir().mkpath(library);
+    organize();
+    EXPECT_EQ(forkHashes(library + "/DejaVuSans.ttf"), ttfHashes);
+    EXPECT_EQ(forkHashes(library + "/NimbuSanReg"), outlineHashes);
+    EXPECT_FALSE(QFile::exists(ttf));
+    EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(ttf)));
+    EXPECT_FALSE(QFile::exists(pair.outline));
+    EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(pair.outline)));
+    EXPECT_TRUE(fileOf("DejaVuSans.ttf")->fileMovedToLibrary);
+}
+
+TEST_F(LibraryLayoutTest, OrganizingOneSourceTwiceNeitherLosesNorOverwritesAFile)
+{
+    setLevels(true, true, true);
+    qvtest::copyFont(kDejaVuSans, source + "/a", "Sans.ttf");
+    qvtest::copyFont(kDejaVuSansBold, source + "/b", "Sans.ttf");
+    makeSuitcase(source + "/c/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    nimbusPair(source + "/d");
+    const QMap<QString, QString> sourceBefore = hashesBelow(source);
+
+    organize();
+    const QMap<QString, QString> first = hashesBelow(library);
+    organize();
+    const QMap<QString, QString> second = hashesBelow(library);
+    EXPECT_EQ(hashesBelow(source), sourceBefore);
+    // Every file of the first run is still there, unchanged.
+    for (auto it = first.begin(); it != first.end(); ++it)
+        EXPECT_EQ(second.value(it.key()), it.value()) << qPrintable(it.key());
+    // The second run added numbered copies, except for the outline already there.
+    EXPECT_EQ(second.size(), first.size() * 2 - 1) << qPrintable(QStringList(second.keys()).join(", "));
+
+    // Then moved: every source file ends up in the library, nothing is lost.
+    settings.setCopyFontFiles(false);
+    organize();
+    const QMap<QString, QString> third = hashesBelow(library);
+    for (auto it = second.begin(); it != second.end(); ++it)
+        EXPECT_EQ(third.value(it.key()), it.value()) << qPrintable(it.key());
+    const QList<QString> kept = third.values();
+    for (auto it = sourceBefore.begin(); it != sourceBefore.end(); ++it) {
+        if (!QFile::exists(source + "/" + it.key()))
+            EXPECT_TRUE(kept.contains(it.value())) << qPrintable(it.key());
+    }
+    // The outline the library already had stays in the source.
+    EXPECT_TRUE(QFile::exists(source + "/d/NimbuSanReg"));
+}
+
+TEST_F(LibraryLayoutTest, AFolderThatCannotBeMadeIsAnErrorOnTheFontAndTheRunGoesOn)
+{
+    setLevels(true, false, false);
+    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    qvtest::copyFont(kDejaVuSans, source);
+    // A file where the foundry folder would go.
+    QFile(library + "/Generic").open(QIODevice::WriteOnly);
+    organize();
+    EXPECT_EQ(organizer->problemFontCount(), 1);
+    const QVStatusPtr serif = statusOf("Serif Suitcase");
+    EXPECT_TRUE(serif->copiedToLibraryErrorInfo.startsWith("The folder \"" + library + "/Generic/\""))
+        << qPrintable(serif->copiedToLibraryErrorInfo);
+    EXPECT_TRUE(serif->copiedToLibraryErrorInfo.endsWith(")"));
+    EXPECT_FALSE(serif->copiedOrMoved());
+    const QVStatusPtr sans = statusOf("DejaVuSans.ttf");
+    EXPECT_TRUE(QFile::exists(library + "/" + sans->fontFoundry + "/DejaVuSans.ttf"));
+}
+
+namespace
+{
+bool setImmutable(const QString &path, bool on)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY);
+    if (fd < 0)
+        return false;
+    int flags = 0;
+    bool ok = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+    if (ok) {
+        flags = on ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+        ok = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+    }
+    ::close(fd);
+    return ok;
+}
+} // namespace
+
+TEST_F(LibraryLayoutTest, ACopyThatFailsIsStoredCountedAndLosesNothing)
+{
+    qvtest::copyFont(kDejaVuSans, source);
+    scan();
+    if (!setImmutable(library, true))
+        GTEST_SKIP() << "cannot make a folder refuse changes here";
+    organizer->createLibrary();
+    setImmutable(library, false);
+    const QVStatusPtr sans = statusOf("DejaVuSans.ttf");
+    EXPECT_EQ(organizer->problemFontCount(), 1);
+    // "reason (suggestion, code)"
+    EXPECT_TRUE(sans->copiedToLibraryErrorInfo.endsWith(", 1)")) << qPrintable(sans->copiedToLibraryErrorInfo);
+    EXPECT_FALSE(fileOf("DejaVuSans.ttf")->fileCopiedToLibrary);
+    EXPECT_TRUE(filesBelow(library).isEmpty());
+    EXPECT_EQ(fileSha256(source + "/DejaVuSans.ttf"), fileSha256(kDejaVuSans));
+}
+
+class OrganizeRunTest : public OrganizerTest
+{
+};
+
+TEST_F(OrganizeRunTest, ARunWritesTheSettingsCallsTheHooksAndEndsAfterTheLastCopy)
+{
+    qvtest::copyFont(kDejaVuSans, source);
+    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    QFile(library + "/Generic").open(QIODevice::WriteOnly);
+    settings.setCreateFoundryFolders(true);
+    settings.setShowLibraryFolder(true);
+    settings.setOrganizeFonts(true);
+    scan();
+    QStringList calls;
+    organizer->showProgressSheet = [&] { calls << "sheet"; };
+    organizer->closeProgressSheet = [&] { calls << "close"; };
+    organizer->showAlert = [&](const QString &message, const QString &, const QString &button) {
+        calls << message + "/" + button;
+    };
+    organizer->revealLibraryFolder = [&](const QString &path) { calls << "reveal " + path; };
+    QEventLoop loop;
+    bool done = false;
+    organizer->organizeFonts(library + "/", [&] {
+        done = true;
+        QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection);
+    });
+    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+    loop.exec();
+    ASSERT_TRUE(done);
+    organizer->organizeFontsQueue()->waitUntilAllOperationsAreFinished();
+
+    EXPECT_EQ(settings.organizeFontsFolder(), library);
+    EXPECT_FALSE(settings.organizeFonts());
+    EXPECT_FALSE(organizer->isOrganizingFonts());
+    EXPECT_TRUE(organizer->copiedOrMovedFonts());
+    EXPECT_EQ(calls, QStringList({ "sheet", "close", "Organize Fonts Completed/OK", "reveal " + library }));
+    // The suitcase could not get its "Generic" folder.
+    EXPECT_EQ(organizer->problemFontCount(), 1);
+    EXPECT_TRUE(dataMgr->foundProblemFonts);
+    EXPECT_EQ(organizer->progressWindow()->value(), dataMgr->totalFonts);
+    EXPECT_FALSE(organizer->progressWindow()->indeterminate());
+    ASSERT_EQ(organizer->placements().size(), 1);
+    EXPECT_EQ(organizer->placements().first().source, source + "/DejaVuSans.ttf");
+}
+
+TEST_F(OrganizeRunTest, ACancelledRunStopsBeforeTheNextFontAndClosesTheSheetLater)
+{
+    for (int i = 0; i < 3; ++i)
+        qvtest::copyFont(kDejaVuSans, source, QString("Sans%1.ttf").arg(i));
+    scan();
+    bool closed = false;
+    organizer->closeProgressSheet = [&] { closed = true; };
+    // Cancelled once the first file is placed.
+    int seen = 0;
+    organizer->showProgressSheet = [] {};
+    QObject::connect(organizer->progressWindow(), &QVProgress::changed, organizer.get(), [&] {
+        if (!organizer->placements().isEmpty() && !organizer->doCancel() && ++seen == 1)
+            organizer->cancelOrganizing();
+    });
+    QEventLoop loop;
+    organizer->organizeFonts(library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
+    loop.exec();
+    EXPECT_TRUE(organizer->doCancel());
+    EXPECT_LT(filesBelow(library).size(), 3);
+    EXPECT_GE(filesBelow(library).size(), 1);
+    EXPECT_EQ(organizer->progressWindow()->label(),
+        QVStringTable::text("organize.cancel.message"));
+    EXPECT_FALSE(closed);
+    QTimer::singleShot(2500, &loop, &QEventLoop::quit);
+    loop.exec();
+    EXPECT_TRUE(closed);
+}
