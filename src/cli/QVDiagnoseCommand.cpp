@@ -6,6 +6,7 @@
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 

@@ -3,6 +3,7 @@
 #include "cli/QVCliScanRun.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
 #include "organizer/QVFontOrganizer.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
@@ -20,9 +21,10 @@
 namespace
 {
 
-const char kUsage[] = "usage: quorvel-cli organize --library DIR [--copy|--move] [--name postscript|family|file]\n"
-                      "       [--foundry-folders|--no-foundry-folders] [--letter-folders|--no-letter-folders]\n"
-                      "       [--family-folders|--no-family-folders] SOURCE\n";
+const char kUsage[]
+    = "usage: quorvel-cli organize --library DIR [--copy|--move] [--name postscript|family|file]\n"
+      "       [--foundry-folders|--no-foundry-folders] [--letter-folders|--no-letter-folders]\n"
+      "       [--family-folders|--no-family-folders] SOURCE\n";
 
 bool isInside(const QString &path, const QString &folder)
 {
@@ -53,18 +55,22 @@ int QVOrganizeCommand::run(const QStringList &arguments)
             copy = argument == QLatin1String("--copy");
         else if (argument == QLatin1String("--name") && i + 1 < arguments.size())
             naming = arguments.at(++i);
-        else if (argument == QLatin1String("--foundry-folders") || argument == QLatin1String("--no-foundry-folders"))
+        else if (argument == QLatin1String("--foundry-folders")
+            || argument == QLatin1String("--no-foundry-folders"))
             foundry = argument == QLatin1String("--foundry-folders");
-        else if (argument == QLatin1String("--letter-folders") || argument == QLatin1String("--no-letter-folders"))
+        else if (argument == QLatin1String("--letter-folders")
+            || argument == QLatin1String("--no-letter-folders"))
             letter = argument == QLatin1String("--letter-folders");
-        else if (argument == QLatin1String("--family-folders") || argument == QLatin1String("--no-family-folders"))
+        else if (argument == QLatin1String("--family-folders")
+            || argument == QLatin1String("--no-family-folders"))
             family = argument == QLatin1String("--family-folders");
         else if (!argument.startsWith(QLatin1Char('-')) && source.isEmpty())
             source = argument;
         else
             ok = false;
-        if (!ok || (!naming.isEmpty() && naming != QLatin1String("postscript") && naming != QLatin1String("family")
-                       && naming != QLatin1String("file"))) {
+        if (!ok
+            || (!naming.isEmpty() && naming != QLatin1String("postscript")
+                && naming != QLatin1String("family") && naming != QLatin1String("file"))) {
             err() << kUsage;
             err().flush();
             return UsageError;
@@ -110,8 +116,9 @@ int QVOrganizeCommand::run(const QStringList &arguments)
     // Locked folders are refused before anything moves.
     if (!settings.copyFontFiles() && !isWritableFolder(source)) {
         err() << "Source Files Locked: "
-              << QStringLiteral("The source folder \"%1\" is locked and the files cannot be moved. Use the Copy "
-                                "option instead.")
+              << QStringLiteral(
+                     "The source folder \"%1\" is locked and the files cannot be moved. Use the Copy "
+                     "option instead.")
                      .arg(source)
               << '\n';
         err().flush();
@@ -119,8 +126,9 @@ int QVOrganizeCommand::run(const QStringList &arguments)
     }
     if (!isWritableFolder(library)) {
         err() << "Destination Folder Locked: "
-              << QStringLiteral("The destination folder \"%1\" is locked and the files cannot be saved there. "
-                                "Please choose a different folder.")
+              << QStringLiteral(
+                     "The destination folder \"%1\" is locked and the files cannot be saved there. "
+                     "Please choose a different folder.")
                      .arg(library)
               << '\n';
         err().flush();
@@ -170,7 +178,8 @@ int QVOrganizeCommand::run(const QStringList &arguments)
                 organizer.cancelOrganizing();
         });
         poll.start(50);
-        organizer.organizeFonts(library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
+        organizer.organizeFonts(
+            library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
         loop.exec();
         organizer.organizeFontsQueue()->waitUntilAllOperationsAreFinished();
     }
@@ -184,9 +193,9 @@ int QVOrganizeCommand::run(const QStringList &arguments)
     QStringList failures;
     for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems)) {
         for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
-            const QString error
-                = !status->copiedToLibraryErrorInfo.isEmpty() ? status->copiedToLibraryErrorInfo
-                                                              : status->movedToLibraryErrorInfo;
+            const QString error = !status->copiedToLibraryErrorInfo.isEmpty()
+                ? status->copiedToLibraryErrorInfo
+                : status->movedToLibraryErrorInfo;
             if (!error.isEmpty())
                 failures << QStringLiteral("  %1 (%2): %3")
                                 .arg(QVQuarantineStore::displayName(file, status), status->fontURL, error);

@@ -15,7 +15,6 @@
 #include <QFileInfo>
 #include <QThread>
 #include <QTimer>
-
 #include <filesystem>
 #include <system_error>
 
@@ -93,22 +92,21 @@ bool QVFontOrganizer::copying() const
 
 void QVFontOrganizer::onMainThreadAndWait(const std::function<void()> &work)
 {
-    QCoreApplication *app = QCoreApplication::instance();
-    if (!app || QThread::currentThread() == app->thread()) {
+    if (!QCoreApplication::instance() || QThread::currentThread() == thread()) {
         work();
         return;
     }
-    QMetaObject::invokeMethod(app, work, Qt::BlockingQueuedConnection);
+    QMetaObject::invokeMethod(this, work, Qt::BlockingQueuedConnection);
 }
 
 void QVFontOrganizer::onMainThread(const std::function<void()> &work)
 {
-    QCoreApplication *app = QCoreApplication::instance();
-    if (!app) {
+    if (!QCoreApplication::instance()) {
         work();
         return;
     }
-    QMetaObject::invokeMethod(app, work, Qt::QueuedConnection);
+    // Queued on the organizer: work left when it goes is dropped with it.
+    QMetaObject::invokeMethod(this, work, Qt::QueuedConnection);
 }
 
 void QVFontOrganizer::organizeFonts(const QString &libraryPath, const CompletionBlock &completionBlock)
@@ -141,8 +139,8 @@ void QVFontOrganizer::executeOrganizeFontsQueue(const CompletionBlock &completio
     if (m_organizeFontsQueue)
         m_organizeFontsQueue->waitUntilAllOperationsAreFinished();
     m_organizeFontsQueue = std::make_unique<QVOperationQueue>();
-    m_organizeFontsQueue->addOperation(std::make_shared<QVOperation>(
-        [this, completionBlock] { organizeFontsOperation(completionBlock); }));
+    m_organizeFontsQueue->addOperation(
+        std::make_shared<QVOperation>([this, completionBlock] { organizeFontsOperation(completionBlock); }));
 }
 
 void QVFontOrganizer::organizeFontsOperation(const CompletionBlock &completionBlock)
@@ -277,7 +275,8 @@ QString QVFontOrganizer::suitcaseMemberFileName(
         if (fontStatus->fontStyle == QLatin1String("Plain"))
             fileName = name;
         else
-            fileName = QStringLiteral("%1 %2").arg(name, QString(fontStatus->fontStyle).remove(QLatin1Char(',')));
+            fileName
+                = QStringLiteral("%1 %2").arg(name, QString(fontStatus->fontStyle).remove(QLatin1Char(',')));
     }
     if (fileName.isEmpty())
         fileName = QFileInfo(fontStatus->fontURL.isEmpty() ? fontFile->URL : fontStatus->fontURL).fileName();
@@ -303,6 +302,19 @@ QList<QVFontOrganizer::Placement> QVFontOrganizer::placements() const
     return m_placements;
 }
 
+void QVFontOrganizer::advanceProgress(int fonts, const QString &label)
+{
+    // On the main thread behind the cancel's own update, which stays shown.
+    onMainThread([this, fonts, label] {
+        if (m_doCancel)
+            return;
+        if (fonts > 0)
+            m_progress->increment(fonts);
+        if (!label.isNull())
+            m_progress->setLabel(label);
+    });
+}
+
 void QVFontOrganizer::createLibrary()
 {
     onMainThread([this] {
@@ -319,16 +331,17 @@ void QVFontOrganizer::createLibrary()
         if (m_doCancel)
             return;
         if (fontFile->copiedOrMoved() || fontFile->hasErrors()) {
-            m_progress->increment(fontFile->fontStatusArray.size());
+            advanceProgress(fontFile->fontStatusArray.size(), QString());
             continue;
         }
         const QList<QVStatusPtr> statuses = fontFile->fontStatusArray;
         for (const QVStatusPtr &fontStatus : statuses) {
             if (m_doCancel)
                 return;
-            m_progress->increment();
-            if (fontStatus->copiedOrMoved() || statusHasErrors(fontStatus) || parentStatusHasErrors(fontStatus)
-                || fontStatus->fontType == 1 || fontStatus->fontType == 2)
+            advanceProgress(1, QString());
+            if (fontStatus->copiedOrMoved() || statusHasErrors(fontStatus)
+                || parentStatusHasErrors(fontStatus) || fontStatus->fontType == 1
+                || fontStatus->fontType == 2)
                 continue;
 
             const QString name = fontDisplayName(fontFile, fontStatus);
@@ -350,8 +363,9 @@ void QVFontOrganizer::createLibrary()
             const bool suitcaseMember
                 = fontFile->fontFileType == 0 && (fontStatus->fontType == 0 || fontStatus->fontType == 3);
             if (suitcaseMember) {
-                m_progress->setLabel(
-                    (copy ? QStringLiteral("Copying font \"%1\"") : QStringLiteral("Moving font \"%1\"")).arg(name));
+                advanceProgress(0,
+                    (copy ? QStringLiteral("Copying font \"%1\"") : QStringLiteral("Moving font \"%1\""))
+                        .arg(name));
                 const QString fileName = suitcaseMemberFileName(fontFile, fontStatus);
                 m_copiedOrMovedFonts = true;
                 onMainThreadAndWait([&] { moveSuitcaseMember(fontFile, fontStatus, folder, fileName); });
@@ -359,8 +373,9 @@ void QVFontOrganizer::createLibrary()
             }
 
             const QString fileName = QFileInfo(fontFile->URL).fileName();
-            m_progress->setLabel((copy ? QStringLiteral("Copying font file \"%1\"")
-                                       : QStringLiteral("Moving font file \"%1\""))
+            advanceProgress(0,
+                (copy ? QStringLiteral("Copying font file \"%1\"")
+                      : QStringLiteral("Moving font file \"%1\""))
                     .arg(fileName));
             m_copiedOrMovedFonts = true;
             onMainThreadAndWait([&] { moveFileToFolder(fontFile, fontStatus, folder); });
@@ -386,7 +401,8 @@ void QVFontOrganizer::moveSuitcaseMember(const QVFontFilePtr &fontFile, const QV
             qUtf8Printable(result));
     } else {
         m_copiedOrMovedFonts = true;
-        QVQuarantineStore::updateFontMovedStatus(fontFile, fontStatus->PSname, fontStatus->fontName, false, false);
+        QVQuarantineStore::updateFontMovedStatus(
+            fontFile, fontStatus->PSname, fontStatus->fontName, false, false);
         if (existsOrLink(destination))
             addPlacement({ source, destination, fontStatus->fontName, copy });
     }
@@ -409,8 +425,8 @@ QString QVFontOrganizer::moveFileToFolder(
     const QString destination = QVQuarantineStore::uniqueDestination(base, fileName, true);
 
     if (existsOrLink(fontFile->URL)) {
-        const QVFilePair::Result result
-            = copy ? QVFilePair::copy(fontFile->URL, destination) : QVFilePair::move(fontFile->URL, destination);
+        const QVFilePair::Result result = copy ? QVFilePair::copy(fontFile->URL, destination)
+                                               : QVFilePair::move(fontFile->URL, destination);
         if (!result) {
             m_lastFailureReason = result.message;
             const QString text

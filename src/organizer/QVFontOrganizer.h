@@ -63,7 +63,8 @@ public:
     // The PostScript outline record that belongs to a bitmap font, or null.
     QVStatusPtr getSisterPostScriptFont(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus) const;
     // Copies or moves the whole file into the folder. Null, or the error.
-    QString moveFileToFolder(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, const QString &folder);
+    QString moveFileToFolder(
+        const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, const QString &folder);
     // Sends the bitmap font's PostScript outlines after it. Whether the last
     // one arrived.
     bool moveSisterPostScriptFontToFolder(
@@ -95,14 +96,17 @@ public:
     // the end or 2 seconds after a cancel; the alert says the run is done.
     std::function<void()> showProgressSheet;
     std::function<void()> closeProgressSheet;
-    std::function<void(const QString &message, const QString &informativeText, const QString &button)> showAlert;
+    std::function<void(const QString &message, const QString &informativeText, const QString &button)>
+        showAlert;
     std::function<void(const QString &path)> revealLibraryFolder;
 
 private:
-    // Runs the work on the main thread and waits for it; inline when already
-    // there (or with no application).
+    // Runs the work on the organizer's (the main) thread and waits for it;
+    // inline when already there (or with no application).
     void onMainThreadAndWait(const std::function<void()> &work);
     void onMainThread(const std::function<void()> &work);
+    // Moves the bar on by some fonts and shows a label (unless null).
+    void advanceProgress(int fonts, const QString &label);
     QString storeError(const QVStatusPtr &fontStatus, const QString &text);
     void moveSuitcaseMember(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus,
         const QString &folder, const QString &fileName);

@@ -1,10 +1,12 @@
-#include "organizer/QVOrganizerFixtures.h"
-
 #include "engine/QVFontConstants.h"
+#include "organizer/QVOrganizerFixtures.h"
 #include "settings/QVProgress.h"
+#include "settings/QVStringTable.h"
+#include "store/QVOperationQueue.h"
 
 #include <QEventLoop>
 #include <QFile>
+#include <QRegularExpression>
 #include <QTimer>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -16,8 +18,6 @@ using namespace QVStoreFixtures;
 
 namespace
 {
-
-const QString kNimbusRegular = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
 
 // The Nimbus Sans bitmap suitcase and its PostScript outline (t1mac, LWFN in
 // an AppleDouble sidecar) side by side in a folder.
@@ -34,7 +34,8 @@ protected:
     BitmapWithOutline nimbusPair(const QString &folder)
     {
         BitmapWithOutline pair;
-        pair.suitcase = makeSuitcase(folder + "/Nimbus Sans", { { kNimbusRegular, 10 }, { kNimbusRegular, 12 } });
+        pair.suitcase = makeSuitcase(folder + "/Nimbus Sans",
+            { { kNimbusRegular, 10 }, { kNimbusRegular, 12 } }, "NimbusSans-Regular");
         pair.outline = qvtest::makeOutlineFile(folder);
         return pair;
     }
@@ -44,7 +45,7 @@ TEST_F(LibraryLayoutTest, WithEveryLevelOffEveryFontLandsInTheLibraryFolder)
 {
     qvtest::copyFont(kDejaVuSans, source + "/a");
     qvtest::copyFont(kC059Roman, source + "/b");
-    makeSuitcase(source + "/b/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    makeSuitcase(source + "/b/Serif Suitcase", { { kDejaVuSerif, 10 } }, "DejaVuSerif");
     nimbusPair(source + "/c");
     organize();
 
@@ -53,7 +54,7 @@ TEST_F(LibraryLayoutTest, WithEveryLevelOffEveryFontLandsInTheLibraryFolder)
     // Whole files keep their names, the suitcase member is named by family,
     // and the outline followed its bitmap font.
     EXPECT_EQ(placed,
-        QStringList({ "C059-Roman.otf", "DejaVu Serif", "DejaVuSans.ttf", "Nimbus Sans", "NimbuSanReg" }))
+        QStringList({ "C059-Roman.otf", "DejaVu Serif", "DejaVuSans.ttf", "NimbuSanReg", "Nimbus Sans" }))
         << qPrintable(placed.join(", "));
     for (const QString &file : placed)
         EXPECT_FALSE(file.contains('/')) << qPrintable(file);
@@ -68,7 +69,7 @@ TEST_F(LibraryLayoutTest, FoldersGoFoundryLetterFamilyWithGenericForABitmapFontW
 {
     setLevels(true, true, true);
     qvtest::copyFont(kDejaVuSans, source + "/a");
-    makeSuitcase(source + "/b/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    makeSuitcase(source + "/b/Serif Suitcase", { { kDejaVuSerif, 10 } }, "DejaVuSerif");
     const BitmapWithOutline pair = nimbusPair(source + "/c");
     organize();
     EXPECT_EQ(organizer->problemFontCount(), 0);
@@ -94,7 +95,9 @@ TEST_F(LibraryLayoutTest, FoldersGoFoundryLetterFamilyWithGenericForABitmapFontW
     EXPECT_EQ(sister->fontURL, pair.outline);
     ASSERT_FALSE(sister->fontFoundry.isEmpty());
     EXPECT_NE(sister->fontFoundry, "Generic");
-    const QString nimbusFolder = library + "/" + sister->fontFoundry + "/N/" + bitmap->familyName;
+    // The examiner gives a bitmap font no family name: the font name serves.
+    EXPECT_TRUE(bitmap->familyName.isEmpty());
+    const QString nimbusFolder = library + "/" + sister->fontFoundry + "/N/Nimbus Sans";
     EXPECT_TRUE(QFile::exists(nimbusFolder + "/Nimbus Sans")) << qPrintable(filesBelow(library).join(", "));
     EXPECT_TRUE(QFile::exists(nimbusFolder + "/NimbuSanReg")) << qPrintable(filesBelow(library).join(", "));
     EXPECT_TRUE(bitmap->copiedSisterToLibrary);
@@ -143,31 +146,52 @@ TEST_F(LibraryLayoutTest, AnOutlineAlreadyInTheLibraryIsLeftAndCountsAsDone)
 
 TEST_F(LibraryLayoutTest, SuitcaseMembersAreNamedByPostScriptFamilyOrFileName)
 {
-    makeSuitcase(source + "/Nimbus BI", { { kNimbusBoldItalic, 10 } });
+    makePanicSuitcase(source + "/Panic");
     scan();
-    const QVFontFilePtr file = fileOf("Nimbus BI");
+    const QVFontFilePtr file = fileOf("Panic");
     ASSERT_TRUE(file);
-    const QVStatusPtr member = file->fontStatusArray.value(0);
-    ASSERT_TRUE(member);
-    ASSERT_EQ(member->fontStyle, "Bold, Italic");
+    QVStatusPtr boldItalic;
+    for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+        if (status->fontStyle == "Bold, Italic")
+            boldItalic = status;
+    }
+    ASSERT_TRUE(boldItalic);
+    EXPECT_EQ(boldItalic->fontName, "Panic Sans");
 
     setNaming(false, true);
-    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), member->fontName + " Bold Italic");
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, boldItalic), "Panic Sans Bold Italic");
     setNaming(true, false);
-    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), member->PSname);
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, boldItalic), "PanicSans-BoldItalic");
     setNaming(false, false);
-    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), "Nimbus BI");
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, boldItalic), "Panic");
 
-    // A bitmap whose PostScript name is already the short one gets ".suit".
-    member->PS533name = member->PSname;
-    setNaming(true, false);
-    EXPECT_EQ(organizer->suitcaseMemberFileName(file, member), member->PSname + ".suit");
-    member->PS533name.clear();
-
+    // Family naming: the four members become four one-font suitcases.
     setNaming(false, true);
     organizer->createLibrary();
-    EXPECT_TRUE(QFile::exists(library + "/" + member->fontName + " Bold Italic"))
-        << qPrintable(filesBelow(library).join(", "));
+    EXPECT_EQ(organizer->problemFontCount(), 0);
+    EXPECT_EQ(filesBelow(library),
+        QStringList({ "Panic Sans", "Panic Sans Bold", "Panic Sans Bold Italic", "Panic Sans Italic" }));
+    const QString fork = extractFork(library + "/Panic Sans Bold Italic", work + "/out");
+    // One family record with one entry: the outline (size 0) of style 3.
+    EXPECT_TRUE(QRegularExpression("^Panic Sans \\d+ 0/3/\\d+$")
+                    .match(fontToolsFONDEntries(fork).trimmed())
+                    .hasMatch())
+        << qPrintable(fontToolsFONDEntries(fork));
+}
+
+TEST_F(LibraryLayoutTest, ABitmapFontWhosePostScriptNameIsTheShortOneGetsSuit)
+{
+    makeSuitcase(source + "/Nimbus Sans", { { kNimbusRegular, 10 } }, "NimbuSanReg");
+    scan();
+    const QVFontFilePtr file = fileOf("Nimbus Sans");
+    const QVStatusPtr bitmap = file->fontStatusArray.value(0);
+    ASSERT_TRUE(bitmap);
+    ASSERT_EQ(bitmap->PSname, "NimbuSanReg");
+    ASSERT_EQ(bitmap->PS533name, bitmap->PSname);
+    setNaming(true, false);
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, bitmap), "NimbuSanReg.suit");
+    organizer->createLibrary();
+    EXPECT_EQ(filesBelow(library), QStringList({ "NimbuSanReg.suit" }));
 }
 
 TEST_F(LibraryLayoutTest, ATrueTypeMemberIsFiledUnderItsFullNameUnlessThatHoldsTheFamilyName)
@@ -202,59 +226,72 @@ TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamil
     qvtest::copyFont(kDejaVuSans, source, "Duplicate.ttf");
     qvtest::copyFont(kDejaVuSans, source, "Damaged.ttf");
     qvtest::copyFont(kDejaVuSans, source, "Twice.ttf");
-    makeSuitcase(source + "/C059 Suitcase",
-        { { kC059Roman, 10 }, { kC059Roman, 12 },
-            { "/usr/share/fonts/opentype/urw-base35/C059-Bold.otf", 10 } });
+    makeSuitcase(
+        source + "/Nimbus Sans", { { kNimbusRegular, 10 }, { kNimbusRegular, 12 } }, "NimbusSans-Regular");
+    // ufond without a PostScript name: the examiner's own defect keeps it out.
+    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } });
     scan();
     statusOf("Duplicate.ttf")->setFontError(QVErrorClass::Duplicate);
     statusOf("Damaged.ttf")->setFontError(QVErrorClass::Defect);
     statusOf("Twice.ttf")->setFontError(QVErrorClass::Duplicate);
     statusOf("Twice.ttf")->setFontError(QVErrorClass::MissingPostScript);
-    // The 12 point roman is damaged: the 10 point of that face stays too.
-    const QVStatusPtr roman12 = statusOf("C059 Suitcase", 12);
-    ASSERT_TRUE(roman12);
-    qvtest::withDefect(roman12, "Bad Table Data");
-    const QVStatusPtr roman10 = statusOf("C059 Suitcase", 10);
-    ASSERT_EQ(roman10->PSname, roman12->PSname);
-    EXPECT_TRUE(organizer->parentStatusHasErrors(roman10));
+    EXPECT_TRUE(statusOf("Serif Suitcase")->fontErrorsInfo.contains("Missing PostScript Name"));
+    // The 12 point is damaged: the 10 point of that face stays too.
+    const QVStatusPtr size12 = statusOf("Nimbus Sans", 12);
+    const QVStatusPtr size10 = statusOf("Nimbus Sans", 10);
+    ASSERT_TRUE(size12 && size10);
+    EXPECT_FALSE(organizer->parentStatusHasErrors(size10));
+    qvtest::withDefect(size12, "Bad Table Data");
+    EXPECT_TRUE(organizer->parentStatusHasErrors(size10));
+    EXPECT_FALSE(QVFontOrganizer::statusHasErrors(size10));
 
     organizer->createLibrary();
-    const QStringList placed = filesBelow(library);
-    EXPECT_TRUE(placed.contains("Duplicate.ttf"));
-    EXPECT_FALSE(placed.contains("Damaged.ttf"));
-    EXPECT_FALSE(placed.contains("Twice.ttf"));
-    // Only the bold face of the suitcase went.
-    EXPECT_EQ(placed.filter("C059"), QStringList({ "C059 Bold" })) << qPrintable(placed.join(", "));
+    EXPECT_EQ(filesBelow(library), QStringList({ "Duplicate.ttf" }));
+    EXPECT_EQ(organizer->problemFontCount(), 0);
 }
 
 TEST_F(LibraryLayoutTest, MovingASuitcaseMemberLeavesTheSuitcaseWithoutItAndMakesAOneFontSuitcase)
 {
     settings.setCopyFontFiles(false);
-    const QString path = source + "/Two Families";
-    ASSERT_TRUE(QVStoreFixtures::makeSuitcase(
-        path, mergeForks(c059Fork(work), dejaVuSerifFork(work)), QVForkStorage::Place::AppleDouble));
+    const QString path = makePanicSuitcase(source + "/Panic");
     scan();
-    // Only DejaVu Serif is healthy.
-    for (const QVStatusPtr &status : fileOf("Two Families")->fontStatusArray) {
-        if (status->fontName != "DejaVu Serif")
+    // Only the bold face is healthy.
+    QVStatusPtr bold;
+    for (const QVStatusPtr &status : fileOf("Panic")->fontStatusArray) {
+        if (status->fontStyle == "Bold")
+            bold = status;
+        else
             qvtest::withDefect(status, "Bad Table Data");
     }
+    ASSERT_TRUE(bold);
     organizer->createLibrary();
     EXPECT_EQ(organizer->problemFontCount(), 0);
+    EXPECT_TRUE(bold->movedToLibrary);
 
-    const QString moved = library + "/DejaVu Serif";
-    ASSERT_TRUE(QFile::exists(moved)) << qPrintable(filesBelow(library).join(", "));
+    const QString moved = library + "/Panic Sans Bold";
+    ASSERT_EQ(filesBelow(library), QStringList({ "Panic Sans Bold" }));
     const QString movedFork = extractFork(moved, work + "/out");
-    EXPECT_EQ(fontToolsFONDEntries(movedFork).trimmed(), "DejaVu Serif: (10, 0)");
-    EXPECT_FALSE(fontToolsListing(movedFork).contains("ERROR"));
+    const QString entries = fontToolsFONDEntries(movedFork).trimmed();
+    const QRegularExpressionMatch match = QRegularExpression("^Panic Sans \\d+ 0/1/(\\d+)$").match(entries);
+    ASSERT_TRUE(match.hasMatch()) << qPrintable(entries);
+    const QString boldEntry = "0/1/" + match.captured(1);
+    // fontTools opens the outline in the new suitcase.
+    EXPECT_EQ(python(R"(
+import sys
+from fontTools.ttLib import TTFont
+f = TTFont(sys.argv[1], res_name_or_index=1)
+print(f['name'].getDebugName(6))
+)",
+                  { movedFork })
+                  .trimmed(),
+        "PanicSans-Bold");
     int status = -1;
-    EXPECT_TRUE(showfond(movedFork, &status).contains("DejaVu Serif"));
+    EXPECT_TRUE(showfond(movedFork, &status).contains("Panic Sans"));
     EXPECT_EQ(status, 0);
 
     const QString left = fontToolsFONDEntries(extractFork(path, work + "/left"));
-    EXPECT_FALSE(left.contains("DejaVu Serif")) << qPrintable(left);
-    EXPECT_TRUE(left.contains("C059")) << qPrintable(left);
-    // Finder info of a suitcase.
+    EXPECT_FALSE(left.contains(boldEntry)) << qPrintable(left);
+    EXPECT_EQ(left.count('/'), 6) << qPrintable(left);
     QByteArray info;
     QVForkStorage::readFinderInfo(moved, &info);
     EXPECT_EQ(info.left(8), "FFILDMOV");
@@ -295,7 +332,7 @@ TEST_F(LibraryLayoutTest, OrganizingOneSourceTwiceNeitherLosesNorOverwritesAFile
     setLevels(true, true, true);
     qvtest::copyFont(kDejaVuSans, source + "/a", "Sans.ttf");
     qvtest::copyFont(kDejaVuSansBold, source + "/b", "Sans.ttf");
-    makeSuitcase(source + "/c/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    makeSuitcase(source + "/c/Serif Suitcase", { { kDejaVuSerif, 10 } }, "DejaVuSerif");
     nimbusPair(source + "/d");
     const QMap<QString, QString> sourceBefore = hashesBelow(source);
 
@@ -310,17 +347,33 @@ TEST_F(LibraryLayoutTest, OrganizingOneSourceTwiceNeitherLosesNorOverwritesAFile
     // The second run added numbered copies, except for the outline already there.
     EXPECT_EQ(second.size(), first.size() * 2 - 1) << qPrintable(QStringList(second.keys()).join(", "));
 
-    // Then moved: every source file ends up in the library, nothing is lost.
+    // Then moved: every source font ends up in the library, nothing is lost.
+    // A whole file arrives as it was; a suitcase member arrives in a new
+    // suitcase holding the same strike.
+    auto fontResources = [this](const QString &path) {
+        QStringList lines = fontToolsListing(extractFork(path, work + "/listing")).split('\n');
+        // Type, ID and size: the new suitcase names its strikes by family.
+        QStringList strikes;
+        for (const QString &line : lines.filter(QRegularExpression("^(NFNT|sfnt) ")))
+            strikes << line.section(' ', 0, 1) + ' ' + line.section(' ', -1);
+        return strikes;
+    };
+    const QStringList serifStrikes = fontResources(source + "/c/Serif Suitcase");
+    ASSERT_EQ(serifStrikes.size(), 1);
     settings.setCopyFontFiles(false);
     organize();
     const QMap<QString, QString> third = hashesBelow(library);
     for (auto it = second.begin(); it != second.end(); ++it)
         EXPECT_EQ(third.value(it.key()), it.value()) << qPrintable(it.key());
     const QList<QString> kept = third.values();
-    for (auto it = sourceBefore.begin(); it != sourceBefore.end(); ++it) {
-        if (!QFile::exists(source + "/" + it.key()))
-            EXPECT_TRUE(kept.contains(it.value())) << qPrintable(it.key());
+    for (const QString &file : QStringList { "a/Sans.ttf", "b/Sans.ttf" }) {
+        EXPECT_FALSE(QFile::exists(source + "/" + file));
+        EXPECT_TRUE(kept.contains(sourceBefore.value(file))) << qPrintable(file);
     }
+    EXPECT_FALSE(QFile::exists(source + "/c/Serif Suitcase"));
+    EXPECT_EQ(fontResources(library + "/Generic/D/DejaVu Serif/DejaVu Serif 2").join('\n').toStdString(),
+        serifStrikes.join('\n').toStdString())
+        << qPrintable(QStringList(third.keys()).join(", "));
     // The outline the library already had stays in the source.
     EXPECT_TRUE(QFile::exists(source + "/d/NimbuSanReg"));
 }
@@ -328,7 +381,7 @@ TEST_F(LibraryLayoutTest, OrganizingOneSourceTwiceNeitherLosesNorOverwritesAFile
 TEST_F(LibraryLayoutTest, AFolderThatCannotBeMadeIsAnErrorOnTheFontAndTheRunGoesOn)
 {
     setLevels(true, false, false);
-    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } }, "DejaVuSerif");
     qvtest::copyFont(kDejaVuSans, source);
     // A file where the foundry folder would go.
     QFile(library + "/Generic").open(QIODevice::WriteOnly);
@@ -372,7 +425,8 @@ TEST_F(LibraryLayoutTest, ACopyThatFailsIsStoredCountedAndLosesNothing)
     const QVStatusPtr sans = statusOf("DejaVuSans.ttf");
     EXPECT_EQ(organizer->problemFontCount(), 1);
     // "reason (suggestion, code)"
-    EXPECT_TRUE(sans->copiedToLibraryErrorInfo.endsWith(", 1)")) << qPrintable(sans->copiedToLibraryErrorInfo);
+    EXPECT_TRUE(sans->copiedToLibraryErrorInfo.endsWith(", 1)"))
+        << qPrintable(sans->copiedToLibraryErrorInfo);
     EXPECT_FALSE(fileOf("DejaVuSans.ttf")->fileCopiedToLibrary);
     EXPECT_TRUE(filesBelow(library).isEmpty());
     EXPECT_EQ(fileSha256(source + "/DejaVuSans.ttf"), fileSha256(kDejaVuSans));
@@ -385,7 +439,7 @@ class OrganizeRunTest : public OrganizerTest
 TEST_F(OrganizeRunTest, ARunWritesTheSettingsCallsTheHooksAndEndsAfterTheLastCopy)
 {
     qvtest::copyFont(kDejaVuSans, source);
-    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } });
+    makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } }, "DejaVuSerif");
     QFile(library + "/Generic").open(QIODevice::WriteOnly);
     settings.setCreateFoundryFolders(true);
     settings.setShowLibraryFolder(true);
@@ -438,15 +492,17 @@ TEST_F(OrganizeRunTest, ACancelledRunStopsBeforeTheNextFontAndClosesTheSheetLate
             organizer->cancelOrganizing();
     });
     QEventLoop loop;
-    organizer->organizeFonts(library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
+    organizer->organizeFonts(
+        library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
     loop.exec();
     EXPECT_TRUE(organizer->doCancel());
     EXPECT_LT(filesBelow(library).size(), 3);
     EXPECT_GE(filesBelow(library).size(), 1);
-    EXPECT_EQ(organizer->progressWindow()->label(),
-        QVStringTable::text("organize.cancel.message"));
     EXPECT_FALSE(closed);
     QTimer::singleShot(2500, &loop, &QEventLoop::quit);
     loop.exec();
     EXPECT_TRUE(closed);
+    EXPECT_EQ(organizer->progressWindow()->label().toStdString(),
+        QVStringTable::text("organize.cancel.message").toStdString());
+    EXPECT_EQ(organizer->progressWindow()->value(), dataMgr->totalFonts);
 }

@@ -4,6 +4,8 @@
 
 #include "diagnosis/QVDiagnosisFixtures.h"
 #include "engine/QVFontDataManager.h"
+#include "engine/QVResourceFile.h"
+#include "engine/QVResourceManager.h"
 #include "organizer/QVFontOrganizer.h"
 #include "settings/QVSettings.h"
 #include "store/QVFileManager.h"
@@ -16,7 +18,6 @@
 #include <QDirIterator>
 #include <QMap>
 #include <gtest/gtest.h>
-
 #include <memory>
 
 namespace qvorg
@@ -27,6 +28,11 @@ inline const QString kDejaVuSansBold = QStringLiteral("/usr/share/fonts/truetype
 inline const QString kDejaVuSerif = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf");
 inline const QString kNimbusBoldItalic
     = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-BoldItalic.otf");
+inline const QString kNimbusRegular
+    = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
+// A real suitcase of four TrueType fonts (Plain, Bold, Italic, "Bold, Italic")
+// with PostScript names; its data fork is the resource fork.
+inline const QString kPanicSansDfont = QStringLiteral("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont");
 inline const QString kC059Roman = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Roman.otf");
 
 class OrganizerTest : public ::testing::Test
@@ -43,6 +49,8 @@ protected:
         setLevels(false, false, false);
         setNaming(false, true);
     }
+
+    void TearDown() override { QVResourceManager::closeAll(); }
 
     void setLevels(bool foundry, bool letter, bool family)
     {
@@ -131,12 +139,53 @@ protected:
     }
 
     // A suitcase of bitmap strikes made by otf2bdf and ufond, its fork in an
-    // AppleDouble sidecar.
-    QString makeSuitcase(const QString &path, const QList<QVStoreFixtures::Strike> &strikes)
+    // AppleDouble sidecar. ufond names the PostScript font of a family only
+    // when given its pfb, which this fondu build cannot read; without the name
+    // the examiner rightly finds "Missing PostScript Name". With postScriptName
+    // set, the family record gets the style-mapping table that names it (58
+    // bytes of header, all styles on the first name, then the name list).
+    QString makeSuitcase(const QString &path, const QList<QVStoreFixtures::Strike> &strikes,
+        const QByteArray &postScriptName = QByteArray())
     {
-        const QByteArray fork = QVStoreFixtures::ufondFork(work + QLatin1Char('/') + QFileInfo(path).fileName(), strikes);
+        QByteArray fork
+            = QVStoreFixtures::ufondFork(work + QLatin1Char('/') + QFileInfo(path).fileName(), strikes);
         EXPECT_FALSE(fork.isEmpty()) << "ufond made nothing for " << qPrintable(path);
+        if (!postScriptName.isEmpty())
+            fork = withPostScriptName(fork, postScriptName);
         EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, fork, QVForkStorage::Place::AppleDouble));
+        return path;
+    }
+
+    static QByteArray withPostScriptName(const QByteArray &fork, const QByteArray &postScriptName)
+    {
+        qint16 error = 0;
+        auto parsed = QVResourceFile::parse(fork, &error);
+        EXPECT_TRUE(parsed);
+        if (!parsed)
+            return fork;
+        for (QVResourceFile::Entry &entry : parsed->entries) {
+            if (entry.type != qvFourCC("FOND") || entry.data.size() < 59)
+                continue;
+            const qint32 table = qint32(entry.data.size());
+            entry.data[24] = char(table >> 24);
+            entry.data[25] = char(table >> 16);
+            entry.data[26] = char(table >> 8);
+            entry.data[27] = char(table);
+            entry.data.append(QByteArray(58, '\0'));
+            entry.data.append(char(0));
+            entry.data.append(char(1));
+            entry.data.append(char(postScriptName.size()));
+            entry.data.append(postScriptName);
+        }
+        return parsed->serialize(&error);
+    }
+
+    // Panic Sans as a suitcase with its fork in an AppleDouble sidecar.
+    static QString makePanicSuitcase(const QString &path)
+    {
+        QFile dfont(kPanicSansDfont);
+        EXPECT_TRUE(dfont.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, dfont.readAll(), QVForkStorage::Place::AppleDouble));
         return path;
     }
 
