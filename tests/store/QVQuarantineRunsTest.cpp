@@ -1,6 +1,8 @@
 #include "store/QVQuarantineRuns.h"
 
 #include "engine/QVResourceManager.h"
+#include "platform/QVAppleDouble.h"
+#include "platform/QVExtendedAttributes.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVProgress.h"
@@ -114,9 +116,16 @@ TEST(QVQuarantineRuns, RoundTripKeepsEveryForkPlaceByteIdentical)
     paths << home.writeFile("fonts/3/Serif.dfont", fork);
     QVForkStorage::writeFinderInfo(paths.last(), QByteArray("FFILDMOV").leftJustified(32, '\0'));
     paths << home.writeFile("fonts/4/Plain.otf", "OTTO data");
+    // Finder info only, in the attribute netatalk 3 and Samba keep.
+    paths << home.writeFile("fonts/5/Meta.ttf", "true data");
+    QVAppleDouble metadata;
+    metadata.setEntry(QVAppleDouble::FinderInfo, QByteArray("FFILDMOV").leftJustified(32, '\0'));
+    ASSERT_EQ(
+        QVExtendedAttributes::set(paths.last(), QVForkStorage::kNetatalkAttribute, metadata.serialize()), 0);
+    ASSERT_EQ(QVForkStorage::finderInfoPlace(paths.last()), QVForkStorage::Place::NetatalkMetadata);
     for (const QString &path : std::as_const(paths)) {
         hashes << forkHashes(path);
-        auto file = oneFont(path, QFileInfo(path).fileName(), 0, path.endsWith(".otf") ? 1 : 0);
+        auto file = oneFont(path, QFileInfo(path).fileName(), 0, path.contains(".") ? 1 : 0);
         ASSERT_TRUE(store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
         ASSERT_FALSE(QFileInfo::exists(path));
     }
@@ -239,9 +248,7 @@ TEST(QVQuarantineRuns, ElevenRowsShowProgressAndCanBeCancelled)
     EXPECT_EQ(changes, 0);
     EXPECT_EQ(progress.label(), QString());
 
-    runs.checkedRowsArray = { 0, 1 };
-    // 2 rows restored above: ten rows left, eleven checked is impossible, so
-    // the twelve are made again.
+    // Ten rows went back; ten more make twelve again, eleven of them checked.
     EXPECT_EQ(runs.rowArray.size(), 2);
     for (int i = 0; i < 10; ++i) {
         auto file
@@ -252,7 +259,7 @@ TEST(QVQuarantineRuns, ElevenRowsShowProgressAndCanBeCancelled)
     runs.checkedRowsArray.clear();
     for (int i = 0; i < 11; ++i)
         runs.checkedRowsArray << i;
-    // Cancel as the third row starts.
+    // Cancel is asked during the second row, and met as the third begins.
     QObject::connect(&progress, &QVProgress::changed, [&]() {
         if (progress.value() > 2 * 100.0 / 12 - 0.01 && progress.value() < 99)
             runs.cancelRequested = true;
@@ -263,4 +270,29 @@ TEST(QVQuarantineRuns, ElevenRowsShowProgressAndCanBeCancelled)
     EXPECT_EQ(result.handledRows.size(), 2);
     EXPECT_DOUBLE_EQ(progress.value(), 100);
     EXPECT_EQ(store.quarantinedFilesDataArray.size(), 10);
+}
+
+TEST(QVQuarantineRuns, AFolderChosenAfterAnErrorServesOneRowUnlessAppliedToAll)
+{
+    for (const bool applyToAll : { false, true }) {
+        SCOPED_TRACE(applyToAll);
+        QVTestHome home;
+        QVQuarantineStore store;
+        QVSuitcaseSurgery surgery(&store);
+        for (const QString &name : { QStringLiteral("Alpha"), QStringLiteral("Beta") }) {
+            auto file = oneFont(home.writeFile("f/" + name + ".otf", name.toUtf8()), name);
+            ASSERT_TRUE(store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
+        }
+        const QString chosen = home.path() + "/chosen";
+        QDir().mkpath(chosen);
+        QVQuarantineRuns runs(&store, &surgery);
+        runs.isHandlingError = true;
+        runs.applyToAll = applyToAll;
+        runs.checkedRowsArray = { 0, 1 };
+        const auto result = runs.restoreQuarantinedFiles(chosen);
+        EXPECT_TRUE(result.errors.isEmpty());
+        EXPECT_TRUE(QFileInfo::exists(chosen + "/Alpha.otf"));
+        EXPECT_EQ(QFileInfo::exists(chosen + "/Beta.otf"), applyToAll);
+        EXPECT_EQ(QFileInfo::exists(home.path() + "/f/Beta.otf"), !applyToAll);
+    }
 }

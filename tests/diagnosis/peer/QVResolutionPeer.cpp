@@ -3,7 +3,8 @@
 // Every file is a problem font ("Bad Table Data") to be quarantined whole; each
 // member of a "suitcase:" file is one to be taken out singly. The process kills
 // itself with SIGKILL as soon as KILL_AFTER fonts reached the quarantine (0:
-// never), leaving whatever a real crash would leave.
+// never), leaving whatever a real crash would leave. At the end it prints
+// "moved PATH" or "kept PATH: ERROR" for each font.
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVResouceFork.h"
@@ -74,7 +75,7 @@ int main(int argc, char *argv[])
     QCoreApplication app(argc, argv);
     const QStringList arguments = app.arguments().mid(1);
     if (arguments.size() < 2) {
-        std::fprintf(stderr, "usage: qv-resolution-peer KILL_AFTER FILE...\n");
+        std::fprintf(stderr, "usage: qv-resolution-peer KILL_AFTER FILE... [suitcase:FILE]...\n");
         return 2;
     }
     const int killAfter = arguments.first().toInt();
@@ -104,5 +105,13 @@ int main(int argc, char *argv[])
     };
     resolution.setProblemFontsArray(problems);
     resolution.resolveIssues();
+    // What became of each font, for the test to read.
+    for (const QVProblemFontPtr &entry : std::as_const(problems)) {
+        const QVStatusPtr &status = entry->fontStatus;
+        const QString line = status->movedToQuarantine
+            ? QStringLiteral("moved %1\n").arg(status->fontURL)
+            : QStringLiteral("kept %1: %2\n").arg(status->fontURL, status->movedToQuarantineErrorInfo);
+        std::fputs(line.toUtf8().constData(), stdout);
+    }
     return 0;
 }
