@@ -393,8 +393,13 @@ void QVFontOrganizer::moveSuitcaseMember(const QVFontFilePtr &fontFile, const QV
     // The surgery numbers a taken name the same way; knowing the place lets
     // the run say where the font went.
     const QString destination = QVQuarantineStore::uniqueDestination(folder.chopped(1), fileName, false);
-    const QString result
+    QString result
         = m_surgery->moveFontFromSuitcaseToFolder(fontFile, fontStatus, folder.chopped(1), fileName, copy);
+    // The surgery passes over a family it cannot write out; a font that did
+    // not arrive must not count as organized.
+    if (result.isEmpty() && !existsOrLink(destination))
+        result = QStringLiteral("%1 (%2)").arg(
+            QStringLiteral("The font could not be saved as \"%1\"").arg(destination), kRecoverySuggestion);
     if (!result.isEmpty()) {
         storeError(fontStatus, result);
         qCWarning(lcOrganizer, "Error trying to move font at \"%s\" (%s)", qUtf8Printable(source),
@@ -403,8 +408,7 @@ void QVFontOrganizer::moveSuitcaseMember(const QVFontFilePtr &fontFile, const QV
         m_copiedOrMovedFonts = true;
         QVQuarantineStore::updateFontMovedStatus(
             fontFile, fontStatus->PSname, fontStatus->fontName, false, false);
-        if (existsOrLink(destination))
-            addPlacement({ source, destination, fontStatus->fontName, copy });
+        addPlacement({ source, destination, fontStatus->fontName, copy });
     }
     moveSisterPostScriptFontToFolder(fontFile, fontStatus, folder.chopped(1));
 }

@@ -506,3 +506,47 @@ TEST_F(OrganizeRunTest, ACancelledRunStopsBeforeTheNextFontAndClosesTheSheetLate
         QVStringTable::text("organize.cancel.message").toStdString());
     EXPECT_EQ(organizer->progressWindow()->value(), dataMgr->totalFonts);
 }
+
+TEST_F(LibraryLayoutTest, ASuitcaseMemberThatCannotBeWrittenOutIsAnErrorAndItsOutlineStays)
+{
+    settings.setCopyFontFiles(false);
+    const BitmapWithOutline pair = nimbusPair(source);
+    const QString suitcaseBefore = forkHashes(pair.suitcase);
+    const QString outlineBefore = forkHashes(pair.outline);
+    scan();
+    if (!setImmutable(library, true))
+        GTEST_SKIP() << "cannot make a folder refuse changes here";
+    organizer->createLibrary();
+    setImmutable(library, false);
+
+    const QVStatusPtr bitmap = statusOf("Nimbus Sans", 10);
+    EXPECT_TRUE(bitmap->movedToLibraryErrorInfo.startsWith(
+        "The font could not be saved as \"" + library + "/Nimbus Sans\" ("))
+        << qPrintable(bitmap->movedToLibraryErrorInfo);
+    EXPECT_FALSE(bitmap->copiedOrMoved());
+    EXPECT_FALSE(bitmap->movedSisterToLibrary);
+    // The outline could not follow: its own record says why, in short.
+    const QVStatusPtr outline = statusOf("NimbuSanReg");
+    EXPECT_FALSE(outline->movedToLibraryErrorInfo.isEmpty());
+    EXPECT_FALSE(outline->movedToLibraryErrorInfo.contains(", 1)"))
+        << qPrintable(outline->movedToLibraryErrorInfo);
+    EXPECT_GE(organizer->problemFontCount(), 2);
+    EXPECT_EQ(forkHashes(pair.suitcase), suitcaseBefore);
+    EXPECT_EQ(forkHashes(pair.outline), outlineBefore);
+    EXPECT_TRUE(filesBelow(library).isEmpty());
+}
+
+TEST(FileCopiedStatus, AFileCountsAsCopiedWhenEveryFontInItIs)
+{
+    auto file = std::make_shared<QVFontFile>("/nowhere/Two.ttc");
+    QVFontOrganizer::updateFileCopiedStatus(file);
+    EXPECT_TRUE(file->fileCopiedToLibrary);
+    file->fileCopiedToLibrary = false;
+    file->fontStatusArray = { std::make_shared<QVStatus>(), std::make_shared<QVStatus>() };
+    file->fontStatusArray[0]->copiedToLibrary = true;
+    QVFontOrganizer::updateFileCopiedStatus(file);
+    EXPECT_FALSE(file->fileCopiedToLibrary);
+    file->fontStatusArray[1]->copiedToLibrary = true;
+    QVFontOrganizer::updateFileCopiedStatus(file);
+    EXPECT_TRUE(file->fileCopiedToLibrary);
+}
