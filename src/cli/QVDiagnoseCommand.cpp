@@ -1,75 +1,21 @@
 #include "cli/QVDiagnoseCommand.h"
 
+#include "cli/QVCliScanRun.h"
 #include "cli/QVQuarantineCommand.h"
 #include "cli/QVRecordJson.h"
-#include "cli/QVScanCommand.h"
-#include "cli/QVTerminalProgress.h"
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
 #include "platform/QVDefaultApplication.h"
 #include "reports/QVReportManager.h"
 #include "engine/QVFontExaminer.h"
-#include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
-#include "store/QVFileManager.h"
 #include "store/QVReportStore.h"
-#include "store/QVOperationQueue.h"
 
-#include <QEventLoop>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTimer>
-#include <csignal>
-
-namespace
-{
-
-volatile std::sig_atomic_t interrupted = 0;
-
-void onInterrupt(int)
-{
-    interrupted = 1;
-}
-
-// Ctrl-C asks the scan or the diagnosis to stop instead of killing the
-// process, for as long as this object lives.
-class QVInterruptGuard
-{
-public:
-    QVInterruptGuard()
-    {
-        interrupted = 0;
-        struct sigaction action {
-        };
-        action.sa_handler = onInterrupt;
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, &m_previous);
-    }
-    ~QVInterruptGuard() { sigaction(SIGINT, &m_previous, nullptr); }
-    QVInterruptGuard(const QVInterruptGuard &) = delete;
-    QVInterruptGuard &operator=(const QVInterruptGuard &) = delete;
-
-private:
-    struct sigaction m_previous {
-    };
-};
-
-// The command line has no window: it keeps the one sheet a run can show.
-class QVCommandLineDelegate final : public QVDiagnosisDelegate
-{
-public:
-    void showAlert(
-        const QString &message, const QString &informativeText, const QStringList &, const QString &) override
-    {
-        alert = message + QStringLiteral(": ") + informativeText;
-    }
-    QString alert;
-};
-
-} // namespace
 
 int QVDiagnoseCommand::run(const QStringList &arguments)
 {
@@ -116,80 +62,26 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     }
 
     QVFontDataManager dataManager;
-    QVInterruptGuard guard;
-
-    // The discovery scan.
-    bool scanCancelled = false;
-    if (!folders.isEmpty()) {
-        QVFileManager fileManager(&dataManager);
-        QVTerminalProgress terminal(fileManager.progress(), stderr);
-        QEventLoop loop;
-        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-            &loop, [&](const QString &name, const QVariantMap &userInfo) {
-                if (name != QLatin1String(kScanFolderComplete))
-                    return;
-                scanCancelled
-                    = userInfo.value(QStringLiteral("status")).toString() == QLatin1String("cancelled");
-                loop.quit();
-            });
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-            if (interrupted && fileManager.isFindingFonts())
-                fileManager.cancelScan();
-        });
-        poll.start(50);
-        fileManager.scanFolders(folders);
-        loop.exec();
-        // The walk may still be finishing its current file.
-        fileManager.findFontsGlobalQueue()->waitUntilAllOperationsAreFinished();
-        terminal.clear();
-    }
-    if (scanCancelled || interrupted) {
+    QVCliScanRun run(&dataManager);
+    if (!run.scanFolders(folders)) {
         err() << "quorvel-cli: scan cancelled; " << dataManager.fontFileItems.size()
               << " font files were examined before it stopped\n";
         err().flush();
         return Cancelled;
     }
+    QVDiagnosis &diagnosis = run.diagnose(folders);
 
-    // The diagnosis, unpaced: nobody watches its bars here.
-    settings.setLastScanType(QStringLiteral("Manual Scan"));
-    QVCommandLineDelegate delegate;
-    QVDiagnosis diagnosis(&dataManager);
-    diagnosis.setDelegate(&delegate);
-    diagnosis.setPacingEnabled(false);
-    diagnosis.setFinishDelay(0);
-    diagnosis.setManualScanFolders(folders);
-    {
-        QVTerminalProgress terminal(diagnosis.overallProgress(), stderr);
-        QEventLoop loop;
-        bool finished = false;
-        QObject::connect(&diagnosis, &QVDiagnosis::diagnosisFinished, &loop, [&] { finished = true; });
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-            if (interrupted && !diagnosis.doCancel())
-                diagnosis.setDoCancel(true);
-            // A cancelled run may finish before its last passes return.
-            if (finished && diagnosis.passesInFlight() == 0)
-                loop.quit();
-        });
-        poll.start(20);
-        diagnosis.diagnoseFonts();
-        if (diagnosis.isDiagnosingFonts())
-            loop.exec();
-        terminal.clear();
-    }
-
-    if (!delegate.alert.isEmpty()) {
+    if (!run.alert().isEmpty()) {
         // No font files: nothing to diagnose, nothing wrong.
         if (json) {
             out() << QJsonDocument(
                 QJsonObject { { QStringLiteral("folders"), QJsonArray::fromStringList(folders) },
                     { QStringLiteral("totalFonts"), 0 }, { QStringLiteral("fontFiles"), QJsonArray() },
-                    { QStringLiteral("outcome"), delegate.alert },
+                    { QStringLiteral("outcome"), run.alert() },
                     { QStringLiteral("problemFonts"), QJsonArray() } })
                          .toJson(QJsonDocument::Indented);
         } else {
-            out() << delegate.alert << '\n';
+            out() << run.alert() << '\n';
         }
         out().flush();
         return Success;

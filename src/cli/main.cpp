@@ -2,6 +2,7 @@
 #include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
 #include "cli/QVExamineCommand.h"
+#include "cli/QVOrganizeCommand.h"
 #include "cli/QVDiagnoseCommand.h"
 #include "cli/QVQuarantineCommand.h"
 #include "cli/QVRsrcCommand.h"
@@ -27,6 +28,7 @@ std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
     commands.push_back(std::make_unique<QVScanCommand>());
     commands.push_back(std::make_unique<QVDiagnoseCommand>());
     commands.push_back(std::make_unique<QVQuarantineCommand>());
+    commands.push_back(std::make_unique<QVOrganizeCommand>());
     commands.push_back(std::make_unique<QVRsrcCommand>());
     commands.push_back(std::make_unique<QVReportsCommand>());
     commands.push_back(std::make_unique<QVCleanCachesCommand>());

@@ -1,0 +1,103 @@
+#include "cli/QVCliScanRun.h"
+
+#include "cli/QVTerminalProgress.h"
+#include "engine/QVFontDataManager.h"
+#include "settings/QVNotificationCenter.h"
+#include "settings/QVSettings.h"
+#include "store/QVFileManager.h"
+#include "store/QVOperationQueue.h"
+
+#include <QEventLoop>
+#include <QTimer>
+
+namespace
+{
+
+volatile std::sig_atomic_t interruptedFlag = 0;
+
+void onInterrupt(int)
+{
+    interruptedFlag = 1;
+}
+
+} // namespace
+
+QVCliScanRun::QVCliScanRun(QVFontDataManager *dataManager)
+    : m_dataManager(dataManager)
+{
+    interruptedFlag = 0;
+    struct sigaction action {
+    };
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, &m_previous);
+}
+
+QVCliScanRun::~QVCliScanRun()
+{
+    sigaction(SIGINT, &m_previous, nullptr);
+}
+
+bool QVCliScanRun::interrupted()
+{
+    return interruptedFlag != 0;
+}
+
+bool QVCliScanRun::scanFolders(const QStringList &folders)
+{
+    bool scanCancelled = false;
+    if (!folders.isEmpty()) {
+        QVFileManager fileManager(m_dataManager);
+        QVTerminalProgress terminal(fileManager.progress(), stderr);
+        QEventLoop loop;
+        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
+            &loop, [&](const QString &name, const QVariantMap &userInfo) {
+                if (name != QLatin1String(kScanFolderComplete))
+                    return;
+                scanCancelled
+                    = userInfo.value(QStringLiteral("status")).toString() == QLatin1String("cancelled");
+                loop.quit();
+            });
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+            if (interruptedFlag && fileManager.isFindingFonts())
+                fileManager.cancelScan();
+        });
+        poll.start(50);
+        fileManager.scanFolders(folders);
+        loop.exec();
+        // The walk may still be finishing its current file.
+        fileManager.findFontsGlobalQueue()->waitUntilAllOperationsAreFinished();
+        terminal.clear();
+    }
+    return !scanCancelled && !interruptedFlag;
+}
+
+QVDiagnosis &QVCliScanRun::diagnose(const QStringList &folders)
+{
+    QVSettings().setLastScanType(QStringLiteral("Manual Scan"));
+    m_diagnosis = std::make_unique<QVDiagnosis>(m_dataManager);
+    QVDiagnosis &diagnosis = *m_diagnosis;
+    diagnosis.setDelegate(&m_delegate);
+    diagnosis.setPacingEnabled(false);
+    diagnosis.setFinishDelay(0);
+    diagnosis.setManualScanFolders(folders);
+    QVTerminalProgress terminal(diagnosis.overallProgress(), stderr);
+    QEventLoop loop;
+    bool finished = false;
+    QObject::connect(&diagnosis, &QVDiagnosis::diagnosisFinished, &loop, [&] { finished = true; });
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (interruptedFlag && !diagnosis.doCancel())
+            diagnosis.setDoCancel(true);
+        // A cancelled run may finish before its last passes return.
+        if (finished && diagnosis.passesInFlight() == 0)
+            loop.quit();
+    });
+    poll.start(20);
+    diagnosis.diagnoseFonts();
+    if (diagnosis.isDiagnosingFonts())
+        loop.exec();
+    terminal.clear();
+    return diagnosis;
+}

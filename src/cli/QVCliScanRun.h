@@ -1,0 +1,56 @@
+// The manual scan as the command line runs it: the discovery scan of some
+// folders into a data manager, then the diagnosis of what was found, each with
+// a terminal bar on stderr. Ctrl-C asks the running step to stop instead of
+// killing the process, for as long as this object lives.
+#pragma once
+
+#include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVDiagnosisDelegate.h"
+
+#include <QString>
+#include <QStringList>
+#include <csignal>
+#include <memory>
+
+class QVFontDataManager;
+
+class QVCliScanRun
+{
+public:
+    explicit QVCliScanRun(QVFontDataManager *dataManager);
+    ~QVCliScanRun();
+    QVCliScanRun(const QVCliScanRun &) = delete;
+    QVCliScanRun &operator=(const QVCliScanRun &) = delete;
+
+    // Finds and examines the fonts of the folders. False when the scan was
+    // cancelled.
+    bool scanFolders(const QStringList &folders);
+    // Runs the diagnosis with the settings in force, unpaced (nobody watches
+    // its bars here), as a manual scan of the folders. Returns when it ended.
+    QVDiagnosis &diagnose(const QStringList &folders);
+    QVDiagnosis *diagnosis() const { return m_diagnosis.get(); }
+    // The alert the run would have shown (no fonts at all), or empty.
+    QString alert() const { return m_delegate.alert; }
+
+    // Whether Ctrl-C was pressed while this object lived.
+    static bool interrupted();
+
+private:
+    // The command line has no window: it keeps the one sheet a run can show.
+    class Delegate final : public QVDiagnosisDelegate
+    {
+    public:
+        void showAlert(const QString &message, const QString &informativeText, const QStringList &,
+            const QString &) override
+        {
+            alert = message + QStringLiteral(": ") + informativeText;
+        }
+        QString alert;
+    };
+
+    QVFontDataManager *m_dataManager;
+    Delegate m_delegate;
+    std::unique_ptr<QVDiagnosis> m_diagnosis;
+    struct sigaction m_previous {
+    };
+};

@@ -1,0 +1,212 @@
+#include "cli/QVOrganizeCommand.h"
+
+#include "cli/QVCliScanRun.h"
+#include "diagnosis/QVDiagnosisSummary.h"
+#include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
+#include "organizer/QVFontOrganizer.h"
+#include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
+#include "store/QVOperationQueue.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVSuitcaseSurgery.h"
+
+#include <QDir>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTemporaryFile>
+#include <QTimer>
+#include <optional>
+
+namespace
+{
+
+const char kUsage[]
+    = "usage: quorvel-cli organize --library DIR [--copy|--move] [--name postscript|family|file]\n"
+      "       [--foundry-folders|--no-foundry-folders] [--letter-folders|--no-letter-folders]\n"
+      "       [--family-folders|--no-family-folders] SOURCE\n";
+
+bool isInside(const QString &path, const QString &folder)
+{
+    const QString inner = QDir(path).canonicalPath();
+    const QString outer = QDir(folder).canonicalPath();
+    return inner == outer || inner.startsWith(outer + QLatin1Char('/'));
+}
+
+} // namespace
+
+bool QVOrganizeCommand::isWritableFolder(const QString &path)
+{
+    QTemporaryFile probe(path + QStringLiteral("/.quorvel-write-test-XXXXXX"));
+    return probe.open();
+}
+
+int QVOrganizeCommand::run(const QStringList &arguments)
+{
+    QString library, source;
+    std::optional<bool> copy, foundry, letter, family;
+    QString naming;
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString &argument = arguments.at(i);
+        bool ok = true;
+        if (argument == QLatin1String("--library") && i + 1 < arguments.size())
+            library = arguments.at(++i);
+        else if (argument == QLatin1String("--copy") || argument == QLatin1String("--move"))
+            copy = argument == QLatin1String("--copy");
+        else if (argument == QLatin1String("--name") && i + 1 < arguments.size())
+            naming = arguments.at(++i);
+        else if (argument == QLatin1String("--foundry-folders")
+            || argument == QLatin1String("--no-foundry-folders"))
+            foundry = argument == QLatin1String("--foundry-folders");
+        else if (argument == QLatin1String("--letter-folders")
+            || argument == QLatin1String("--no-letter-folders"))
+            letter = argument == QLatin1String("--letter-folders");
+        else if (argument == QLatin1String("--family-folders")
+            || argument == QLatin1String("--no-family-folders"))
+            family = argument == QLatin1String("--family-folders");
+        else if (!argument.startsWith(QLatin1Char('-')) && source.isEmpty())
+            source = argument;
+        else
+            ok = false;
+        if (!ok
+            || (!naming.isEmpty() && naming != QLatin1String("postscript")
+                && naming != QLatin1String("family") && naming != QLatin1String("file"))) {
+            err() << kUsage;
+            err().flush();
+            return UsageError;
+        }
+    }
+    if (library.isEmpty() || source.isEmpty()) {
+        err() << kUsage;
+        err().flush();
+        return UsageError;
+    }
+    for (const QString &folder : { source, library }) {
+        const QFileInfo info(folder);
+        if (!info.exists() || !info.isDir()) {
+            err() << "quorvel-cli: " << folder << (info.exists() ? ": not a folder\n" : ": no such folder\n");
+            err().flush();
+            return UsageError;
+        }
+    }
+    source = QFileInfo(source).absoluteFilePath();
+    library = QFileInfo(library).absoluteFilePath();
+    if (isInside(library, source)) {
+        err() << "quorvel-cli: the library folder " << library << " is inside the source folder " << source
+              << "; its fonts would be organized again\n";
+        err().flush();
+        return UsageError;
+    }
+
+    // The choices stay, as the organize sheet keeps them.
+    QVSettings settings;
+    if (copy)
+        settings.setCopyFontFiles(*copy);
+    if (!naming.isEmpty()) {
+        settings.setUsePostscriptNameForFonts(naming == QLatin1String("postscript"));
+        settings.setUseFamilyNameForFonts(naming == QLatin1String("family"));
+    }
+    if (foundry)
+        settings.setCreateFoundryFolders(*foundry);
+    if (letter)
+        settings.setCreateAlphabetFolders(*letter);
+    if (family)
+        settings.setCreateFamilyFolders(*family);
+
+    // Locked folders are refused before anything moves.
+    if (!settings.copyFontFiles() && !isWritableFolder(source)) {
+        err() << "Source Files Locked: "
+              << QStringLiteral(
+                     "The source folder \"%1\" is locked and the files cannot be moved. Use the Copy "
+                     "option instead.")
+                     .arg(source)
+              << '\n';
+        err().flush();
+        return UsageError;
+    }
+    if (!isWritableFolder(library)) {
+        err() << "Destination Folder Locked: "
+              << QStringLiteral(
+                     "The destination folder \"%1\" is locked and the files cannot be saved there. "
+                     "Please choose a different folder.")
+                     .arg(library)
+              << '\n';
+        err().flush();
+        return UsageError;
+    }
+    if (!settings.diagnoseFileStructure() && !settings.findOrpanedFonts() && !settings.findDuplicateFonts()) {
+        err() << "quorvel-cli: "
+              << QVStringTable::text(QStringLiteral("settings.errorMessage.dignosisOptions"))
+              << " (diagnoseFileStructure, findOrpanedFonts, findDuplicateFonts)\n";
+        err().flush();
+        return UsageError;
+    }
+    settings.setOrganizeFonts(true);
+
+    QVFontDataManager dataManager;
+    QVCliScanRun run(&dataManager);
+    const QStringList folders { source };
+    if (!run.scanFolders(folders)) {
+        settings.setOrganizeFonts(false);
+        err() << "quorvel-cli: scan cancelled; nothing was organized\n";
+        err().flush();
+        return Cancelled;
+    }
+    QVDiagnosis &diagnosis = run.diagnose(folders);
+    if (diagnosis.doCancel()) {
+        settings.setOrganizeFonts(false);
+        err() << "quorvel-cli: diagnosis cancelled; nothing was organized\n";
+        err().flush();
+        return Cancelled;
+    }
+    out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
+    if (!run.alert().isEmpty())
+        out() << run.alert() << '\n';
+    else
+        out() << QVDiagnosisSummary::toText(diagnosis);
+    out().flush();
+
+    // No resolution: fonts with problems stay where they are.
+    QVQuarantineStore store(&dataManager);
+    QVSuitcaseSurgery surgery(&store);
+    QVFontOrganizer organizer(&dataManager, &surgery, &settings);
+    {
+        QEventLoop loop;
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+            if (QVCliScanRun::interrupted() && !organizer.doCancel())
+                organizer.cancelOrganizing();
+        });
+        poll.start(50);
+        organizer.organizeFonts(
+            library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
+        loop.exec();
+        organizer.organizeFontsQueue()->waitUntilAllOperationsAreFinished();
+    }
+
+    const QList<QVFontOrganizer::Placement> placements = organizer.placements();
+    out() << '\n'
+          << (settings.copyFontFiles() ? "Copied " : "Moved ") << placements.size()
+          << (placements.size() == 1 ? " file" : " files") << " into " << library << ":\n";
+    for (const QVFontOrganizer::Placement &placement : placements)
+        out() << "  " << placement.source << " -> " << placement.destination << '\n';
+    QStringList failures;
+    for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems)) {
+        for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+            const QString error = !status->copiedToLibraryErrorInfo.isEmpty()
+                ? status->copiedToLibraryErrorInfo
+                : status->movedToLibraryErrorInfo;
+            if (!error.isEmpty())
+                failures << QStringLiteral("  %1 (%2): %3")
+                                .arg(QVQuarantineStore::displayName(file, status), status->fontURL, error);
+        }
+    }
+    out() << "Failures: " << failures.size() << '\n';
+    for (const QString &failure : std::as_const(failures))
+        out() << failure << '\n';
+    out().flush();
+
+    if (organizer.doCancel())
+        return Cancelled;
+    return diagnosis.totalFontProblems() > 0 || organizer.problemFontCount() > 0 ? ProblemsFound : Success;
+}

@@ -1,0 +1,201 @@
+// A source folder of real fonts, scanned and examined as a scan would, and a
+// library folder to organize them into.
+#pragma once
+
+#include "diagnosis/QVDiagnosisFixtures.h"
+#include "engine/QVFontDataManager.h"
+#include "engine/QVResourceFile.h"
+#include "engine/QVResourceManager.h"
+#include "organizer/QVFontOrganizer.h"
+#include "settings/QVSettings.h"
+#include "store/QVFileManager.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVStoreFixtures.h"
+#include "store/QVSuitcaseSurgery.h"
+#include "support/QVTestHome.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QMap>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace qvorg
+{
+
+inline const QString kDejaVuSans = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+inline const QString kDejaVuSansBold = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf");
+inline const QString kDejaVuSerif = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf");
+inline const QString kNimbusBoldItalic
+    = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-BoldItalic.otf");
+inline const QString kNimbusRegular
+    = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
+// A real suitcase of four TrueType fonts (Plain, Bold, Italic, "Bold, Italic")
+// with PostScript names; its data fork is the resource fork.
+inline const QString kPanicSansDfont = QStringLiteral("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont");
+inline const QString kC059Roman = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Roman.otf");
+
+class OrganizerTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        source = home.path() + QStringLiteral("/source");
+        library = home.path() + QStringLiteral("/Library Fonts");
+        work = home.path() + QStringLiteral("/work");
+        QDir().mkpath(source);
+        QDir().mkpath(library);
+        settings.setCopyFontFiles(true);
+        setLevels(false, false, false);
+        setNaming(false, true);
+    }
+
+    void TearDown() override { QVResourceManager::closeAll(); }
+
+    void setLevels(bool foundry, bool letter, bool family)
+    {
+        settings.setCreateFoundryFolders(foundry);
+        settings.setCreateAlphabetFolders(letter);
+        settings.setCreateFamilyFolders(family);
+    }
+    void setNaming(bool postScript, bool family)
+    {
+        settings.setUsePostscriptNameForFonts(postScript);
+        settings.setUseFamilyNameForFonts(family);
+    }
+
+    // Examines every font file below the source, in the order a scan meets them.
+    void scan()
+    {
+        organizer.reset();
+        surgery.reset();
+        store.reset();
+        dataMgr = std::make_unique<QVFontDataManager>();
+        QVFileManager files(dataMgr.get());
+        QStringList paths;
+        QDirIterator it(source, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            if (!QVForkStorage::isMetadataStore(path) && files.isFontFile(path))
+                paths << path;
+        }
+        paths.sort();
+        for (const QString &path : std::as_const(paths))
+            dataMgr->addFontFileItem(path);
+        store = std::make_unique<QVQuarantineStore>(dataMgr.get());
+        surgery = std::make_unique<QVSuitcaseSurgery>(store.get());
+        organizer = std::make_unique<QVFontOrganizer>(dataMgr.get(), surgery.get(), &settings);
+        organizer->setLibraryURL(library);
+    }
+
+    // The walk, on this thread.
+    void organize()
+    {
+        scan();
+        organizer->createLibrary();
+    }
+
+    QVStatusPtr statusOf(const QString &fileName, int fontSize = -1) const
+    {
+        for (const QVFontFilePtr &file : std::as_const(dataMgr->fontFileItems)) {
+            if (QFileInfo(file->URL).fileName() != fileName)
+                continue;
+            for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+                if (fontSize < 0 || status->fontSize == fontSize)
+                    return status;
+            }
+        }
+        return nullptr;
+    }
+    QVFontFilePtr fileOf(const QString &fileName) const
+    {
+        for (const QVFontFilePtr &file : std::as_const(dataMgr->fontFileItems)) {
+            if (QFileInfo(file->URL).fileName() == fileName)
+                return file;
+        }
+        return nullptr;
+    }
+
+    // Files below a folder (sidecars left out), as paths relative to it.
+    static QStringList filesBelow(const QString &folder)
+    {
+        QStringList files;
+        QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            if (!QVForkStorage::isMetadataStore(path))
+                files << QDir(folder).relativeFilePath(path);
+        }
+        files.sort();
+        return files;
+    }
+    // Data, fork and Finder info hashes of every file below a folder, by name.
+    static QMap<QString, QString> hashesBelow(const QString &folder)
+    {
+        QMap<QString, QString> hashes;
+        for (const QString &file : filesBelow(folder))
+            hashes.insert(file, QVStoreFixtures::forkHashes(folder + QLatin1Char('/') + file));
+        return hashes;
+    }
+
+    // A suitcase of bitmap strikes made by otf2bdf and ufond, its fork in an
+    // AppleDouble sidecar. ufond names the PostScript font of a family only
+    // when given its pfb, which this fondu build cannot read; without the name
+    // the examiner rightly finds "Missing PostScript Name". With postScriptName
+    // set, the family record gets the style-mapping table that names it (58
+    // bytes of header, all styles on the first name, then the name list).
+    QString makeSuitcase(const QString &path, const QList<QVStoreFixtures::Strike> &strikes,
+        const QByteArray &postScriptName = QByteArray())
+    {
+        QByteArray fork
+            = QVStoreFixtures::ufondFork(work + QLatin1Char('/') + QFileInfo(path).fileName(), strikes);
+        EXPECT_FALSE(fork.isEmpty()) << "ufond made nothing for " << qPrintable(path);
+        if (!postScriptName.isEmpty())
+            fork = withPostScriptName(fork, postScriptName);
+        EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, fork, QVForkStorage::Place::AppleDouble));
+        return path;
+    }
+
+    static QByteArray withPostScriptName(const QByteArray &fork, const QByteArray &postScriptName)
+    {
+        qint16 error = 0;
+        auto parsed = QVResourceFile::parse(fork, &error);
+        EXPECT_TRUE(parsed);
+        if (!parsed)
+            return fork;
+        for (QVResourceFile::Entry &entry : parsed->entries) {
+            if (entry.type != qvFourCC("FOND") || entry.data.size() < 59)
+                continue;
+            const qint32 table = qint32(entry.data.size());
+            entry.data[24] = char(table >> 24);
+            entry.data[25] = char(table >> 16);
+            entry.data[26] = char(table >> 8);
+            entry.data[27] = char(table);
+            entry.data.append(QByteArray(58, '\0'));
+            entry.data.append(char(0));
+            entry.data.append(char(1));
+            entry.data.append(char(postScriptName.size()));
+            entry.data.append(postScriptName);
+        }
+        return parsed->serialize(&error);
+    }
+
+    // Panic Sans as a suitcase with its fork in an AppleDouble sidecar.
+    static QString makePanicSuitcase(const QString &path)
+    {
+        QFile dfont(kPanicSansDfont);
+        EXPECT_TRUE(dfont.open(QIODevice::ReadOnly));
+        EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, dfont.readAll(), QVForkStorage::Place::AppleDouble));
+        return path;
+    }
+
+    QVTestHome home;
+    QVSettings settings;
+    QString source, library, work;
+    std::unique_ptr<QVFontDataManager> dataMgr;
+    std::unique_ptr<QVQuarantineStore> store;
+    std::unique_ptr<QVSuitcaseSurgery> surgery;
+    std::unique_ptr<QVFontOrganizer> organizer;
+};
+
+} // namespace qvorg
