@@ -8,6 +8,7 @@
 #include "store/QVOperationQueue.h"
 
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QTimer>
 
 namespace
@@ -22,8 +23,9 @@ void onInterrupt(int)
 
 } // namespace
 
-QVCliScanRun::QVCliScanRun(QVFontDataManager *dataManager)
+QVCliScanRun::QVCliScanRun(QVFontDataManager *dataManager, FILE *progressStream)
     : m_dataManager(dataManager)
+    , m_progressStream(progressStream)
 {
     interruptedFlag = 0;
     struct sigaction action {
@@ -38,6 +40,18 @@ QVCliScanRun::~QVCliScanRun()
     sigaction(SIGINT, &m_previous, nullptr);
 }
 
+QString QVCliScanRun::folderError(const QStringList &folders)
+{
+    for (const QString &folder : folders) {
+        const QFileInfo info(folder);
+        if (!info.exists())
+            return folder + QStringLiteral(": no such folder");
+        if (!info.isDir())
+            return folder + QStringLiteral(": not a folder");
+    }
+    return QString();
+}
+
 bool QVCliScanRun::interrupted()
 {
     return interruptedFlag != 0;
@@ -48,7 +62,7 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
     bool scanCancelled = false;
     if (!folders.isEmpty()) {
         QVFileManager fileManager(m_dataManager);
-        QVTerminalProgress terminal(fileManager.progress(), stderr);
+        QVTerminalProgress terminal(fileManager.progress(), m_progressStream);
         QEventLoop loop;
         QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
             &loop, [&](const QString &name, const QVariantMap &userInfo) {

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 #include <csignal>
+#include <cstdio>
 #include <memory>
 
 class QVFontDataManager;
@@ -17,7 +18,8 @@ class QVFontDataManager;
 class QVCliScanRun
 {
 public:
-    explicit QVCliScanRun(QVFontDataManager *dataManager);
+    // The terminal bars are drawn on progressStream, when it is a terminal.
+    explicit QVCliScanRun(QVFontDataManager *dataManager, FILE *progressStream = stderr);
     ~QVCliScanRun();
     QVCliScanRun(const QVCliScanRun &) = delete;
     QVCliScanRun &operator=(const QVCliScanRun &) = delete;
@@ -31,6 +33,10 @@ public:
     QVDiagnosis *diagnosis() const { return m_diagnosis.get(); }
     // The alert the run would have shown (no fonts at all), or empty.
     QString alert() const { return m_delegate.alert; }
+
+    // "FOLDER: no such folder" or "FOLDER: not a folder" for the first folder
+    // that cannot be scanned; empty when all can.
+    static QString folderError(const QStringList &folders);
 
     // Whether Ctrl-C was pressed while this object lived.
     static bool interrupted();
@@ -49,6 +55,7 @@ private:
     };
 
     QVFontDataManager *m_dataManager;
+    FILE *m_progressStream;
     Delegate m_delegate;
     std::unique_ptr<QVDiagnosis> m_diagnosis;
     struct sigaction m_previous {

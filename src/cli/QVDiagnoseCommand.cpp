@@ -6,9 +6,9 @@
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
 #include "platform/QVDefaultApplication.h"
 #include "reports/QVReportManager.h"
-#include "engine/QVFontExaminer.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVReportStore.h"
@@ -45,13 +45,10 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     QVSettings settings;
     if (folders.isEmpty())
         folders = settings.fontFolderPaths();
-    for (const QString &folder : std::as_const(folders)) {
-        const QFileInfo info(folder);
-        if (!info.exists() || !info.isDir()) {
-            err() << "quorvel-cli: " << folder << (info.exists() ? ": not a folder\n" : ": no such folder\n");
-            err().flush();
-            return UsageError;
-        }
+    if (const QString error = QVCliScanRun::folderError(folders); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
     }
     if (!settings.diagnoseFileStructure() && !settings.findOrpanedFonts() && !settings.findDuplicateFonts()) {
         err() << "quorvel-cli: "
@@ -101,9 +98,11 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
         QVReportManager reportManager;
         reportManager.setFileMgr(&reportStore);
         reportManager.setReportInput(input);
-        reportPath = reportManager.writeReport(settings.lastScanDate()).value(QStringLiteral("filePath")).toString();
+        reportPath
+            = reportManager.writeReport(settings.lastScanDate()).value(QStringLiteral("filePath")).toString();
         if (reportPath.isEmpty()) {
-            err() << "quorvel-cli: the report could not be written to " << reportStore.reportFolderPath() << '\n';
+            err() << "quorvel-cli: the report could not be written to " << reportStore.reportFolderPath()
+                  << '\n';
             err().flush();
             return UsageError;
         }

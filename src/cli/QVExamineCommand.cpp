@@ -1,7 +1,6 @@
 #include "cli/QVExamineCommand.h"
 
 #include "cli/QVRecordJson.h"
-
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"

@@ -81,13 +81,10 @@ int QVOrganizeCommand::run(const QStringList &arguments)
         err().flush();
         return UsageError;
     }
-    for (const QString &folder : { source, library }) {
-        const QFileInfo info(folder);
-        if (!info.exists() || !info.isDir()) {
-            err() << "quorvel-cli: " << folder << (info.exists() ? ": not a folder\n" : ": no such folder\n");
-            err().flush();
-            return UsageError;
-        }
+    if (const QString error = QVCliScanRun::folderError({ source, library }); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
     }
     source = QFileInfo(source).absoluteFilePath();
     library = QFileInfo(library).absoluteFilePath();

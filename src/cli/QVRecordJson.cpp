@@ -75,4 +75,3 @@ QJsonObject QVRecordJson::dataManagerToJson(const QVFontDataManager &dataMgr)
     root.insert(QStringLiteral("fontFiles"), files);
     return root;
 }
-

@@ -8,7 +8,8 @@
 #include <QJsonDocument>
 #include <mutex>
 
-namespace {
+namespace
+{
 
 QJsonValue fourCC(const QByteArray &info, int at)
 {

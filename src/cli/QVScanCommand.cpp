@@ -1,62 +1,14 @@
 #include "cli/QVScanCommand.h"
 
+#include "cli/QVCliScanRun.h"
 #include "cli/QVExamineCommand.h"
 #include "cli/QVRecordJson.h"
-#include "cli/QVTerminalProgress.h"
-#include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
-#include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
-#include "store/QVFileManager.h"
-#include "store/QVOperationQueue.h"
 
-#include <QCoreApplication>
-#include <QEventLoop>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QTimer>
-#include <csignal>
-
-namespace {
-
-volatile std::sig_atomic_t interrupted = 0;
-
-void onInterrupt(int)
-{
-    interrupted = 1;
-}
-
-// Ctrl-C asks the scan to stop instead of killing the process, for as long as
-// this object lives.
-class InterruptGuard
-{
-public:
-    InterruptGuard()
-    {
-        interrupted = 0;
-        struct sigaction action {
-        };
-        action.sa_handler = onInterrupt;
-        sigemptyset(&action.sa_mask);
-        sigaction(SIGINT, &action, &m_previous);
-    }
-    ~InterruptGuard() { sigaction(SIGINT, &m_previous, nullptr); }
-    InterruptGuard(const InterruptGuard &) = delete;
-    InterruptGuard &operator=(const InterruptGuard &) = delete;
-
-private:
-    struct sigaction m_previous {
-    };
-};
-
-} // namespace
-
-QJsonObject QVScanCommand::fontFileToJson(const QVFontFilePtr &fontFile)
-{
-    return QVRecordJson::fontFileToJson(*fontFile);
-}
 
 int QVScanCommand::run(const QStringList &arguments)
 {
@@ -76,42 +28,14 @@ int QVScanCommand::run(const QStringList &arguments)
     QVSettings settings;
     if (folders.isEmpty())
         folders = settings.fontFolderPaths();
-    for (const QString &folder : std::as_const(folders)) {
-        const QFileInfo info(folder);
-        if (!info.exists() || !info.isDir()) {
-            err() << "quorvel-cli: " << folder << (info.exists() ? ": not a folder\n" : ": no such folder\n");
-            err().flush();
-            return UsageError;
-        }
+    if (const QString error = QVCliScanRun::folderError(folders); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
     }
 
     QVFontDataManager dataManager;
-    QVFileManager fileManager(&dataManager);
-    QVTerminalProgress terminal(fileManager.progress());
-
-    bool cancelled = false;
-    if (!folders.isEmpty()) {
-        QEventLoop loop;
-        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-            &loop, [&](const QString &name, const QVariantMap &userInfo) {
-                if (name != QLatin1String(kScanFolderComplete))
-                    return;
-                cancelled = userInfo.value(QStringLiteral("status")).toString() == QLatin1String("cancelled");
-                loop.quit();
-            });
-        InterruptGuard guard;
-        QTimer poll;
-        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-            if (interrupted && fileManager.isFindingFonts())
-                fileManager.cancelScan();
-        });
-        poll.start(50);
-        fileManager.scanFolders(folders);
-        loop.exec();
-        // The walk may still be finishing its current file.
-        fileManager.findFontsGlobalQueue()->waitUntilAllOperationsAreFinished();
-    }
-    terminal.clear();
+    const bool cancelled = !QVCliScanRun(&dataManager, stdout).scanFolders(folders);
 
     if (cancelled) {
         err() << "quorvel-cli: scan cancelled; " << dataManager.fontFileItems.size()

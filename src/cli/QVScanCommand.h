@@ -4,10 +4,6 @@
 #pragma once
 
 #include "cli/QVCliCommand.h"
-#include "engine/QVFontFile.h"
-
-#include <QJsonObject>
-#include <QList>
 
 class QVScanCommand final : public QVCliCommand
 {
@@ -18,7 +14,4 @@ public:
     QString name() const override { return QStringLiteral("scan"); }
     QString summary() const override { return QStringLiteral("find and examine the fonts in folders"); }
     int run(const QStringList &arguments) override;
-
-    // One file and its fonts as JSON, keyed by the record field names.
-    static QJsonObject fontFileToJson(const QVFontFilePtr &fontFile);
 };

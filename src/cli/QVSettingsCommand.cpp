@@ -36,7 +36,8 @@ QString QVSettingsCommand::formatValue(const QVariant &value)
     }
 }
 
-std::optional<QVariant> QVSettingsCommand::parseValue(const QString &key, const QStringList &text, QString *error)
+std::optional<QVariant> QVSettingsCommand::parseValue(
+    const QString &key, const QStringList &text, QString *error)
 {
     const std::optional<QVSettings::Key> known = QVSettings::keyNamed(key);
     if (!known) {
@@ -79,8 +80,8 @@ std::optional<QVariant> QVSettingsCommand::parseValue(const QString &key, const 
         return QVariant(text);
     case QVSettings::Type::String:
         if (key == QLatin1String("autoScanFrequency")) {
-            static const QStringList frequencies = {QStringLiteral("kDaily"), QStringLiteral("kWeekly"),
-                                                    QStringLiteral("kMonthly"), QStringLiteral("kNever")};
+            static const QStringList frequencies = { QStringLiteral("kDaily"), QStringLiteral("kWeekly"),
+                QStringLiteral("kMonthly"), QStringLiteral("kNever") };
             if (!frequencies.contains(first)) {
                 *error = QStringLiteral("setting \"%1\" takes one of %2, not \"%3\"")
                              .arg(key, frequencies.join(QStringLiteral(", ")), first);
@@ -99,8 +100,9 @@ int QVSettingsCommand::list()
     for (const QVSettings::Key &key : QVSettings::allKeys()) {
         const QString name = QString::fromLatin1(key.name);
         QVariant value = settings.value(name);
-        if (key.type == QVSettings::Type::StringList && value.isValid() && value.typeId() == QMetaType::QString)
-            value = QStringList{value.toString()};
+        if (key.type == QVSettings::Type::StringList && value.isValid()
+            && value.typeId() == QMetaType::QString)
+            value = QStringList { value.toString() };
         out() << name << " = " << formatValue(value) << '\n';
     }
     out().flush();
@@ -120,8 +122,8 @@ int QVSettingsCommand::get(const QString &key)
     if (key == QLatin1String("fontFolderPaths"))
         out() << formatValue(settings.fontFolderPaths()) << '\n';
     else if (key == QLatin1String("recentScanFolderPaths"))
-        out() << formatValue(settings.recentScanFolderPaths() ? QVariant(*settings.recentScanFolderPaths())
-                                                              : QVariant())
+        out() << formatValue(
+            settings.recentScanFolderPaths() ? QVariant(*settings.recentScanFolderPaths()) : QVariant())
               << '\n';
     else
         out() << formatValue(settings.value(key)) << '\n';

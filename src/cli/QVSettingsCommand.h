@@ -4,7 +4,6 @@
 #include "cli/QVCliCommand.h"
 
 #include <QVariant>
-
 #include <optional>
 
 class QVSettingsCommand final : public QVCliCommand

@@ -1,24 +1,24 @@
 // quorvel-cli: the Quorvel core without a screen, for servers, scripts and tests.
 #include "cli/QVCleanCachesCommand.h"
 #include "cli/QVCliCommand.h"
+#include "cli/QVDiagnoseCommand.h"
 #include "cli/QVExamineCommand.h"
 #include "cli/QVOrganizeCommand.h"
-#include "cli/QVDiagnoseCommand.h"
 #include "cli/QVQuarantineCommand.h"
-#include "cli/QVRsrcCommand.h"
 #include "cli/QVReportsCommand.h"
+#include "cli/QVRsrcCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVSettingsCommand.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
 
 #include <QCoreApplication>
-
 #include <cstdio>
 #include <memory>
 #include <vector>
 
-namespace {
+namespace
+{
 
 std::vector<std::unique_ptr<QVCliCommand>> makeCommands()
 {
