@@ -14,7 +14,8 @@
 #include <cstdio>
 #include <sys/resource.h>
 
-namespace {
+namespace
+{
 
 double peakMemoryMegabytes()
 {

@@ -7,18 +7,15 @@
 #include "engine/QVStatus.h"
 
 #include <QList>
-
 #include <memory>
 
 // A font and the file it lives in.
-struct QVFontRef
-{
+struct QVFontRef {
     QVFontFilePtr fontFile;
     QVStatusPtr fontStatus;
 };
 
-struct QVProblemFont
-{
+struct QVProblemFont {
     QVFontFilePtr fontFile;
     QVStatusPtr fontStatus;
     // 0 to 3, as the error classes.

@@ -4,7 +4,8 @@
 
 #include <QString>
 
-namespace QVFontType {
+namespace QVFontType
+{
 constexpr int Bitmap = 0;
 constexpr int PostScriptType1 = 1;
 constexpr int PostScriptType3 = 2;
@@ -13,14 +14,16 @@ constexpr int TrueTypeCollection = 4;
 constexpr int OpenType = 5;
 } // namespace QVFontType
 
-namespace QVErrorClass {
+namespace QVErrorClass
+{
 constexpr int Defect = 0;
 constexpr int MissingBitmap = 1;
 constexpr int MissingPostScript = 2;
 constexpr int Duplicate = 3;
 } // namespace QVErrorClass
 
-namespace QVDefect {
+namespace QVDefect
+{
 inline constexpr const char IncorrectFileFlags[] = "Incorrect File Flags";
 inline constexpr const char CouldntActivateFont[] = "Couldn't Activate Font";
 inline constexpr const char FileLockedOrInUse[] = "File Locked or in Use";

@@ -5,7 +5,8 @@
 #include <QtGlobal>
 #include <cstring>
 
-namespace {
+namespace
+{
 
 // The shared result buffers (see the header).
 unsigned char gPString[QVMemoryHandler::kPStringBufferSize];

@@ -8,7 +8,8 @@
 #include <QHash>
 #include <cstring>
 
-namespace {
+namespace
+{
 
 // Mac Roman 0x80..0xFF in Unicode.
 constexpr char16_t kMacRomanHigh[128] = {

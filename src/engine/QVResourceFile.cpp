@@ -4,7 +4,8 @@
 
 #include <QHash>
 
-namespace {
+namespace
+{
 
 constexpr int kHeaderSize = 16;
 constexpr int kDataStart = 256;

@@ -1,6 +1,7 @@
 #include "platform/QVAppleDouble.h"
 
-namespace {
+namespace
+{
 
 constexpr int kHeaderSize = 26;
 constexpr int kDescriptorSize = 12;

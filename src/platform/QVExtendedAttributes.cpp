@@ -5,7 +5,8 @@
 #include <sys/xattr.h>
 #include <vector>
 
-namespace {
+namespace
+{
 
 // Attributes worth reading are small (ext4 keeps them all in one block); a
 // bigger one is still read, but never beyond this.

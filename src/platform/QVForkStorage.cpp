@@ -13,7 +13,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-namespace {
+namespace
+{
 
 using Place = QVForkStorage::Place;
 

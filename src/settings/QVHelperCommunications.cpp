@@ -17,7 +17,8 @@ void QVHelperCommunicationsDelegate::gotCommand(const QString &, const QString &
 void QVHelperCommunicationsDelegate::gotResponse(const QString &, const QString &, const QVariantMap &) { }
 void QVHelperCommunicationsDelegate::gotTimeout(const QString &) { }
 
-namespace {
+namespace
+{
 
 const QString kPayloadSender = QStringLiteral("kPayloadSender");
 const QString kPayloadRecipient = QStringLiteral("kPayloadRecipient");

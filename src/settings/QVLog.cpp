@@ -6,14 +6,12 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QMutex>
 #include <QMutexLocker>
-
-#include <QFileInfo>
-
 #include <atomic>
-#include <mutex>
 #include <cstdio>
+#include <mutex>
 
 Q_LOGGING_CATEGORY(lcEngine, "quorvel.engine", QtWarningMsg)
 Q_LOGGING_CATEGORY(lcStore, "quorvel.store", QtWarningMsg)
@@ -22,9 +20,10 @@ Q_LOGGING_CATEGORY(lcOrganizer, "quorvel.organizer", QtWarningMsg)
 Q_LOGGING_CATEGORY(lcReports, "quorvel.reports", QtWarningMsg)
 Q_LOGGING_CATEGORY(lcHelpers, "quorvel.helpers", QtWarningMsg)
 
-namespace {
+namespace
+{
 
-std::atomic<bool> loggingEnabled{false};
+std::atomic<bool> loggingEnabled { false };
 QMutex fileMutex;
 QtMessageHandler previousHandler = nullptr;
 
@@ -37,7 +36,7 @@ void messageHandler(QtMsgType type, const QMessageLogContext &context, const QSt
         QDir().mkpath(QFileInfo(file).absolutePath());
         if (file.open(QIODevice::Append | QIODevice::Text)) {
             const QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8() + ' '
-                                    + context.category + ": " + message.toUtf8() + '\n';
+                + context.category + ": " + message.toUtf8() + '\n';
             file.write(line);
         }
     }

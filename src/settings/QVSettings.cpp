@@ -7,7 +7,8 @@
 #include <QSettings>
 #include <QStandardPaths>
 
-namespace {
+namespace
+{
 
 QMutex registrationMutex;
 QVariantMap registeredDefaults;
@@ -15,49 +16,49 @@ QVariantMap registeredDefaults;
 using Type = QVSettings::Type;
 
 const QList<QVSettings::Key> keyTable = {
-    {"isInitialRun", Type::Bool, true},
-    {"diagnoseFileStructure", Type::Bool, true},
-    {"ignoreSystemFonts", Type::Bool, true},
-    {"ignoreApplicationFonts", Type::Bool, true},
-    {"resolveFileAliases", Type::Bool, true},
-    {"findDuplicateFonts", Type::Bool, true},
-    {"findOrpanedFonts", Type::Bool, true},
-    {"automaticallySaveReports", Type::Bool, true},
-    {"showReports", Type::Bool, true},
-    {"dontShowWelcomeScreenAtStartup", Type::Bool, true},
-    {"checkForUpdates", Type::Bool, true},
-    {"showHelperMenu", Type::Bool, true},
-    {"autoScanEnabled", Type::Bool, true},
-    {"autoScanModifiedFolders", Type::Bool, true},
-    {"autoScanQuitWhenDone", Type::Bool, true},
-    {"allStylesRequirePostScript", Type::Bool, true},
-    {"diagnoseType3fonts", Type::Bool, true},
-    {"matchVersionNumbers", Type::Bool, true},
-    {"checkFontActivation", Type::Bool, true},
-    {"organizeFonts", Type::Bool, true},
-    {"organizeFontsFolder", Type::String, true},
-    {"createAlphabetFolders", Type::Bool, true},
-    {"createFoundryFolders", Type::Bool, true},
-    {"createFamilyFolders", Type::Bool, true},
-    {"copyFontFiles", Type::Bool, true},
-    {"usePostscriptNameForFonts", Type::Bool, true},
-    {"useFamilyNameForFonts", Type::Bool, true},
-    {"showLibraryFolder", Type::Bool, true},
-    {"autoScanFrequency", Type::String, true},
-    {"doLogging", Type::Bool, true},
-    {"fontFolderPaths", Type::StringList, true},
-    {"scanAllDisks", Type::Bool, false},
-    {"recentScanFolderPaths", Type::StringList, false},
-    {"lastScanDate", Type::Date, false},
-    {"lastAutoScanDate", Type::Date, false},
-    {"lastScanType", Type::String, false},
-    {"lastScanProblemCount", Type::String, false},
-    {"lastScanTotalCount", Type::String, false},
-    {"lastReportName", Type::String, false},
-    {"lastReportFilePath", Type::String, false},
-    {"userName", Type::String, false},
-    {"companyName", Type::String, false},
-    {"prefsVersion", Type::Integer, false},
+    { "isInitialRun", Type::Bool, true },
+    { "diagnoseFileStructure", Type::Bool, true },
+    { "ignoreSystemFonts", Type::Bool, true },
+    { "ignoreApplicationFonts", Type::Bool, true },
+    { "resolveFileAliases", Type::Bool, true },
+    { "findDuplicateFonts", Type::Bool, true },
+    { "findOrpanedFonts", Type::Bool, true },
+    { "automaticallySaveReports", Type::Bool, true },
+    { "showReports", Type::Bool, true },
+    { "dontShowWelcomeScreenAtStartup", Type::Bool, true },
+    { "checkForUpdates", Type::Bool, true },
+    { "showHelperMenu", Type::Bool, true },
+    { "autoScanEnabled", Type::Bool, true },
+    { "autoScanModifiedFolders", Type::Bool, true },
+    { "autoScanQuitWhenDone", Type::Bool, true },
+    { "allStylesRequirePostScript", Type::Bool, true },
+    { "diagnoseType3fonts", Type::Bool, true },
+    { "matchVersionNumbers", Type::Bool, true },
+    { "checkFontActivation", Type::Bool, true },
+    { "organizeFonts", Type::Bool, true },
+    { "organizeFontsFolder", Type::String, true },
+    { "createAlphabetFolders", Type::Bool, true },
+    { "createFoundryFolders", Type::Bool, true },
+    { "createFamilyFolders", Type::Bool, true },
+    { "copyFontFiles", Type::Bool, true },
+    { "usePostscriptNameForFonts", Type::Bool, true },
+    { "useFamilyNameForFonts", Type::Bool, true },
+    { "showLibraryFolder", Type::Bool, true },
+    { "autoScanFrequency", Type::String, true },
+    { "doLogging", Type::Bool, true },
+    { "fontFolderPaths", Type::StringList, true },
+    { "scanAllDisks", Type::Bool, false },
+    { "recentScanFolderPaths", Type::StringList, false },
+    { "lastScanDate", Type::Date, false },
+    { "lastAutoScanDate", Type::Date, false },
+    { "lastScanType", Type::String, false },
+    { "lastScanProblemCount", Type::String, false },
+    { "lastScanTotalCount", Type::String, false },
+    { "lastReportName", Type::String, false },
+    { "lastReportFilePath", Type::String, false },
+    { "userName", Type::String, false },
+    { "companyName", Type::String, false },
+    { "prefsVersion", Type::Integer, false },
 };
 
 constexpr int kMaxRecentScans = 5;
@@ -68,7 +69,7 @@ std::optional<QStringList> asStringList(const QVariant &value)
     if (!value.isValid())
         return std::nullopt;
     if (value.typeId() == QMetaType::QString)
-        return QStringList{value.toString()};
+        return QStringList { value.toString() };
     if (value.typeId() == QMetaType::QStringList)
         return value.toStringList();
     if (value.typeId() == QMetaType::QVariantList) {
@@ -174,11 +175,11 @@ void QVSettings::migratePreferences(const std::function<void()> &quitHelpers, co
     if (settings.prefsVersion() == kCurrentPrefsVersion)
         return;
     const QVariant userName = settings.hasStoredValue(QStringLiteral("userName"))
-                                  ? settings.value(QStringLiteral("userName"))
-                                  : QVariant();
+        ? settings.value(QStringLiteral("userName"))
+        : QVariant();
     const QVariant companyName = settings.hasStoredValue(QStringLiteral("companyName"))
-                                     ? settings.value(QStringLiteral("companyName"))
-                                     : QVariant();
+        ? settings.value(QStringLiteral("companyName"))
+        : QVariant();
     {
         auto store = settings.openStore();
         store->clear();
@@ -258,7 +259,8 @@ bool QVSettings::boolValue(const QString &key) const
 QString QVSettings::stringValue(const QString &key) const
 {
     const QVariant stored = value(key);
-    if (!stored.isValid() || stored.typeId() == QMetaType::QStringList || stored.typeId() == QMetaType::QVariantList)
+    if (!stored.isValid() || stored.typeId() == QMetaType::QStringList
+        || stored.typeId() == QMetaType::QVariantList)
         return QString();
     return stored.toString();
 }

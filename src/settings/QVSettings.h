@@ -9,7 +9,6 @@
 #include <QStringList>
 #include <QVariant>
 #include <QVariantMap>
-
 #include <functional>
 #include <memory>
 #include <optional>
@@ -21,8 +20,7 @@ class QVSettings
 public:
     enum class Type { Bool, String, StringList, Date, Integer };
 
-    struct Key
-    {
+    struct Key {
         const char *name;
         Type type;
         bool registered; // has a registered default
@@ -52,7 +50,7 @@ public:
     // name and company returns to its default. quitHelpers runs after a reset so
     // that running helpers restart with the fresh values.
     static void migratePreferences(const std::function<void()> &quitHelpers = {},
-                                   const QString &bundleIdentifier = QString::fromLatin1(kBundleIdentifier));
+        const QString &bundleIdentifier = QString::fromLatin1(kBundleIdentifier));
 
     // The Linux font folders that exist, in search order, each with a trailing slash.
     static QStringList getSystemFontFolderPaths();
@@ -66,15 +64,33 @@ public:
     void setValue(const QString &key, const QVariant &value);
     void removeValue(const QString &key);
 
-#define QV_BOOL_SETTING(getter, setter)                                                              \
-    bool getter() const { return boolValue(QStringLiteral(#getter)); }                               \
-    void setter(bool value) { setValue(QStringLiteral(#getter), value); }
-#define QV_STRING_SETTING(getter, setter)                                                            \
-    QString getter() const { return stringValue(QStringLiteral(#getter)); }                          \
-    void setter(const QString &value) { setValue(QStringLiteral(#getter), value); }
-#define QV_DATE_SETTING(getter, setter)                                                              \
-    QDateTime getter() const { return value(QStringLiteral(#getter)).toDateTime(); }                 \
-    void setter(const QDateTime &value) { setValue(QStringLiteral(#getter), value); }
+#define QV_BOOL_SETTING(getter, setter)                                                                      \
+    bool getter() const                                                                                      \
+    {                                                                                                        \
+        return boolValue(QStringLiteral(#getter));                                                           \
+    }                                                                                                        \
+    void setter(bool value)                                                                                  \
+    {                                                                                                        \
+        setValue(QStringLiteral(#getter), value);                                                            \
+    }
+#define QV_STRING_SETTING(getter, setter)                                                                    \
+    QString getter() const                                                                                   \
+    {                                                                                                        \
+        return stringValue(QStringLiteral(#getter));                                                         \
+    }                                                                                                        \
+    void setter(const QString &value)                                                                        \
+    {                                                                                                        \
+        setValue(QStringLiteral(#getter), value);                                                            \
+    }
+#define QV_DATE_SETTING(getter, setter)                                                                      \
+    QDateTime getter() const                                                                                 \
+    {                                                                                                        \
+        return value(QStringLiteral(#getter)).toDateTime();                                                  \
+    }                                                                                                        \
+    void setter(const QDateTime &value)                                                                      \
+    {                                                                                                        \
+        setValue(QStringLiteral(#getter), value);                                                            \
+    }
 
     QV_BOOL_SETTING(isInitialRun, setIsInitialRun)
     QV_BOOL_SETTING(diagnoseFileStructure, setDiagnoseFileStructure)
@@ -121,8 +137,14 @@ public:
 #undef QV_STRING_SETTING
 #undef QV_DATE_SETTING
 
-    int prefsVersion() const { return value(QStringLiteral("prefsVersion")).toInt(); }
-    void setPrefsVersion(int version) { setValue(QStringLiteral("prefsVersion"), version); }
+    int prefsVersion() const
+    {
+        return value(QStringLiteral("prefsVersion")).toInt();
+    }
+    void setPrefsVersion(int version)
+    {
+        setValue(QStringLiteral("prefsVersion"), version);
+    }
 
     // The stored folders, or the system font folders when none are stored.
     // Never empty-handed: the fallback is always computed.

@@ -29,7 +29,8 @@
 #include <utility>
 #include <vector>
 
-namespace {
+namespace
+{
 
 // Seconds of the last label update, whole, kept for the life of the process:
 // a later scan leaves the label alone until its own elapsed time passes this

@@ -99,10 +99,11 @@ TEST(QuorvelCliDiagnose, ReportIsWrittenAfterTheResolutionAndListed)
     // A damaged font and a second copy of a healthy one, in a folder of its own.
     home.writeFile(QStringLiteral("Fonts/Broken <b>&.otf"), QByteArray());
     QDir().mkpath(home.path() + QStringLiteral("/More"));
-    QFile::copy(folder + QStringLiteral("/DejaVuSans.ttf"), home.path() + QStringLiteral("/More/DejaVuSans.ttf"));
+    QFile::copy(
+        folder + QStringLiteral("/DejaVuSans.ttf"), home.path() + QStringLiteral("/More/DejaVuSans.ttf"));
 
-    const QVCliRun run = runDiagnose(
-        home, { "diagnose", "--json", "--resolve", "--report", folder, home.path() + QStringLiteral("/More") });
+    const QVCliRun run = runDiagnose(home,
+        { "diagnose", "--json", "--resolve", "--report", folder, home.path() + QStringLiteral("/More") });
     ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
     const QJsonObject object = QJsonDocument::fromJson(run.out.toUtf8()).object();
     const QString reportPath = object.value(QStringLiteral("report")).toString();

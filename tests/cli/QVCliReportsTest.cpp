@@ -14,7 +14,6 @@
 namespace
 {
 
-
 // Three reports, stored newest first so that the list's date order shows.
 QStringList seedReports()
 {

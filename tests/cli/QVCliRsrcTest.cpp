@@ -14,7 +14,8 @@
 
 using namespace QVResourceTestTools;
 
-namespace {
+namespace
+{
 
 ToolResult runRsrc(const QVTestHome &home, const QStringList &arguments)
 {
@@ -77,11 +78,12 @@ TEST_F(QuorvelCliRsrc, LwfnFromT1macMatchesMacRes)
         0);
     const ToolResult jsonText = runRsrc(home, { QStringLiteral("--json"), lwfn });
     // Keys come in reading order, as documented.
-    EXPECT_TRUE(
-        jsonText.out.startsWith("{\"hasResourceFork\":true,\"storage\":\"appledouble\",\"finderInfo\":{\"type\":"
-                            "\"LWFN\",\"creator\":\"T1UT\",\"flags\":8448,"))
+    EXPECT_TRUE(jsonText.out.startsWith(
+        "{\"hasResourceFork\":true,\"storage\":\"appledouble\",\"finderInfo\":{\"type\":"
+        "\"LWFN\",\"creator\":\"T1UT\",\"flags\":8448,"))
         << jsonText.out.left(200).constData();
-    EXPECT_TRUE(jsonText.out.contains("\"resources\":[{\"type\":\"POST\",\"id\":501,\"name\":null,\"size\":"));
+    EXPECT_TRUE(
+        jsonText.out.contains("\"resources\":[{\"type\":\"POST\",\"id\":501,\"name\":null,\"size\":"));
     const QJsonObject result = json(lwfn);
     EXPECT_TRUE(result.value("hasResourceFork").toBool());
     EXPECT_EQ(result.value("storage").toString(), QStringLiteral("appledouble"));

@@ -3,7 +3,6 @@
 
 #include <QDeadlineTimer>
 #include <QDir>
-#include <QRegularExpression>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -11,10 +10,12 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QRegularExpression>
 #include <QThread>
 #include <gtest/gtest.h>
 
-namespace {
+namespace
+{
 
 QString copyFont(const QString &source, const QString &destination)
 {
@@ -69,7 +70,8 @@ TEST_F(CliScanTest, PrintsEveryFontFileInScanOrderWithoutAProgressBarWhenPiped)
     // Type 1 file on its own holds no font the examiner reads.
     EXPECT_TRUE(run.out.contains(two + QStringLiteral("/Font.TTF\n   0  TrueType")));
     EXPECT_TRUE(run.out.contains(one + QStringLiteral("/a/Outline.pfb  (no fonts examined)\n")));
-    EXPECT_TRUE(run.out.endsWith(QStringLiteral("2 fonts in 3 files, no problems found\n"))) << qPrintable(run.out);
+    EXPECT_TRUE(run.out.endsWith(QStringLiteral("2 fonts in 3 files, no problems found\n")))
+        << qPrintable(run.out);
     // Output that is not a terminal carries no bar.
     EXPECT_FALSE(run.out.contains(QLatin1Char('\r')));
     EXPECT_FALSE(run.out.contains(QLatin1String("Estimated time remaining")));

@@ -5,7 +5,8 @@
 #include <cstring>
 #include <gtest/gtest.h>
 
-namespace {
+namespace
+{
 
 QVResourceHandle bytesHandle(std::initializer_list<int> bytes)
 {

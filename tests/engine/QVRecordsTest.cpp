@@ -16,10 +16,10 @@ TEST(QVStatus, RepeatedMessageKeepsParallelArraysInStep)
     status.setFontErrorInfo(QString::fromUtf8(QVDefect::BadFileName));
     status.setFontError(QVErrorClass::Defect);
 
-    EXPECT_EQ(status.fontErrors, QList<int>{0});
-    EXPECT_EQ(status.fontErrorsInfo, (QStringList{"Bad Table Data", "Bad File Name"}));
-    EXPECT_EQ(status.fixedErrors, (QList<bool>{false, false}));
-    EXPECT_EQ(status.fixedErrorMessages, (QStringList{"", ""}));
+    EXPECT_EQ(status.fontErrors, QList<int> { 0 });
+    EXPECT_EQ(status.fontErrorsInfo, (QStringList { "Bad Table Data", "Bad File Name" }));
+    EXPECT_EQ(status.fixedErrors, (QList<bool> { false, false }));
+    EXPECT_EQ(status.fixedErrorMessages, (QStringList { "", "" }));
 }
 
 TEST(QVStatus, HasErrorsIsBoundedByErrorClassesNotMessages)
@@ -124,10 +124,11 @@ TEST(QVFontConstants, TypeNamesExistOnlyForKnownCodes)
         EXPECT_NE(name, getFontTypeNameKey(code)) << "no text in the string table for code " << code;
     }
     EXPECT_EQ(QVDefect::withDetail(QVDefect::FileError, QStringLiteral("No such file")),
-              QStringLiteral("File Error (No such file)"));
+        QStringLiteral("File Error (No such file)"));
 }
 
-namespace {
+namespace
+{
 
 // Gives each examined file a fixed number of statuses, some with a defect.
 class FakeExaminer final : public QVFontExaminer

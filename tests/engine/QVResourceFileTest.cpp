@@ -13,7 +13,8 @@
 
 using namespace QVResourceTestTools;
 
-namespace {
+namespace
+{
 
 QVResourceFile::Entry entry(
     const char *type, qint16 id, const QByteArray &data, const QByteArray &name = {}, quint8 attributes = 0)

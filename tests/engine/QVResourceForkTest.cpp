@@ -19,7 +19,8 @@
 
 using namespace QVResourceTestTools;
 
-namespace {
+namespace
+{
 
 // Our listing of an open file in macRes's form.
 QStringList listing(QVResouceFork &fork, qint16 refNum)

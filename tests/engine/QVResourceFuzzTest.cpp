@@ -10,15 +10,14 @@
 
 #include <QRandomGenerator>
 #include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 using namespace QVResourceTestTools;
 
-namespace {
-
-struct Tally
+namespace
 {
+
+struct Tally {
     int opened = 0;
     int refused = 0;
     int resources = 0;
@@ -92,7 +91,7 @@ class QVResourceFuzzTest : public ::testing::Test
 protected:
     void TearDown() override { QVResourceManager::closeAll(); }
     QVTestHome home;
-    QTemporaryDir dir{QStringLiteral("/tmp/qv-fuzz-XXXXXX")};
+    QTemporaryDir dir { QStringLiteral("/tmp/qv-fuzz-XXXXXX") };
 };
 
 } // namespace
@@ -103,12 +102,16 @@ TEST_F(QVResourceFuzzTest, DamagedRealForksGiveErrorsNotCrashes)
     QList<QPair<QString, QByteArray>> forks;
     const QString suitcase = makeSuitcaseFork(dir.path());
     ASSERT_FALSE(suitcase.isEmpty());
-    forks.append({QStringLiteral("ufond suitcase"), readBytes(suitcase)});
+    forks.append({ QStringLiteral("ufond suitcase"), readBytes(suitcase) });
     const QString lwfn = dir.path() + QStringLiteral("/lwfn.rsrc");
-    ASSERT_EQ(runTool(QStringLiteral("t1mac"), {QStringLiteral("--raw"), QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb"), lwfn}).exitCode, 0);
-    forks.append({QStringLiteral("t1mac LWFN"), readBytes(lwfn)});
+    ASSERT_EQ(
+        runTool(QStringLiteral("t1mac"),
+            { QStringLiteral("--raw"), QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb"), lwfn })
+            .exitCode,
+        0);
+    forks.append({ QStringLiteral("t1mac LWFN"), readBytes(lwfn) });
     if (!dfontPath().isEmpty())
-        forks.append({QStringLiteral("dfont"), readBytes(dfontPath())});
+        forks.append({ QStringLiteral("dfont"), readBytes(dfontPath()) });
 
     QVResouceFork fork;
     QRandomGenerator random(20261121);
@@ -125,7 +128,7 @@ TEST_F(QVResourceFuzzTest, DamagedRealForksGiveErrorsNotCrashes)
             qint16 ref;
             if (v % 10 == 0) {
                 QVAppleDouble wrapper;
-                wrapper.entries.append({QVAppleDouble::ResourceFork, bytes, 0});
+                wrapper.entries.append({ QVAppleDouble::ResourceFork, bytes, 0 });
                 QByteArray sidecar = wrapper.serialize();
                 if (v % 20 == 0)
                     sidecar[26 + random.bounded(12)] = char(random.bounded(256));
@@ -154,7 +157,7 @@ TEST_F(QVResourceFuzzTest, DamagedRealForksGiveErrorsNotCrashes)
         EXPECT_GT(tally.opened, 0) << qPrintable(name);
         EXPECT_GT(tally.refused, 0) << qPrintable(name);
         std::printf("[ fuzz ] %s: %d variants, %d opened, %d refused, %d resources read, %d unreadable\n",
-                    qPrintable(name), variants, tally.opened, tally.refused, tally.resources, tally.unreadable);
+            qPrintable(name), variants, tally.opened, tally.refused, tally.resources, tally.unreadable);
     }
     EXPECT_TRUE(QVResourceManager::openFiles().isEmpty());
 }
@@ -212,7 +215,7 @@ TEST_F(QVResourceFuzzTest, DamagedNamingTablesReadInsideTheData)
         if (v % 3 == 0)
             bytes.truncate(random.bounded(int(bytes.size())));
         const QVResourceHandle h = newHandleFromBytes(bytes);
-        for (int id : {1, 4, 6})
+        for (int id : { 1, 4, 6 })
             answered += !fork.getSNFTResourceName(h, id).isEmpty();
     }
     EXPECT_GT(answered, 0);

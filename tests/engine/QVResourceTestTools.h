@@ -18,17 +18,17 @@
 #include <QString>
 #include <QStringList>
 
-namespace QVResourceTestTools {
-
-struct ToolResult
+namespace QVResourceTestTools
 {
+
+struct ToolResult {
     int exitCode = -1;
     QByteArray out;
     QByteArray err;
 };
 
 inline ToolResult runTool(const QString &program, const QStringList &arguments, const QString &workDir = {},
-                          const QByteArray &input = {})
+    const QByteArray &input = {})
 {
     QProcess process;
     if (!workDir.isEmpty())
@@ -38,14 +38,20 @@ inline ToolResult runTool(const QString &program, const QStringList &arguments, 
         process.write(input);
     process.closeWriteChannel();
     if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit)
-        return {-1, process.readAllStandardOutput(), process.readAllStandardError()};
-    return {process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError()};
+        return { -1, process.readAllStandardOutput(), process.readAllStandardError() };
+    return { process.exitCode(), process.readAllStandardOutput(), process.readAllStandardError() };
 }
 
-inline bool toolExists(const QString &program) { return !QStandardPaths::findExecutable(program).isEmpty(); }
+inline bool toolExists(const QString &program)
+{
+    return !QStandardPaths::findExecutable(program).isEmpty();
+}
 
 // The system interpreter with fontTools (not whatever python3 is first on PATH).
-inline QString python() { return QStringLiteral("/usr/bin/python3"); }
+inline QString python()
+{
+    return QStringLiteral("/usr/bin/python3");
+}
 
 // fontTools' macRes listing of a raw fork file: "TYPE ID NAME-or-null SIZE
 // SHA1" lines, sorted. Empty with *error set when it cannot read the fork.
@@ -62,7 +68,8 @@ for t in r.keys():
                     "sha1": hashlib.sha1(res.data).hexdigest()})
 print(json.dumps(out))
 )";
-    const ToolResult result = runTool(python(), {QStringLiteral("-c"), QString::fromLatin1(script), rawForkPath});
+    const ToolResult result
+        = runTool(python(), { QStringLiteral("-c"), QString::fromLatin1(script), rawForkPath });
     if (result.exitCode != 0) {
         if (error)
             *error = QString::fromUtf8(result.err);
@@ -98,10 +105,10 @@ inline QByteArray readBytes(const QString &path)
 // An LWFN file made by t1mac: an empty data file NAME with its AppleDouble
 // sidecar ._NAME. Returns the data file's path, empty on failure.
 inline QString makeLwfn(const QString &dir, const QString &name,
-                        const QString &pfb = QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb"))
+    const QString &pfb = QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb"))
 {
     const QString sidecar = dir + QStringLiteral("/._") + name;
-    if (runTool(QStringLiteral("t1mac"), {QStringLiteral("--appledouble"), pfb, sidecar}).exitCode != 0)
+    if (runTool(QStringLiteral("t1mac"), { QStringLiteral("--appledouble"), pfb, sidecar }).exitCode != 0)
         return {};
     const QString path = dir + QLatin1Char('/') + name;
     return writeBytes(path, {}) ? path : QString();
@@ -112,15 +119,17 @@ inline QString makeLwfn(const QString &dir, const QString &name,
 inline QString makeSuitcaseFork(const QString &dir)
 {
     const QString ttf = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
-    for (const char *size : {"10", "12"}) {
+    for (const char *size : { "10", "12" }) {
         // otf2bdf's exit status is not meaningful (it answers 8 on success).
         const QString bdf = dir + QStringLiteral("/s%1.bdf").arg(QString::fromLatin1(size));
-        runTool(QStringLiteral("otf2bdf"), {QStringLiteral("-p"), QString::fromLatin1(size), QStringLiteral("-l"),
-                                            QStringLiteral("32_126"), ttf, QStringLiteral("-o"), bdf});
+        runTool(QStringLiteral("otf2bdf"),
+            { QStringLiteral("-p"), QString::fromLatin1(size), QStringLiteral("-l"), QStringLiteral("32_126"),
+                ttf, QStringLiteral("-o"), bdf });
         if (!QFile::exists(bdf))
             return {};
     }
-    if (runTool(QStringLiteral("ufond"), {QStringLiteral("-res"), QStringLiteral("s10.bdf"), QStringLiteral("s12.bdf")}, dir)
+    if (runTool(QStringLiteral("ufond"),
+            { QStringLiteral("-res"), QStringLiteral("s10.bdf"), QStringLiteral("s12.bdf") }, dir)
             .exitCode
         != 0)
         return {};
@@ -134,15 +143,14 @@ inline QString dfontPath()
     const QString known = QStringLiteral("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont");
     if (QFile::exists(known))
         return known;
-    QDirIterator it(QStringLiteral("/usr/share"), {QStringLiteral("*.dfont")}, QDir::Files,
-                    QDirIterator::Subdirectories);
+    QDirIterator it(QStringLiteral("/usr/share"), { QStringLiteral("*.dfont") }, QDir::Files,
+        QDirIterator::Subdirectories);
     return it.hasNext() ? it.next() : QString();
 }
 
 // SHA-256 over the data fork, the resource fork and the Finder info, wherever
 // they live, plus where they live.
-struct PairHash
-{
+struct PairHash {
     QByteArray data, fork, finderInfo;
     QVForkStorage::Place forkPlace = QVForkStorage::Place::None;
     QVForkStorage::Place finderPlace = QVForkStorage::Place::None;
@@ -151,7 +159,8 @@ struct PairHash
 
 inline PairHash hashPair(const QString &path)
 {
-    auto sha = [](const QByteArray &b) { return QCryptographicHash::hash(b, QCryptographicHash::Sha256).toHex(); };
+    auto sha
+        = [](const QByteArray &b) { return QCryptographicHash::hash(b, QCryptographicHash::Sha256).toHex(); };
     PairHash h;
     h.data = sha(readBytes(path));
     QByteArray fork;

@@ -18,7 +18,8 @@
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
 
-namespace {
+namespace
+{
 
 QByteArray smallFork()
 {

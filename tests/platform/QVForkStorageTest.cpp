@@ -16,7 +16,8 @@
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
 
-namespace {
+namespace
+{
 
 QByteArray be32(quint32 v)
 {

@@ -14,7 +14,8 @@
 #include <functional>
 #include <gtest/gtest.h>
 
-namespace {
+namespace
+{
 
 const QString kApp = QString::fromLatin1(QVSettings::kBundleIdentifier);
 const QString kHandler = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
@@ -93,7 +94,8 @@ public Q_SLOTS:
     }
 };
 
-namespace {
+namespace
+{
 
 class HelperChannelTest : public ::testing::Test
 {

@@ -1,9 +1,9 @@
 #include "settings/QVLog.h"
+
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
 #include <QFile>
-
 #include <gtest/gtest.h>
 
 TEST(QVLog, WritesToTheDataFolderOnlyWhenLoggingIsOn)

@@ -1,11 +1,11 @@
 #include "settings/QVSettings.h"
+
 #include "settings/QVStringTable.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-
 #include <gtest/gtest.h>
 
 TEST(QVSettings, RegisteredDefaultsAreInForceButNotWritten)
@@ -89,8 +89,8 @@ TEST(QVSettings, FontFolderPathsFallBackToExistingSystemFolders)
     QVSettings settings;
     // Only the folders that exist, home folders first, each with a trailing slash.
     QDir().mkpath(home.dataHome() + QStringLiteral("/fonts"));
-    QStringList expected{home.dataHome() + QStringLiteral("/fonts/")};
-    for (const char *system : {"/usr/local/share/fonts/", "/usr/share/fonts/"}) {
+    QStringList expected { home.dataHome() + QStringLiteral("/fonts/") };
+    for (const char *system : { "/usr/local/share/fonts/", "/usr/share/fonts/" }) {
         if (QDir(QString::fromLatin1(system)).exists())
             expected.append(QString::fromLatin1(system));
     }
@@ -100,8 +100,8 @@ TEST(QVSettings, FontFolderPathsFallBackToExistingSystemFolders)
     QDir().mkpath(home.path() + QStringLiteral("/.fonts"));
     EXPECT_EQ(QVSettings::getSystemFontFolderPaths().value(1), home.path() + QStringLiteral("/.fonts/"));
 
-    settings.setFontFolderPaths({QStringLiteral("/srv/fonts/")});
-    EXPECT_EQ(settings.fontFolderPaths(), QStringList{QStringLiteral("/srv/fonts/")});
+    settings.setFontFolderPaths({ QStringLiteral("/srv/fonts/") });
+    EXPECT_EQ(settings.fontFolderPaths(), QStringList { QStringLiteral("/srv/fonts/") });
     settings.setValue(QStringLiteral("fontFolderPaths"), 42);
     EXPECT_EQ(settings.fontFolderPaths(), QVSettings::getSystemFontFolderPaths());
 }
@@ -117,38 +117,47 @@ TEST(QVSettings, RecentScansKeepTheirQuirks)
 
     // A sixth new folder drops the oldest.
     settings.addRecentScan(QStringLiteral("/f6"));
-    EXPECT_EQ(*settings.recentScanFolderPaths(),
-              (QStringList{"/f2", "/f3", "/f4", "/f5", "/f6"}));
+    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList { "/f2", "/f3", "/f4", "/f5", "/f6" }));
 
     // A folder already in a full list leaves the stored list unchanged.
     settings.addRecentScan(QStringLiteral("/f4"));
-    EXPECT_EQ(*settings.recentScanFolderPaths(),
-              (QStringList{"/f2", "/f3", "/f4", "/f5", "/f6"}));
+    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList { "/f2", "/f3", "/f4", "/f5", "/f6" }));
 
     // Re-adding the oldest entry of a full list moves it to the end.
     settings.addRecentScan(QStringLiteral("/f2"));
-    EXPECT_EQ(*settings.recentScanFolderPaths(),
-              (QStringList{"/f3", "/f4", "/f5", "/f6", "/f2"}));
+    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList { "/f3", "/f4", "/f5", "/f6", "/f2" }));
 
     settings.removeRecentScan(QStringLiteral("/nowhere"));
     EXPECT_EQ(settings.recentScanFolderPaths()->size(), 5);
     settings.removeRecentScan(QStringLiteral("/f5"));
-    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList{"/f3", "/f4", "/f6", "/f2"}));
+    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList { "/f3", "/f4", "/f6", "/f2" }));
 
     // A one-folder list survives the round trip through the store.
     QVTestHome other;
     QVSettings single;
     single.addRecentScan(QStringLiteral("/only"));
-    EXPECT_EQ(*single.recentScanFolderPaths(), QStringList{QStringLiteral("/only")});
+    EXPECT_EQ(*single.recentScanFolderPaths(), QStringList { QStringLiteral("/only") });
 }
 
 TEST(QVStringTable, EveryKeyInUseHasAText)
 {
     const QStringList used = {
-        "any.cancel.title", "any.continue.title", "any.done.title", "any.ok.title", "any.quit.title",
-        "any.select.folder.title", "any.select.title", "diagnosis.cancel.info", "diagnosis.cancel.message",
-        "filemanager.filename.archive", "filemanager.scan.canceled", "organize.finish.message",
-        "scan.label.title", "search.cancel.info", "search.cancel.message", "window.title.scan",
+        "any.cancel.title",
+        "any.continue.title",
+        "any.done.title",
+        "any.ok.title",
+        "any.quit.title",
+        "any.select.folder.title",
+        "any.select.title",
+        "diagnosis.cancel.info",
+        "diagnosis.cancel.message",
+        "filemanager.filename.archive",
+        "filemanager.scan.canceled",
+        "organize.finish.message",
+        "scan.label.title",
+        "search.cancel.info",
+        "search.cancel.message",
+        "window.title.scan",
     };
     for (const QString &key : used) {
         EXPECT_TRUE(QVStringTable::contains(key)) << qPrintable(key);

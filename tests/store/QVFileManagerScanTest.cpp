@@ -18,7 +18,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-namespace {
+namespace
+{
 
 class ScanTest : public ::testing::Test
 {

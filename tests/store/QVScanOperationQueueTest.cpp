@@ -7,7 +7,8 @@
 #include <QThread>
 #include <gtest/gtest.h>
 
-namespace {
+namespace
+{
 
 struct Log {
     QMutex mutex;

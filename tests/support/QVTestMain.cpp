@@ -1,8 +1,7 @@
 // Test programs run inside a QCoreApplication so that event loops, timers and
 // queued signals work as they do in Quorvel.
-#include <gtest/gtest.h>
-
 #include <QCoreApplication>
+#include <gtest/gtest.h>
 
 int main(int argc, char **argv)
 {

@@ -17,7 +17,8 @@
 #include <QDateTime>
 #include <cstdio>
 
-namespace {
+namespace
+{
 
 class Peer final : public QVHelperCommunicationsDelegate
 {
