@@ -231,7 +231,11 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         }
         if (failure.isEmpty() && exists(destination)) {
             if (isSuitcaseMember(row)) {
-                const QString merged = m_surgery->moveFontFromQuarantineToSuitcase(quarantined, destination);
+                // The quarantined copy is deleted after the merge: only when
+                // the suitcase then holds every font of it.
+                QString merged = m_surgery->checkRestoreIntoSuitcase(quarantined, destination);
+                if (merged.isNull())
+                    merged = m_surgery->moveFontFromQuarantineToSuitcase(quarantined, destination);
                 if (!merged.isNull()) {
                     qCWarning(lcStore, "Error moveFontFromQuarantineToSuitcase = %s", qUtf8Printable(merged));
                     failure = merged;

@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVForkStorage.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVLog.h"
@@ -475,6 +476,20 @@ QString QVQuarantineStore::authorizedMoveFileToQuarantine(const QString &source,
     // Listed before the file moves: afterwards they can no longer be found.
     const QStringList companions = QVFilePair::companions(source);
     const QStringList companionTargets = QVFilePair::companionDestinations(source, destination);
+    // mv carries extended attributes only where the destination can hold
+    // them, and says nothing when it cannot: what they hold is read first and
+    // written beside the file should it arrive without it.
+    using Place = QVForkStorage::Place;
+    QByteArray fork;
+    QByteArray info;
+    Place forkPlace = Place::None;
+    Place infoPlace = Place::None;
+    if (QVForkStorage::readResourceFork(source, &fork, &forkPlace) != 0
+        || forkPlace != Place::ExtendedAttribute)
+        fork.clear();
+    if (QVForkStorage::readFinderInfo(source, &info, &infoPlace) != 0
+        || infoPlace != Place::ExtendedAttribute)
+        info.clear();
     const QString mv = QStringLiteral("/bin/mv");
     QString error = runner->runWithAdministratorRights(mv, { QStringLiteral("-f"), source, destination });
     if (!error.isNull())
@@ -491,6 +506,17 @@ QString QVQuarantineStore::authorizedMoveFileToQuarantine(const QString &source,
             runner->runWithAdministratorRights(mv, { QStringLiteral("-f"), destination, source });
             return error;
         }
+    }
+    if (existsOrLink(destination)) {
+        if (!fork.isEmpty() && QVForkStorage::resourceForkPlace(destination) == Place::None
+            && QVForkStorage::writeResourceFork(destination, fork, Place::AppleDouble) != 0)
+            qCWarning(lcStore) << "Error: could not keep the resource fork of" << destination;
+        // A sidecar just written for the fork holds an empty Finder info.
+        QByteArray arrived;
+        QVForkStorage::readFinderInfo(destination, &arrived);
+        if (!info.isEmpty() && arrived.count('\0') == arrived.size()
+            && QVForkStorage::writeFinderInfo(destination, info, Place::AppleDouble) != 0)
+            qCWarning(lcStore) << "Error: could not keep the Finder info of" << destination;
     }
     return QString();
 }

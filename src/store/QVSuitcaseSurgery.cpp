@@ -101,6 +101,106 @@ int QVSuitcaseSurgery::entryCount(const QVResourceHandle &fond)
     return int(qMin<qint64>(countMinusOne + 1, qMax<qint64>(fitting, 0)));
 }
 
+QString QVSuitcaseSurgery::fileNameForFamily(const QString &name)
+{
+    QString result;
+    result.reserve(name.size());
+    for (const QChar c : name) {
+        if (c == QLatin1Char('/'))
+            result.append(QLatin1Char(':'));
+        else if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            result.append(QLatin1Char('_'));
+        else
+            result.append(c);
+    }
+    if (result.startsWith(QLatin1Char('.')))
+        result[0] = QLatin1Char('_');
+    // Leaves room for a collision number within the usual 255-byte limit.
+    while (result.toUtf8().size() > 240) {
+        result.chop(1);
+        if (!result.isEmpty() && result.back().isHighSurrogate())
+            result.chop(1);
+    }
+    if (result.isEmpty())
+        result = QStringLiteral("Untitled Font");
+    return result;
+}
+
+QVResourceHandle QVSuitcaseSurgery::memberResource(qint16 ref, qint32 size, qint16 id)
+{
+    if (size < 1)
+        return m_fork.getResourceOfID(id, kSfnt, ref);
+    QVResourceHandle strike = m_fork.getResourceOfID(id, kNFNT, ref);
+    if (!strike)
+        strike = m_fork.getResourceOfID(id, kFONT, ref);
+    return strike;
+}
+
+QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
+    const QString &quarantinedPath, const QString &suitcasePath)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    CurrentFileRestorer restorer;
+    // What the merge itself refuses (no family, no suitcase) it reports itself.
+    const qint16 quarantineRef = m_fork.openResourceFile(QVPermission::Read, quarantinedPath);
+    if (quarantineRef < 1)
+        return QString();
+    QVResourceHandle fond;
+    const int count = m_fork.countResourceTypes(quarantineRef, kFOND);
+    for (int i = 1; i <= count && !fond && m_fork.resourceError() == 0; ++i) {
+        QVResourceHandle candidate = m_fork.getIndexResource(quarantineRef, kFOND, i);
+        if (candidate && m_fork.resourceError() == 0 && candidate->data.size() >= kMinimumFONDSize)
+            fond = candidate;
+    }
+    if (!fond || !m_fork.hasResourceFork(suitcasePath)) {
+        m_fork.closeResourceFile(quarantineRef);
+        return QString();
+    }
+    const qint16 suitcaseRef = m_fork.openResourceFile(QVPermission::Read, suitcasePath);
+    if (suitcaseRef < 1) {
+        m_fork.closeResourceFile(quarantineRef);
+        return QString();
+    }
+    const QString familyName = m_fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
+    QVResourceHandle existing = m_fork.getNamedResource(familyName, kFOND, suitcaseRef);
+    if (existing && existing->data.size() < kMinimumFONDSize)
+        existing.reset();
+    QVMemoryHandler &mem = *m_fork.memoryHandler;
+    QString problem;
+    const int entries = entryCount(fond);
+    for (int j = 0; j < entries && problem.isNull(); ++j) {
+        const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
+        const qint32 style = mem.Handle_ReadShort(fond, entryOffset(j) + 2);
+        const qint16 id = qint16(mem.Handle_ReadShort(fond, entryOffset(j) + 4));
+        const QVResourceHandle held = memberResource(quarantineRef, size, id);
+        if (!held)
+            continue; // nothing of this member in the quarantine to lose
+        // The entry the family record will list for this size and style.
+        qint16 listedID = id;
+        const int present = existing ? entryCount(existing) : 0;
+        for (int k = 0; k < present; ++k) {
+            if (mem.Handle_ReadShort(existing, entryOffset(k)) == size
+                && mem.Handle_ReadShort(existing, entryOffset(k) + 2) == style) {
+                listedID = qint16(mem.Handle_ReadShort(existing, entryOffset(k) + 4));
+                break;
+            }
+        }
+        const QVResourceHandle there = memberResource(suitcaseRef, size, listedID);
+        // A family added anew brings the members the suitcase lacks; a merge brings none.
+        if (there ? there->data != held->data : bool(existing))
+            problem = QStringLiteral("The suitcase \"%1\" does not hold the %2 of \"%3\" (size %4, style %5, "
+                                     "ID %6); the quarantined copy is kept")
+                          .arg(suitcasePath, size < 1 ? QStringLiteral("outline") : QStringLiteral("strike"),
+                              familyName)
+                          .arg(size)
+                          .arg(style)
+                          .arg(id);
+    }
+    m_fork.closeResourceFile(suitcaseRef);
+    m_fork.closeResourceFile(quarantineRef);
+    return problem;
+}
+
 QString QVSuitcaseSurgery::entryPostScriptName(const QVResourceHandle &fond, int index)
 {
     const qint32 style = m_fork.memoryHandler->Handle_ReadShort(fond, entryOffset(index) + 2);
@@ -113,7 +213,8 @@ QString QVSuitcaseSurgery::moveFontFromSuitcaseToQuarantine(
     if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine)
         return QString();
     const QString folder = m_store->getQuarantineFolder().toLocalFile().chopped(1);
-    const QString destination = QVQuarantineStore::uniqueDestination(folder, fontStatus->fontName, false);
+    const QString destination
+        = QVQuarantineStore::uniqueDestination(folder, fileNameForFamily(fontStatus->fontName), false);
     return takeFontOut(fontFile, fontStatus, reason, destination, Target::Quarantine);
 }
 
@@ -123,7 +224,7 @@ QString QVSuitcaseSurgery::moveFontFromSuitcaseToFolder(const QVFontFilePtr &fon
     if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine || fontStatus->movedToLibrary
         || fontFile->fileMovedToLibrary)
         return QString();
-    const QString destination = QVQuarantineStore::uniqueDestination(folder, name, false);
+    const QString destination = QVQuarantineStore::uniqueDestination(folder, fileNameForFamily(name), false);
     return takeFontOut(
         fontFile, fontStatus, QString(), destination, copyOnly ? Target::FolderCopyOnly : Target::Folder);
 }
@@ -229,7 +330,12 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             error = m_fork.addResource(family, kFOND, familyID, familyName);
             if (error == 0) {
                 removeFONDAssocTables(family, psName, isTrueType, fontFile);
-                addFONDAssociatedResources(family, ref, newRef);
+                // No member of the font's kind under that name: the record went
+                // whole and the new suitcase would hold nothing of the font.
+                if (family->data.isEmpty())
+                    error = QVResourceError::ResNotFound;
+                else
+                    addFONDAssociatedResources(family, ref, newRef);
             }
             m_fork.useResourceFile(ref);
             m_fork.closeResourceFile(newRef);

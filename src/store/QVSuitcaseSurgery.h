@@ -31,6 +31,12 @@ public:
     // The organizer's variant: into folder/name; copyOnly leaves the source.
     QString moveFontFromSuitcaseToFolder(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus,
         const QString &folder, const QString &name, bool copyOnly);
+    // Null when putting the quarantined suitcase's first family back into the
+    // suitcase at suitcasePath keeps every font of it: each member the family
+    // record will list must be held there byte for byte (a merge copies no
+    // strikes, and an ID already in use is never overwritten). Else the reason.
+    // The restore deletes the quarantined copy only after this holds.
+    QString checkRestoreIntoSuitcase(const QString &quarantinedPath, const QString &suitcasePath);
     // Puts the first family of a quarantined suitcase back into the suitcase at
     // suitcasePath: merged into its family record when the suitcase still has
     // one of that name, else added with its font resources.
@@ -59,6 +65,12 @@ public:
     void removeFONDAssocTables(const QVResourceHandle &fond, const QString &postScriptName, bool isTrueType,
         const QVFontFilePtr &inFile);
 
+    // A family name as the name of a file of its own: a slash (allowed in Mac
+    // names) becomes a colon, control characters and a leading dot (a hidden
+    // file, or one taken for a fork sidecar) become "_", and an overlong name
+    // is cut, so the file always lands directly in the folder meant.
+    static QString fileNameForFamily(const QString &name);
+
     // The PostScript name of association entry `index` of a FOND.
     QString entryPostScriptName(const QVResourceHandle &fond, int index);
 
@@ -70,6 +82,9 @@ private:
     // what fits); 0 for a damaged count.
     int entryCount(const QVResourceHandle &fond);
     QString resourceErrorText(qint16 code) const;
+    // The strike (NFNT, else FONT) or outline (sfnt, for a size below 1) of an
+    // entry in one open file; null when it has none.
+    QVResourceHandle memberResource(qint16 ref, qint32 size, qint16 id);
 
     QVQuarantineStore *m_store;
     QVResouceFork m_fork;

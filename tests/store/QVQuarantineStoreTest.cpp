@@ -448,3 +448,65 @@ TEST(QVQuarantineStore, ALiveRunsJournalIsLeftToItAndADeadOnesIsTakenOver)
         names << record.value("quarantineFileName").toString();
     EXPECT_EQ(names, (QStringList { "Foo.otf", "Baz.otf", "Bar.otf" }));
 }
+
+namespace
+{
+
+// A privileged mv onto a file system without extended attributes: the bytes
+// arrive, the attributes do not, and nobody is told.
+class AttributeDroppingRunner : public QVPrivilegedRunner
+{
+public:
+    AttributeDroppingRunner()
+        : QVPrivilegedRunner(QStringLiteral("/bin/true"))
+    {
+    }
+    QString runWithAdministratorRights(const QString &program, const QStringList &arguments) override
+    {
+        if (program != QLatin1String("/bin/mv"))
+            return QStringLiteral("Authorization Error: 1");
+        QFile in(arguments.at(1));
+        QFile out(arguments.at(2));
+        if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+            return QStringLiteral("Authorization Error: 1");
+        out.write(in.readAll());
+        out.close();
+        in.close();
+        QFile::remove(arguments.at(1));
+        return QString();
+    }
+};
+
+} // namespace
+
+TEST(QVQuarantineStore, APrivilegedMoveThatDropsAttributesStillKeepsTheFork)
+{
+    QVTestHome home;
+    QVQuarantineStore store;
+    using Place = QVForkStorage::Place;
+    const QByteArray fork = dejaVuSerifFork(home.path() + "/work");
+    ASSERT_FALSE(fork.isEmpty()) << "otf2bdf/ufond failed";
+    const QString path = home.writeFile("fonts/Serif", "");
+    QByteArray info(32, '\0');
+    info.replace(0, 8, "FFILDMOV");
+    if (QVForkStorage::writeResourceFork(path, fork, Place::ExtendedAttribute) != 0
+        || QVForkStorage::resourceForkPlace(path) != Place::ExtendedAttribute)
+        GTEST_SKIP() << "no extended attributes here";
+    ASSERT_EQ(QVForkStorage::writeFinderInfo(path, info, Place::ExtendedAttribute), 0);
+    ASSERT_EQ(QVForkStorage::finderInfoPlace(path), Place::ExtendedAttribute);
+
+    QVPrivilegedRunner::setShared(std::make_shared<AttributeDroppingRunner>());
+    store.getQuarantineFolder();
+    const QString destination = quarantined(store, "Serif");
+    EXPECT_TRUE(store.authorizedMoveFileToQuarantine(path, destination).isNull());
+    QVPrivilegedRunner::setShared(nullptr);
+    EXPECT_FALSE(QFileInfo::exists(path));
+    QByteArray forkAfter;
+    Place place = Place::None;
+    ASSERT_EQ(QVForkStorage::readResourceFork(destination, &forkAfter, &place), 0);
+    EXPECT_EQ(forkAfter, fork);
+    EXPECT_EQ(place, Place::AppleDouble);
+    QByteArray infoAfter;
+    ASSERT_EQ(QVForkStorage::readFinderInfo(destination, &infoAfter), 0);
+    EXPECT_EQ(infoAfter, info);
+}

@@ -5,6 +5,7 @@
 #include "engine/QVResourceManager.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
+#include "store/QVQuarantineRuns.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVStoreFixtures.h"
 #include "support/QVTestHome.h"
@@ -241,8 +242,8 @@ QByteArray handMadeFOND(const QList<std::array<qint16, 3>> &entries, qint16 coun
     return fond;
 }
 
-QString suitcaseWith(
-    const QString &path, const QByteArray &fond, const QList<QVResourceFile::Entry> &others = {})
+QString suitcaseWith(const QString &path, const QByteArray &fond,
+    const QList<QVResourceFile::Entry> &others = {}, const QByteArray &family = "Times")
 {
     qint16 error = 0;
     auto file = QVResourceFile::parse(QVResourceFile::emptyFork(), &error);
@@ -251,7 +252,7 @@ QString suitcaseWith(
     QVResourceFile::Entry entry;
     entry.type = qvFourCC("FOND");
     entry.id = 300;
-    entry.name = "Times";
+    entry.name = family;
     entry.hasName = true;
     entry.data = fond;
     file->entries.append(entry);
@@ -438,4 +439,129 @@ TEST_F(SuitcaseTest, ASuitcaseThatCannotBeRewrittenKeepsItsFontAndNothingIsMarke
     EXPECT_EQ(forkHashes(path), before);
     // Nothing half-done is left for a later load to record.
     EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
+}
+
+namespace
+{
+
+QVResourceFile::Entry strike(qint16 id, char fill)
+{
+    QVResourceFile::Entry entry;
+    entry.type = qvFourCC("NFNT");
+    entry.id = id;
+    entry.data = QByteArray(40, fill);
+    return entry;
+}
+
+QVStatusPtr handMadeMember(const QVFontFilePtr &file, const QString &family, int size)
+{
+    auto status = std::make_shared<QVStatus>();
+    status->fontName = family;
+    status->PSname = "Times-Roman";
+    status->fontSize = size;
+    status->fontStyle = "Plain";
+    status->fontType = size ? 0 : 3;
+    status->fontURL = file->URL;
+    status->index = int(file->fontStatusArray.size());
+    file->fontStatusArray.append(status);
+    return status;
+}
+
+} // namespace
+
+TEST_F(SuitcaseTest, AFamilyNameNeverLeadsOutOfTheQuarantine)
+{
+    // Mac family names may hold slashes; this one would climb out of the folder.
+    const QString path = suitcaseWith(home.path() + "/fonts/Odd", handMadeFOND({ { 10, 0, 301 } }, 0),
+        { strike(301, '\x11') }, "../Out/Times");
+    auto file = std::make_shared<QVFontFile>(path);
+    file->fontFileType = 0;
+    auto status = handMadeMember(file, "../Out/Times", 10);
+    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, status, "r").isNull());
+    const QString taken = store.quarantineFolderPath() + "/_.:Out:Times";
+    EXPECT_TRUE(QFileInfo(taken).isFile());
+    EXPECT_TRUE(fontToolsListing(extractFork(taken, work + "/odd")).contains("NFNT 301"))
+        << qPrintable(taken);
+    EXPECT_FALSE(QFileInfo::exists(QFileInfo(store.quarantineFolderPath()).absolutePath() + "/Out"));
+    EXPECT_TRUE(status->movedToQuarantine);
+    ASSERT_EQ(store.quarantinedFilesDataArray.size(), 1);
+    EXPECT_EQ(store.quarantinedFilesDataArray.first().value("quarantineFileName").toString(),
+        QStringLiteral("_.:Out:Times"));
+
+    EXPECT_EQ(QVSuitcaseSurgery::fileNameForFamily("._Sidecar\x01"), QStringLiteral("__Sidecar_"));
+    EXPECT_EQ(QVSuitcaseSurgery::fileNameForFamily(""), QStringLiteral("Untitled Font"));
+    EXPECT_LE(QVSuitcaseSurgery::fileNameForFamily(QString(300, QChar(0x00e9))).toUtf8().size(), 240);
+}
+
+TEST_F(SuitcaseTest, ARestoreDeletesTheQuarantinedCopyOnlyWhenTheSuitcaseHoldsItsFonts)
+{
+    // The quarantined family: the 10 point strike, ID 301.
+    const QString quarantined = store.quarantineFolderPath() + "/Times";
+    QDir().mkpath(store.quarantineFolderPath());
+    suitcaseWith(quarantined, handMadeFOND({ { 10, 0, 301 } }, 0), { strike(301, 'A') });
+    QVariantMap record;
+    record.insert("fontFileType", 0);
+    record.insert("quarantineFileName", "Times");
+    record.insert("fontCount", 1);
+    record.insert("reason", "r");
+    record.insert("fontNames", QStringList { "Times" });
+    record.insert("fontPSnames", QStringList { "Times-Roman" });
+    record.insert("fontStyles", QStringList { "Plain" });
+    record.insert("fontFoundries", QStringList { "-" });
+    record.insert("fontTypes", QVariantList { 0 });
+    const QString target = home.path() + "/fonts/Times";
+    record.insert("originalFilePath", target);
+    store.quarantinedFilesDataArray.append(record);
+    const QString quarantinedBefore = forkHashes(quarantined);
+
+    // The suitcase still has the family, but ID 301 is now another strike, or
+    // is gone: the merged entry would point at the wrong font or at nothing.
+    for (const QList<QVResourceFile::Entry> &held :
+        { QList<QVResourceFile::Entry> { strike(303, 'B'), strike(301, 'C') },
+            QList<QVResourceFile::Entry> { strike(303, 'B') } }) {
+        QFile::remove(target);
+        QFile::remove(QVForkStorage::sidecarPath(target));
+        suitcaseWith(target, handMadeFOND({ { 12, 0, 303 } }, 0), held);
+        const QString targetBefore = forkHashes(target);
+        QVQuarantineRuns runs(&store, &surgery);
+        runs.checkedRowsArray = { 0 };
+        const auto result = runs.restoreQuarantinedFiles();
+        EXPECT_TRUE(result.handledRows.isEmpty());
+        ASSERT_EQ(result.errors.size(), 1);
+        EXPECT_TRUE(result.errors.first().contains("the quarantined copy is kept"))
+            << qPrintable(result.errors.first());
+        EXPECT_EQ(forkHashes(quarantined), quarantinedBefore);
+        EXPECT_EQ(forkHashes(target), targetBefore);
+        EXPECT_EQ(store.quarantinedFilesDataArray.size(), 1);
+    }
+
+    // The suitcase holds the very strike: merged, and the copy may go.
+    QFile::remove(target);
+    QFile::remove(QVForkStorage::sidecarPath(target));
+    suitcaseWith(target, handMadeFOND({ { 12, 0, 303 } }, 0), { strike(303, 'B'), strike(301, 'A') });
+    QVQuarantineRuns runs(&store, &surgery);
+    runs.checkedRowsArray = { 0 };
+    const auto result = runs.restoreQuarantinedFiles();
+    EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
+    EXPECT_EQ(fontToolsFONDEntries(extractFork(target, work + "/merged")).trimmed(),
+        QStringLiteral("Times 300 10/0/301 12/0/303"));
+    EXPECT_FALSE(QFileInfo::exists(quarantined));
+    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
+}
+
+TEST_F(SuitcaseTest, AFontWhoseKindTheFamilyLacksIsNotTakenForMoved)
+{
+    // The family lists only a bitmap of that PostScript name; the record asks
+    // for an outline of it.
+    const QString path = suitcaseWith(
+        home.path() + "/fonts/Times", handMadeFOND({ { 10, 0, 301 } }, 0), { strike(301, '\x11') });
+    const QString before = forkHashes(path);
+    auto file = std::make_shared<QVFontFile>(path);
+    file->fontFileType = 0;
+    auto outline = handMadeMember(file, "Times", 0);
+    EXPECT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, outline, "r").isNull());
+    EXPECT_FALSE(outline->movedToQuarantine);
+    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(store.quarantineFolderPath() + "/Times"));
+    EXPECT_EQ(forkHashes(path), before);
 }
