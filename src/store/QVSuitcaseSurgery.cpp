@@ -224,7 +224,7 @@ QString QVSuitcaseSurgery::moveFontFromSuitcaseToFolder(const QVFontFilePtr &fon
     if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine || fontStatus->movedToLibrary
         || fontFile->fileMovedToLibrary)
         return QString();
-    const QString destination = QVQuarantineStore::uniqueDestination(folder, fileNameForFamily(name), false);
+    const QString destination = QVQuarantineStore::uniqueDestination(folder, name, false);
     return takeFontOut(
         fontFile, fontStatus, QString(), destination, copyOnly ? Target::FolderCopyOnly : Target::Folder);
 }

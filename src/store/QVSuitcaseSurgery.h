@@ -28,7 +28,8 @@ public:
     // Null on success (or when there was nothing to do), else the error text.
     QString moveFontFromSuitcaseToQuarantine(
         const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, const QString &reason);
-    // The organizer's variant: into folder/name; copyOnly leaves the source.
+    // The organizer's variant: into folder/name (a file name the caller made
+    // safe and predicts); copyOnly leaves the source.
     QString moveFontFromSuitcaseToFolder(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus,
         const QString &folder, const QString &name, bool copyOnly);
     // Null when putting the quarantined suitcase's first family back into the
