@@ -26,6 +26,7 @@
 #include <QTimer>
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -417,13 +418,16 @@ bool QVFileManager::loadFontFileItemsFromDisk(const QString &folder)
 
 QString QVFileManager::timeRemainingText(double remainingSeconds)
 {
-    QString text;
+    // The C library's "%.0f" rounds a half to even (2.5 minutes -> "2");
+    // QString::asprintf rounds it away from zero, so it is not used here.
+    char buffer[512]; // room for the largest double written out whole
     if (remainingSeconds < 60)
-        text = QStringLiteral("less than a minute");
-    else if (remainingSeconds > 59 && remainingSeconds < 3600)
-        text = QString::asprintf("%.0f minutes", remainingSeconds / 60);
+        return QStringLiteral("less than a minute");
+    if (remainingSeconds > 59 && remainingSeconds < 3600)
+        std::snprintf(buffer, sizeof buffer, "%.0f minutes", remainingSeconds / 60);
     else
-        text = QString::asprintf("%.0f hours", remainingSeconds / 3600);
+        std::snprintf(buffer, sizeof buffer, "%.0f hours", remainingSeconds / 3600);
+    QString text = QString::fromLatin1(buffer);
     // "1 hours" stays as it is.
     if (text == QLatin1String("1 minutes"))
         text = QStringLiteral("1 minute");

@@ -32,6 +32,45 @@ TEST(QVSettings, RegisteredDefaultsAreInForceButNotWritten)
     EXPECT_EQ(defaults.value(QStringLiteral("dontShowWelcomeScreenAtStartup")), QVariant(false));
 }
 
+TEST(QVSettings, EveryRegisteredDefaultHasItsValueAndOrder)
+{
+    QVTestHome home;
+    const QVariantMap defaults = QVSettings().getDefaultsDictionary();
+    const QStringList yes { "isInitialRun", "diagnoseFileStructure", "ignoreSystemFonts",
+        "ignoreApplicationFonts", "resolveFileAliases", "findDuplicateFonts", "findOrpanedFonts",
+        "automaticallySaveReports", "showReports", "checkForUpdates", "showHelperMenu", "autoScanEnabled",
+        "autoScanModifiedFolders", "autoScanQuitWhenDone", "allStylesRequirePostScript", "diagnoseType3fonts",
+        "matchVersionNumbers", "createFoundryFolders", "createFamilyFolders", "copyFontFiles",
+        "usePostscriptNameForFonts" };
+    const QStringList no { "dontShowWelcomeScreenAtStartup", "checkFontActivation", "organizeFonts",
+        "createAlphabetFolders", "useFamilyNameForFonts", "showLibraryFolder", "doLogging" };
+    for (const QString &key : yes)
+        EXPECT_EQ(defaults.value(key), QVariant(true)) << qPrintable(key);
+    for (const QString &key : no)
+        EXPECT_EQ(defaults.value(key), QVariant(false)) << qPrintable(key);
+    EXPECT_EQ(defaults.value(QStringLiteral("organizeFontsFolder")), QVariant(QString("")));
+    EXPECT_EQ(defaults.value(QStringLiteral("autoScanFrequency")), QVariant(QStringLiteral("kMonthly")));
+    EXPECT_EQ(defaults.value(QStringLiteral("fontFolderPaths")).toStringList(),
+        QVSettings::getSystemFontFolderPaths());
+    EXPECT_EQ(defaults.size(), yes.size() + no.size() + 3);
+
+    // The key list names them in the order of the defaults, then the keys
+    // that are absent until first written.
+    QStringList order;
+    for (const QVSettings::Key &key : QVSettings::allKeys())
+        order.append(QString::fromLatin1(key.name));
+    EXPECT_EQ(order.mid(0, 10),
+        (QStringList { "isInitialRun", "diagnoseFileStructure", "ignoreSystemFonts", "ignoreApplicationFonts",
+            "resolveFileAliases", "findDuplicateFonts", "findOrpanedFonts", "automaticallySaveReports",
+            "showReports", "dontShowWelcomeScreenAtStartup" }));
+    EXPECT_EQ(order.mid(27, 4),
+        (QStringList { "showLibraryFolder", "autoScanFrequency", "doLogging", "fontFolderPaths" }));
+    EXPECT_EQ(order.mid(31),
+        (QStringList { "scanAllDisks", "recentScanFolderPaths", "lastScanDate", "lastAutoScanDate",
+            "lastScanType", "lastScanProblemCount", "lastScanTotalCount", "lastReportName",
+            "lastReportFilePath", "userName", "companyName", "prefsVersion" }));
+}
+
 TEST(QVSettings, SettersWriteThroughAndAnotherInstanceSeesThem)
 {
     QVTestHome home;

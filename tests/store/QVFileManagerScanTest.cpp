@@ -411,7 +411,12 @@ TEST(QVFileManagerRules, TimeRemainingTexts)
     EXPECT_EQ(QVFileManager::timeRemainingText(90), QStringLiteral("2 minutes"));
     EXPECT_EQ(QVFileManager::timeRemainingText(3599), QStringLiteral("60 minutes"));
     EXPECT_EQ(QVFileManager::timeRemainingText(3600), QStringLiteral("1 hours"));
-    EXPECT_EQ(QVFileManager::timeRemainingText(9000), QStringLiteral("3 hours"));
+    EXPECT_EQ(QVFileManager::timeRemainingText(9360), QStringLiteral("3 hours"));
+    // "%.0f" rounds an exact half to even, as the C library does.
+    EXPECT_EQ(QVFileManager::timeRemainingText(150), QStringLiteral("2 minutes"));
+    EXPECT_EQ(QVFileManager::timeRemainingText(210), QStringLiteral("4 minutes"));
+    EXPECT_EQ(QVFileManager::timeRemainingText(9000), QStringLiteral("2 hours"));
+    EXPECT_EQ(QVFileManager::timeRemainingText(5400), QStringLiteral("2 hours"));
 }
 
 TEST(QVFileManagerRules, ProgressLabelUpdatesAtMostEveryTwoSeconds)
