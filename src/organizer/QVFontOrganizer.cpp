@@ -246,7 +246,8 @@ QString QVFontOrganizer::libraryFolderFor(const QVFontFilePtr &fontFile, const Q
             folder += component + QLatin1Char('/');
     }
     if (m_settings->createAlphabetFolders() && !name.isEmpty())
-        folder += safeComponent(name.left(1).toUpper()) + QLatin1Char('/');
+        // The first character, not the first half of a surrogate pair.
+        folder += safeComponent(name.left(name.at(0).isHighSurrogate() ? 2 : 1).toUpper()) + QLatin1Char('/');
     if (m_settings->createFamilyFolders()) {
         QString family;
         if (fontStatus->familyName.size() >= 2)
