@@ -444,8 +444,8 @@ TEST_F(ReportManagerTest, ActionCellsReadTheFirstDefectAndQuarantineRuleOfTheirO
     partly.file->fileMovedToQuarantine = true;
     // A PostScript font without its bitmap font, moved with its sisters: no star
     // outside the corrupt and duplicate sections.
-    Font outline = makeFont(QStringLiteral("/srv/Outline"), QStringLiteral("O"), QStringLiteral("Plain"), 1,
-        QStringLiteral("O"));
+    Font outline = makeFont(
+        QStringLiteral("/srv/Outline"), QStringLiteral("O"), QStringLiteral("Plain"), 1, QStringLiteral("O"));
     addDefect(outline.status, 1, QStringLiteral("Couldn't Find Bitmap Font"));
     outline.status->movedToQuarantine = true;
     outline.status->movedSisterToQuarantine = true;
@@ -453,8 +453,8 @@ TEST_F(ReportManagerTest, ActionCellsReadTheFirstDefectAndQuarantineRuleOfTheirO
     Font owner = makeFont(
         QStringLiteral("/srv/k.ttf"), QStringLiteral("K"), QStringLiteral("Plain"), 3, QStringLiteral("K"));
     addDefect(owner.status, 3, QStringLiteral("Found Duplicate Fonts"));
-    Font dup = makeFont(
-        QStringLiteral("/srv/old/k.ttf"), QStringLiteral("K"), QStringLiteral("Plain"), 3, QStringLiteral("K"));
+    Font dup = makeFont(QStringLiteral("/srv/old/k.ttf"), QStringLiteral("K"), QStringLiteral("Plain"), 3,
+        QStringLiteral("K"));
     addDefect(dup.status, 3, QStringLiteral("Duplicate Font"));
     dup.status->movedToQuarantineErrorInfo = QStringLiteral("Permission denied");
 
