@@ -430,3 +430,83 @@ TEST_F(ReportManagerTest, LargeReportsShowProgressAndCancellingAbandonsThem)
     EXPECT_TRUE(store.reportFilesDataArray().isEmpty());
     EXPECT_EQ(QVSettings().lastReportName(), QStringLiteral("Previous"));
 }
+
+TEST_F(ReportManagerTest, ActionCellsReadTheFirstDefectAndQuarantineRuleOfTheirOwnFont)
+{
+    // Two defects, only the second repaired: both rows follow the first one.
+    Font partly = makeFont(
+        QStringLiteral("/srv/p.ttf"), QStringLiteral("P"), QStringLiteral("Plain"), 3, QStringLiteral("P"));
+    partly.status->fontErrors = { 0, 0 };
+    partly.status->fontErrorsInfo = { QStringLiteral("Bad Table Data"), QStringLiteral("Out of Memory") };
+    partly.status->fixedErrors = { false, true };
+    partly.status->fixedErrorMessages = { QString(""), QString("") };
+    // A whole file in the quarantine counts as moved although its font is not marked.
+    partly.file->fileMovedToQuarantine = true;
+    // A PostScript font without its bitmap font, moved with its sisters: no star
+    // outside the corrupt and duplicate sections.
+    Font outline = makeFont(
+        QStringLiteral("/srv/Outline"), QStringLiteral("O"), QStringLiteral("Plain"), 1, QStringLiteral("O"));
+    addDefect(outline.status, 1, QStringLiteral("Couldn't Find Bitmap Font"));
+    outline.status->movedToQuarantine = true;
+    outline.status->movedSisterToQuarantine = true;
+    // A duplicate that could not be moved says why, not "Ignored".
+    Font owner = makeFont(
+        QStringLiteral("/srv/k.ttf"), QStringLiteral("K"), QStringLiteral("Plain"), 3, QStringLiteral("K"));
+    addDefect(owner.status, 3, QStringLiteral("Found Duplicate Fonts"));
+    Font dup = makeFont(QStringLiteral("/srv/old/k.ttf"), QStringLiteral("K"), QStringLiteral("Plain"), 3,
+        QStringLiteral("K"));
+    addDefect(dup.status, 3, QStringLiteral("Duplicate Font"));
+    dup.status->movedToQuarantineErrorInfo = QStringLiteral("Permission denied");
+
+    QVReportInput input;
+    input.totalFonts = 3;
+    input.problemFontsArray = { makeEntry(partly, 0), makeEntry(outline, 1), makeEntry(owner, 3) };
+    input.problemFontsArray.last()->duplicatesArray = { { dup.file, dup.status } };
+    manager.setReportInput(input);
+    const QVReportData data = manager.createReportDataDictionary(kScanDate);
+
+    ASSERT_EQ(data.diagnosisArray.size(), 4);
+    const QString moved = QStringLiteral("<p style=\"text-align:center;\">Moved to<br>Quarantine</p>");
+    EXPECT_EQ(data.diagnosisArray[0].qv_diagnosis_action, moved);
+    EXPECT_EQ(data.diagnosisArray[1].qv_diagnosis_action, moved);
+    EXPECT_EQ(data.diagnosisArray[0].qv_diagnosis_condition, QStringLiteral("Bad Table Data"));
+    EXPECT_EQ(data.diagnosisArray[2].qv_diagnosis_action,
+        QStringLiteral("<span style=\"color:red;\">Permission denied</span>"));
+    EXPECT_EQ(data.diagnosisArray[3].qv_diagnosis_action, moved);
+    EXPECT_TRUE(data.qv_diagnosis_info_footer.isEmpty());
+}
+
+TEST_F(ReportManagerTest, OrganizeFailuresPreferTheMoveErrorAndListEveryFailedFont)
+{
+    Font both = makeFont(QStringLiteral("/srv/a.otf"), QStringLiteral("A"), QStringLiteral("Regular"), 3,
+        QStringLiteral("A-Regular"));
+    both.status->movedToLibraryErrorInfo = QStringLiteral("Read-only file system");
+    both.status->copiedToLibraryErrorInfo = QStringLiteral("File exists");
+    Font copied = makeFont(QStringLiteral("/srv/b.otf"), QStringLiteral("B"), QStringLiteral("Regular"), 3,
+        QStringLiteral("B-Regular"));
+    copied.status->copiedToLibraryErrorInfo = QStringLiteral("File exists");
+    Font placed = makeFont(QStringLiteral("/srv/c.otf"), QStringLiteral("C"), QStringLiteral("Regular"), 3,
+        QStringLiteral("C-Regular"));
+
+    QVReportInput input;
+    input.totalFonts = 3;
+    input.fontFileItems = { both.file, copied.file, placed.file };
+    manager.setReportInput(input);
+    const QVReportData data = manager.createReportDataDictionary(kScanDate);
+
+    ASSERT_EQ(data.diagnosisArray.size(), 2);
+    EXPECT_EQ(data.diagnosisArray[0].qv_diagnosis_header,
+        QStringLiteral("2 fonts had problems when being organized:"));
+    EXPECT_TRUE(data.diagnosisArray[1].qv_diagnosis_header.isEmpty());
+    EXPECT_EQ(data.diagnosisArray[0].qv_diagnosis_action,
+        QStringLiteral("<span style=\"color:red;\">Read-only file system</span>"));
+    EXPECT_EQ(data.diagnosisArray[1].qv_diagnosis_action,
+        QStringLiteral("<span style=\"color:red;\">File exists</span>"));
+    EXPECT_EQ(data.diagnosisArray[1].qv_diagnosis_fontName,
+        QStringLiteral("<b>B</b><ul style=\"font-size:12px;color:#555\"><li>TrueType</ul>"));
+    EXPECT_EQ(data.diagnosisArray[1].qv_diagnosis_location,
+        QStringLiteral("/srv/b.otf<br><br><span style=\"color:#555;\">PostScript Name: </span><span "
+                       "style=\"color:#333;\">B-Regular</span>"));
+    EXPECT_EQ(data.qv_total_problems, 0);
+    EXPECT_EQ(data.qv_total_healthy, 3);
+}
