@@ -547,13 +547,16 @@ int QVFontDiagnose::examineMAXP(QFile *, const QByteArray &)
 
 bool QVFontDiagnose::checkFontDoesActivate(const QString &path)
 {
-    // Fonts in the font folders are active already; they are never registered
-    // again. fontconfig scans those folders to any depth, so a font anywhere
-    // below one counts.
-    const QString absolute = QFileInfo(path).absoluteFilePath();
-    for (const QString &folder : QVSettings::getSystemFontFolderPaths()) {
-        const QString prefix = folder.endsWith(QLatin1Char('/')) ? folder : folder + QLatin1Char('/');
-        if (absolute.startsWith(prefix))
+    // A font lying directly in one of the font folders is active already and
+    // is never registered again. One in a subfolder is tested like any other:
+    // if the font manager lists it, that answers without a registration.
+    const QFileInfo info(path);
+    const QString absolute = info.absoluteFilePath();
+    const QString folder = info.absolutePath() + QLatin1Char('/');
+    for (const QString &fontFolder : QVSettings::getSystemFontFolderPaths()) {
+        const QString withSlash
+            = fontFolder.endsWith(QLatin1Char('/')) ? fontFolder : fontFolder + QLatin1Char('/');
+        if (folder == withSlash)
             return true;
     }
     if (QVFontActivation::isRegistered(absolute))
@@ -670,8 +673,10 @@ QByteArray QVFontDiagnose::singleByteName(const QByteArray &raw) const
     return QByteArray(reinterpret_cast<const char *>(single));
 }
 
-QByteArray QVFontDiagnose::findPostScriptValue(const QByteArray &text, const char *key)
+QByteArray QVFontDiagnose::findPostScriptValue(const QByteArray &text, const char *key, bool *found)
 {
+    if (found)
+        *found = false;
     // Patterns in this order, each with the character that ends its value.
     const QByteArray k(key);
     const struct {
@@ -682,6 +687,8 @@ QByteArray QVFontDiagnose::findPostScriptValue(const QByteArray &text, const cha
         const qsizetype at = text.indexOf(p.pattern, 2);
         if (at < 0)
             continue;
+        if (found)
+            *found = true;
         const qsizetype start = at + p.pattern.size();
         qsizetype end = text.indexOf(p.end, start);
         if (end < 0)

@@ -89,8 +89,9 @@ public:
     QString findSFNTFoundryName(const QVResourceHandle &sfnt);
 
     // The value after "/FontName" (or another key) in PostScript text, searched
-    // from its third byte; empty when none.
-    static QByteArray findPostScriptValue(const QByteArray &text, const char *key);
+    // from its third byte; empty when none. *found tells an empty value from
+    // no match at all.
+    static QByteArray findPostScriptValue(const QByteArray &text, const char *key, bool *found = nullptr);
     // Drops the zero bytes of a naming-table string (UTF-16 names below 256
     // become single bytes), at most 255 of them.
     QByteArray singleByteName(const QByteArray &raw) const;

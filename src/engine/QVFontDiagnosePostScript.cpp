@@ -22,13 +22,16 @@ QByteArray QVFontDiagnose::postScriptValueInPOST(const QString &path, const char
     QByteArray value;
     const int count = m_resFork->countResourceTypes(ref, kPOST);
     if (m_resFork->resourceError() == 0) {
-        for (int index = 1; index <= count && value.isEmpty(); ++index) {
+        // The first resource with the key ends the search, even when the value
+        // there is empty.
+        bool found = false;
+        for (int index = 1; index <= count && !found; ++index) {
             const QVResourceHandle post = m_resFork->getIndexResource(ref, kPOST, index);
             if (!post)
                 continue;
             QByteArray text = post->data;
             text.replace('\0', ' ');
-            value = findPostScriptValue(text, key);
+            value = findPostScriptValue(text, key, &found);
             m_resFork->releaseResource(post);
         }
     }

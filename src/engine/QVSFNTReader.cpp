@@ -12,8 +12,13 @@ QVSFNTReader::QVSFNTReader(QIODevice &device)
 bool QVSFNTReader::readBytes(qint64 pos, qint64 length, QByteArray &out)
 {
     out.clear();
-    if (pos < 0 || length < 0 || pos >= m_size)
-        return length == 0 && pos >= 0 && pos <= m_size;
+    if (pos < 0 || length < 0)
+        return false;
+    // Reading nothing is never short, wherever it points.
+    if (length == 0)
+        return true;
+    if (pos >= m_size)
+        return false;
     // Never ask for more than the file holds, whatever a length field says.
     const qint64 available = qMin(length, m_size - pos);
     if (available > kWindowSize) {

@@ -176,3 +176,35 @@ TEST(QVFontDiagnoseFiles, FileAgeAndFontsFolder)
     const QString inFonts = home.writeFile(QStringLiteral(".local/share/fonts/In.ttf"), "x");
     EXPECT_FALSE(examiner.inFontsFolder(inFonts));
 }
+
+TEST_F(QVFontDiagnosePostScript, FirstPostResourceWithTheKeyEndsTheSearch)
+{
+    const QString path = makeLWFN(QStringLiteral("C059Rom"));
+    // Resource 502 names another font; 501 names none: the search goes on.
+    ASSERT_TRUE(editResource(path, "POST", 502, [](QByteArray &post) {
+        post = post.left(2) + QByteArray("/FontName /Elsewhere def ");
+        return true;
+    }));
+    ASSERT_TRUE(editResource(path, "POST", 501, [](QByteArray &post) {
+        post = post.left(2) + QByteArray("no name here ");
+        return true;
+    }));
+    EXPECT_EQ(examiner.getType1PSname(path), "Elsewhere");
+
+    // Now 501 has the key with an empty value: that answer stands.
+    ASSERT_TRUE(editResource(path, "POST", 501, [](QByteArray &post) {
+        post = post.left(2) + QByteArray("/FontName() def ");
+        return true;
+    }));
+    EXPECT_EQ(examiner.getType1PSname(path), "");
+    Examination result = examine(examiner, path);
+    ASSERT_EQ(result.statuses.size(), 1);
+    EXPECT_EQ(result.statuses.first()->PSname, "<none>");
+    EXPECT_EQ(result.statuses.first()->fontErrorsInfo, QStringList { "Missing PostScript Name" });
+
+    bool found = false;
+    EXPECT_EQ(QVFontDiagnose::findPostScriptValue("xx/FontName() def", "/FontName", &found), "");
+    EXPECT_TRUE(found);
+    EXPECT_EQ(QVFontDiagnose::findPostScriptValue("xx/FamilyName (C059) def", "/FontName", &found), "");
+    EXPECT_FALSE(found);
+}

@@ -283,6 +283,46 @@ TEST_F(QVFontDiagnoseSFNT, ActivationThroughTheFontManager)
     EXPECT_TRUE(examine(examiner, copy, true).statuses.first()->fontErrorsInfo.isEmpty());
 }
 
+TEST_F(QVFontDiagnoseSFNT, ActivationSkipsOnlyFontsLyingDirectlyInAFontFolder)
+{
+    // FreeType opens no face in this file, so only a test can fail it.
+    const QByteArray hollow = QByteArray::fromHex("000100000001001000000000") + QByteArray("zzzz")
+        + QByteArray::fromHex("000000010000001c00000004") + QByteArray("abcd");
+    const QString direct = home.writeFile(QStringLiteral(".local/share/fonts/Hollow.ttf"), hollow);
+    const QString nested = home.writeFile(QStringLiteral(".local/share/fonts/Nested/Hollow.ttf"), hollow);
+    EXPECT_TRUE(examiner.checkFontDoesActivate(direct));
+    EXPECT_FALSE(examiner.checkFontDoesActivate(nested));
+    Examination result = examine(examiner, nested, true);
+    ASSERT_EQ(result.statuses.size(), 1);
+    EXPECT_EQ(result.statuses.first()->fontErrorsInfo, QStringList { "Couldn't Activate Font" });
+    EXPECT_TRUE(examine(examiner, direct, true).statuses.first()->fontErrorsInfo.isEmpty());
+}
+
+TEST_F(QVFontDiagnoseSFNT, EmptyNameStringIsNoShortRead)
+{
+    // One table, "name", with a family name of no bytes whose offset points
+    // past the end of the file, and a full name "Full".
+    auto font = [](const char *familyLength) -> QByteArray {
+        return QByteArray::fromHex("000100000001000000000000") + QByteArray("name")
+            + QByteArray::fromHex("000000010000001c00000022") + QByteArray::fromHex("00000002001e")
+            + QByteArray::fromHex("0001000000000001") + QByteArray::fromHex(familyLength)
+            + QByteArray::fromHex("fff0") + QByteArray::fromHex("000100000000000400040000")
+            + QByteArray("Full");
+    };
+    Examination empty = examine(examiner, copyOf(QString(), QStringLiteral("EmptyFamily.ttf"), font("0000")));
+    ASSERT_EQ(empty.statuses.size(), 1);
+    EXPECT_EQ(empty.result, 0);
+    EXPECT_EQ(empty.statuses.first()->fontName, "Full");
+    EXPECT_EQ(empty.statuses.first()->PSname, "EmptyFamily.ttf");
+    EXPECT_TRUE(empty.statuses.first()->fontErrorsInfo.isEmpty());
+
+    // The same record with four bytes to read is a short read.
+    Examination cut = examine(examiner, copyOf(QString(), QStringLiteral("CutFamily.ttf"), font("0004")));
+    ASSERT_EQ(cut.statuses.size(), 1);
+    EXPECT_EQ(cut.result, 1);
+    EXPECT_EQ(cut.statuses.first()->fontErrorsInfo, QStringList { kBadTableData });
+}
+
 TEST_F(QVFontDiagnoseSFNT, ExaminerLifecycleAndLogging)
 {
     examiner.initialize();
