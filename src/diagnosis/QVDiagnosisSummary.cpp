@@ -1,25 +1,10 @@
 #include "diagnosis/QVDiagnosisSummary.h"
 
 #include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVDiagnosisResolution.h"
 #include "settings/QVProgress.h"
 
 #include <QJsonArray>
-
-QString QVDiagnosisSummary::getDiagnosisDescription(int diagnosisType)
-{
-    switch (diagnosisType) {
-    case 0:
-        return QStringLiteral("File Structure Problems");
-    case 1:
-        return QStringLiteral("No Matching Bitmap Font");
-    case 2:
-        return QStringLiteral("No Matching Postscript Font");
-    case 3:
-        return QStringLiteral("Found Duplicate Fonts");
-    default:
-        return QString();
-    }
-}
 
 QJsonObject QVDiagnosisSummary::problemFontToJson(const QVProblemFontPtr &entry)
 {
@@ -86,7 +71,8 @@ QString QVDiagnosisSummary::toText(const QVDiagnosis &diagnosis)
                     + QLatin1Char('\n');
         }
         if (!group.isEmpty())
-            text += QLatin1Char('\n') + getDiagnosisDescription(type) + QStringLiteral(":\n") + group;
+            text += QLatin1Char('\n') + QVDiagnosisResolution::getDiagnosisDescription(type)
+                + QStringLiteral(":\n") + group;
     }
     return text;
 }

@@ -14,9 +14,6 @@ class QVDiagnosis;
 class QVDiagnosisSummary
 {
 public:
-    // The heading of a diagnosis type, as the resolution window names it.
-    static QString getDiagnosisDescription(int diagnosisType);
-
     // "problemFonts" and the counters under their field names.
     static QJsonObject toJson(const QVDiagnosis &diagnosis);
     static QJsonObject problemFontToJson(const QVProblemFontPtr &entry);
