@@ -19,4 +19,7 @@ public:
 protected:
     static QTextStream &out();
     static QTextStream &err();
+    // Asks the question on stderr and reads the answer from stdin: true only
+    // for "y" or "yes".
+    static bool confirm(const QString &question);
 };

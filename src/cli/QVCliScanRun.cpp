@@ -52,6 +52,13 @@ QString QVCliScanRun::folderError(const QStringList &folders)
     return QString();
 }
 
+QString QVCliScanRun::prepareFolders(QStringList *folders)
+{
+    if (folders->isEmpty())
+        *folders = QVSettings().fontFolderPaths();
+    return folderError(*folders);
+}
+
 bool QVCliScanRun::interrupted()
 {
     return interruptedFlag != 0;

@@ -37,6 +37,8 @@ public:
     // "FOLDER: no such folder" or "FOLDER: not a folder" for the first folder
     // that cannot be scanned; empty when all can.
     static QString folderError(const QStringList &folders);
+    // An empty list becomes the configured font folders; returns folderError.
+    static QString prepareFolders(QStringList *folders);
 
     // Whether Ctrl-C was pressed while this object lived.
     static bool interrupted();

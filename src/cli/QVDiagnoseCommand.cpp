@@ -43,9 +43,7 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
         }
     }
     QVSettings settings;
-    if (folders.isEmpty())
-        folders = settings.fontFolderPaths();
-    if (const QString error = QVCliScanRun::folderError(folders); !error.isEmpty()) {
+    if (const QString error = QVCliScanRun::prepareFolders(&folders); !error.isEmpty()) {
         err() << "quorvel-cli: " << error << '\n';
         err().flush();
         return UsageError;

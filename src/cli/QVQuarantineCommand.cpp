@@ -150,15 +150,9 @@ int QVQuarantineCommand::remove(QVQuarantineRuns &runs, const QStringList &argum
     if (!yes) {
         for (const int row : std::as_const(rows))
             err() << "  " << row + 1 << "  " << field(runs.rowArray.at(row), "fontName") << '\n';
-        err()
-            << "Are you sure you want to remove the selected files? Click Continue to permanently delete the "
-               "font files. [y/N] ";
-        err().flush();
-        char answer[16] = {};
-        const QString reply = std::fgets(answer, sizeof answer, stdin)
-            ? QString::fromLocal8Bit(answer).trimmed().toLower()
-            : QString();
-        if (reply != QLatin1String("y") && reply != QLatin1String("yes")) {
+        if (!confirm(QStringLiteral("Are you sure you want to remove the selected files? Click Continue to "
+                                    "permanently delete the "
+                                    "font files."))) {
             err() << "Nothing was removed.\n";
             err().flush();
             return Success;

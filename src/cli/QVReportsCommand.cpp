@@ -205,13 +205,7 @@ int QVReportsCommand::remove(QVReportStore &store, const QStringList &arguments)
     if (!yes) {
         for (int number : numbers)
             err() << "  " << number << "  " << field(records.at(number - 1), "reportName") << '\n';
-        err() << "Are you sure you want to remove the selected reports? [y/N] ";
-        err().flush();
-        char answer[16] = {};
-        const QString reply = std::fgets(answer, sizeof answer, stdin)
-            ? QString::fromLocal8Bit(answer).trimmed().toLower()
-            : QString();
-        if (reply != QLatin1String("y") && reply != QLatin1String("yes")) {
+        if (!confirm(QStringLiteral("Are you sure you want to remove the selected reports?"))) {
             err() << "Nothing was removed.\n";
             err().flush();
             return Success;

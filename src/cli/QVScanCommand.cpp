@@ -25,10 +25,7 @@ int QVScanCommand::run(const QStringList &arguments)
             folders.append(argument);
         }
     }
-    QVSettings settings;
-    if (folders.isEmpty())
-        folders = settings.fontFolderPaths();
-    if (const QString error = QVCliScanRun::folderError(folders); !error.isEmpty()) {
+    if (const QString error = QVCliScanRun::prepareFolders(&folders); !error.isEmpty()) {
         err() << "quorvel-cli: " << error << '\n';
         err().flush();
         return UsageError;
