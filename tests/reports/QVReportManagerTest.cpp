@@ -31,7 +31,7 @@ const QDateTime kScanDate(QDate(2024, 1, 2), QTime(15, 4, 5));
 
 QString parserScript()
 {
-    return QFileInfo(QString::fromUtf8(__FILE__)).absolutePath() + QStringLiteral("/report_html.py");
+    return QStringLiteral(QV_TEST_DATA_DIR "/../reports/report_html.py");
 }
 
 // The report as Python's HTML parser reads it.
