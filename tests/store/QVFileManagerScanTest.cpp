@@ -6,6 +6,8 @@
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVReportStore.h"
 #include "support/QVTestHome.h"
 
 #include <QDBusConnection>
@@ -350,7 +352,20 @@ TEST(QVFileManagerRules, RootRepositoryIsMadeOnceAndCached)
     EXPECT_EQ(root, home.dataHome() + QStringLiteral("/Quorvel"));
     EXPECT_TRUE(QFileInfo(root + QStringLiteral("/Reports")).isDir());
     EXPECT_TRUE(QFileInfo(root + QStringLiteral("/Quarantine")).isDir());
-    EXPECT_TRUE(QFileInfo(root + QStringLiteral("/Quarantine")).permissions() & QFile::WriteOther);
+    // Private to the user: nobody else may take fonts out of the quarantine.
+    const QFile::Permissions owner = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
+        | QFile::WriteUser | QFile::ExeUser;
+    const QStringList folders { root, root + QStringLiteral("/Reports"),
+        root + QStringLiteral("/Quarantine") };
+    for (const QString &folder : folders)
+        EXPECT_EQ(QFileInfo(folder).permissions(), owner) << qPrintable(folder);
+    // Folders opened up since are made private again by the stores that use them.
+    for (const QString &folder : folders)
+        ASSERT_TRUE(QFile::setPermissions(folder, QFileDevice::Permissions(0x7777)));
+    QVQuarantineStore().getQuarantineFolder();
+    QVReportStore().getReportFolder();
+    for (const QString &folder : folders)
+        EXPECT_EQ(QFileInfo(folder).permissions(), owner) << qPrintable(folder);
 
     // Later calls do not touch the disk.
     ASSERT_TRUE(QDir(root).removeRecursively());
