@@ -169,7 +169,7 @@ TEST_F(CliScanTest, OnATerminalItShowsProgressAndCtrlCCancels)
     const QString tree = home.path() + QStringLiteral("/tree");
     QProcess make;
     make.start(QStringLiteral("bash"),
-        { QStringLiteral(QV_SCRIPTS_DIR "/make-font-tree.sh"), tree, QStringLiteral("60000") });
+        { QStringLiteral(QV_SCRIPTS_DIR "/make-font-tree.sh"), tree, QStringLiteral("20000") });
     ASSERT_TRUE(make.waitForFinished(300000));
     ASSERT_EQ(make.exitCode(), 0) << make.readAllStandardError().constData();
 
