@@ -2,10 +2,9 @@
 # Builds a tree of font files for the scan benchmark and tests:
 #   scripts/make-font-tree.sh DEST [COUNT]
 # COUNT files (default 100000) in folders of 100 (DEST/group-NN/family-NNN/),
-# all hard links to up to 100 real fonts from /usr/share/fonts (TrueType,
-# OpenType, Type 1), so the tree costs only directory entries on disk. Where the
-# system fonts cannot be linked (another file system), the first folder holds
-# copies and the rest link to those.
+# copies of the 20 smallest real fonts from /usr/share/fonts. Every entry is a
+# file of its own, as a scan takes a file reached under several names (hard
+# links) for one file: about 8 KB of disk a file.
 set -euo pipefail
 
 if [[ $# -lt 1 || $# -gt 2 ]]; then
@@ -24,7 +23,8 @@ if [[ -e $dest ]] && [[ -n $(ls -A "$dest" 2>/dev/null) ]]; then
   exit 2
 fi
 
-mapfile -t fonts < <(find /usr/share/fonts -type f \( -name '*.ttf' -o -name '*.otf' -o -name '*.pfb' \) | sort | head -n 100)
+mapfile -t fonts < <(find /usr/share/fonts -type f \( -name '*.ttf' -o -name '*.otf' -o -name '*.pfb' \) \
+  -printf '%s %p\n' | sort -n -k1,1 -k2 | head -n 20 | cut -d' ' -f2-)
 if (( ${#fonts[@]} == 0 )); then
   echo "$0: no fonts found under /usr/share/fonts" >&2
   exit 1
@@ -41,21 +41,21 @@ in_first=$(( count < per_folder ? count : per_folder ))
 for (( i = 0; i < in_first; i++ )); do
   source=${fonts[i % ${#fonts[@]}]}
   name=$(printf 'Font-%03d.%s' "$i" "${source##*.}")
-  ln "$source" "$first/$name" 2>/dev/null || cp "$source" "$first/$name"
+  cp "$source" "$first/$name"
 done
 
-# Every other folder links to the first one's files.
+# Every other folder copies the first one's files.
 folders=$(( (count + per_folder - 1) / per_folder ))
 for (( f = 1; f < folders; f++ )); do
   folder=$(folder_path "$f")
   mkdir -p "$(dirname "$folder")"
   left=$(( count - f * per_folder ))
   if (( left >= per_folder )); then
-    cp -al "$first" "$folder"
+    cp -a "$first" "$folder"
   else
     mkdir -p "$folder"
     for name in $(ls "$first" | head -n "$left"); do
-      ln "$first/$name" "$folder/$name"
+      cp -a "$first/$name" "$folder/$name"
     done
   fi
 done

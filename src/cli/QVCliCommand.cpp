@@ -1,5 +1,9 @@
 #include "cli/QVCliCommand.h"
 
+#include "engine/QVFontDataManager.h"
+#include "platform/QVFileAccess.h"
+
+#include <cerrno>
 #include <cstdio>
 
 QTextStream &QVCliCommand::out()
@@ -23,4 +27,22 @@ bool QVCliCommand::confirm(const QString &question)
         return false;
     const QString reply = QString::fromLocal8Bit(answer).trimmed().toLower();
     return reply == QLatin1String("y") || reply == QLatin1String("yes");
+}
+
+bool QVCliCommand::reportUnreadable(const QVFontDataManager &dataManager)
+{
+    for (const QVFontFilePtr &file : dataManager.fontFileItems) {
+        for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+            if (status->isUnreadable()) {
+                err() << "quorvel-cli: " << file->URL << ": " << status->fontErrorsInfo.value(0)
+                      << "; nothing was done with it\n";
+                break;
+            }
+        }
+    }
+    for (const QString &folder : dataManager.unreadableFolders)
+        err() << "quorvel-cli: " << QVFileAccess::describe(folder, EACCES)
+              << "; the fonts in it were not examined\n";
+    err().flush();
+    return !dataManager.unreadablePaths().isEmpty();
 }

@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QTextStream>
 
+class QVFontDataManager;
+
 class QVCliCommand
 {
 public:
@@ -22,4 +24,7 @@ protected:
     // Asks the question on stderr and reads the answer from stdin: true only
     // for "y" or "yes".
     static bool confirm(const QString &question);
+    // Names on stderr every file and folder of the scan that could not be
+    // read; true when there was one (the command then ends with UsageError).
+    static bool reportUnreadable(const QVFontDataManager &dataManager);
 };

@@ -2,6 +2,7 @@
 
 #include "cli/QVTerminalProgress.h"
 #include "engine/QVFontDataManager.h"
+#include "platform/QVFileAccess.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "store/QVFileManager.h"
@@ -48,6 +49,8 @@ QString QVCliScanRun::folderError(const QStringList &folders)
             return folder + QStringLiteral(": no such folder");
         if (!info.isDir())
             return folder + QStringLiteral(": not a folder");
+        if (const int error = QVFileAccess::folderError(folder); QVFileAccess::isPermissionError(error))
+            return QVFileAccess::describe(folder, error);
     }
     return QString();
 }

@@ -34,8 +34,9 @@ public:
     // The alert the run would have shown (no fonts at all), or empty.
     QString alert() const { return m_delegate.alert; }
 
-    // "FOLDER: no such folder" or "FOLDER: not a folder" for the first folder
-    // that cannot be scanned; empty when all can.
+    // "FOLDER: no such folder", "FOLDER: not a folder" or "FOLDER: cannot be
+    // read (REASON)" for the first folder that cannot be scanned; empty when
+    // all can.
     static QString folderError(const QStringList &folders);
     // An empty list becomes the configured font folders; returns folderError.
     static QString prepareFolders(QStringList *folders);

@@ -79,7 +79,7 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
             out() << run.alert() << '\n';
         }
         out().flush();
-        return Success;
+        return reportUnreadable(dataManager) ? UsageError : Success;
     }
 
     // Every problem font resolved by its recommended action.
@@ -136,5 +136,7 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     out().flush();
     if (diagnosis.doCancel())
         return Cancelled;
+    if (reportUnreadable(dataManager))
+        return UsageError;
     return diagnosis.totalFontProblems() > 0 ? ProblemsFound : Success;
 }

@@ -93,5 +93,7 @@ int QVExamineCommand::run(const QStringList &arguments)
     else
         printTable(dataMgr);
     out().flush();
+    if (reportUnreadable(dataMgr))
+        return UsageError;
     return dataMgr.foundProblemFonts ? ProblemsFound : Success;
 }

@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QFileInfo>
+#include <QHash>
 #include <QTemporaryFile>
 #include <QTimer>
 #include <optional>
@@ -46,28 +47,44 @@ int QVOrganizeCommand::run(const QStringList &arguments)
     QString library, source;
     std::optional<bool> copy, foundry, letter, family;
     QString naming;
+    // The first spelling of each choice, to name both sides of a conflict.
+    QHash<QString, QString> given;
+    QString conflict;
+    auto choose = [&](auto &slot, const auto &value, const QString &key, const QString &argument) {
+        if (given.contains(key) && slot != value && conflict.isEmpty())
+            conflict = QStringLiteral("%1 and %2 cannot be used together").arg(given.value(key), argument);
+        given.insert(key, argument);
+        slot = value;
+    };
     for (int i = 0; i < arguments.size(); ++i) {
         const QString &argument = arguments.at(i);
         bool ok = true;
-        if (argument == QLatin1String("--library") && i + 1 < arguments.size())
-            library = arguments.at(++i);
-        else if (argument == QLatin1String("--copy") || argument == QLatin1String("--move"))
-            copy = argument == QLatin1String("--copy");
-        else if (argument == QLatin1String("--name") && i + 1 < arguments.size())
-            naming = arguments.at(++i);
-        else if (argument == QLatin1String("--foundry-folders")
-            || argument == QLatin1String("--no-foundry-folders"))
-            foundry = argument == QLatin1String("--foundry-folders");
-        else if (argument == QLatin1String("--letter-folders")
-            || argument == QLatin1String("--no-letter-folders"))
-            letter = argument == QLatin1String("--letter-folders");
-        else if (argument == QLatin1String("--family-folders")
-            || argument == QLatin1String("--no-family-folders"))
-            family = argument == QLatin1String("--family-folders");
-        else if (!argument.startsWith(QLatin1Char('-')) && source.isEmpty())
+        if (argument == QLatin1String("--library") && i + 1 < arguments.size()) {
+            const QString value = arguments.at(++i);
+            choose(library, value, QStringLiteral("library"), argument + QLatin1Char(' ') + value);
+        } else if (argument == QLatin1String("--copy") || argument == QLatin1String("--move")) {
+            choose(copy, std::optional<bool>(argument == QLatin1String("--copy")), QStringLiteral("copy"),
+                argument);
+        } else if (argument == QLatin1String("--name") && i + 1 < arguments.size()) {
+            const QString value = arguments.at(++i);
+            choose(naming, value, QStringLiteral("name"), argument + QLatin1Char(' ') + value);
+        } else if (argument == QLatin1String("--foundry-folders")
+            || argument == QLatin1String("--no-foundry-folders")) {
+            choose(foundry, std::optional<bool>(argument == QLatin1String("--foundry-folders")),
+                QStringLiteral("foundry"), argument);
+        } else if (argument == QLatin1String("--letter-folders")
+            || argument == QLatin1String("--no-letter-folders")) {
+            choose(letter, std::optional<bool>(argument == QLatin1String("--letter-folders")),
+                QStringLiteral("letter"), argument);
+        } else if (argument == QLatin1String("--family-folders")
+            || argument == QLatin1String("--no-family-folders")) {
+            choose(family, std::optional<bool>(argument == QLatin1String("--family-folders")),
+                QStringLiteral("family"), argument);
+        } else if (!argument.startsWith(QLatin1Char('-')) && source.isEmpty()) {
             source = argument;
-        else
+        } else {
             ok = false;
+        }
         if (!ok
             || (!naming.isEmpty() && naming != QLatin1String("postscript")
                 && naming != QLatin1String("family") && naming != QLatin1String("file"))) {
@@ -75,6 +92,11 @@ int QVOrganizeCommand::run(const QStringList &arguments)
             err().flush();
             return UsageError;
         }
+    }
+    if (!conflict.isEmpty()) {
+        err() << "quorvel-cli: " << conflict << '\n' << kUsage;
+        err().flush();
+        return UsageError;
     }
     if (library.isEmpty() || source.isEmpty()) {
         err() << kUsage;
@@ -205,5 +227,7 @@ int QVOrganizeCommand::run(const QStringList &arguments)
 
     if (organizer.doCancel())
         return Cancelled;
+    if (reportUnreadable(dataManager))
+        return UsageError;
     return diagnosis.totalFontProblems() > 0 || organizer.problemFontCount() > 0 ? ProblemsFound : Success;
 }

@@ -73,5 +73,7 @@ QJsonObject QVRecordJson::dataManagerToJson(const QVFontDataManager &dataMgr)
     root.insert(QStringLiteral("totalFonts"), qint64(dataMgr.totalFonts));
     root.insert(QStringLiteral("foundProblemFonts"), dataMgr.foundProblemFonts);
     root.insert(QStringLiteral("fontFiles"), files);
+    // Files and folders that could not be read: neither sound nor damaged.
+    root.insert(QStringLiteral("unreadable"), QJsonArray::fromStringList(dataMgr.unreadablePaths()));
     return root;
 }

@@ -13,6 +13,6 @@ class QVRecordJson
 public:
     static QJsonObject statusToJson(const QVStatus &status);
     static QJsonObject fontFileToJson(const QVFontFile &fontFile);
-    // {"totalFonts":N,"foundProblemFonts":B,"fontFiles":[...]}
+    // {"totalFonts":N,"foundProblemFonts":B,"fontFiles":[...],"unreadable":[PATH...]}
     static QJsonObject dataManagerToJson(const QVFontDataManager &dataMgr);
 };

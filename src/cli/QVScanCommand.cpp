@@ -49,5 +49,7 @@ int QVScanCommand::run(const QStringList &arguments)
         QVExamineCommand::printTable(dataManager);
     }
     out().flush();
+    if (reportUnreadable(dataManager))
+        return UsageError;
     return dataManager.foundProblemFonts ? ProblemsFound : Success;
 }

@@ -141,7 +141,12 @@ int QVSettingsCommand::set(const QString &key, const QStringList &values)
         return UsageError;
     }
     QVSettings settings;
-    settings.setValue(key, *value);
+    if (!settings.setValue(key, *value)) {
+        err() << "quorvel-cli: the settings file " << settings.fileName() << " cannot be written; \"" << key
+              << "\" is unchanged\n";
+        err().flush();
+        return UsageError;
+    }
     return Success;
 }
 

@@ -278,10 +278,13 @@ void QVDiagnosis::populateArrays()
 {
     m_bitmaps.clear();
     m_postscripts.clear();
+    // A folder holding something unreadable may hold the counterpart that
+    // cannot be seen: a file, its sidecar, or the netatalk folder of its forks.
+    m_hiddenCounterpartFolders = m_dataMgr->foldersHidingFonts();
     const bool type3 = m_settings->diagnoseType3fonts();
     for (const QVFontFilePtr &fontFile : std::as_const(m_dataMgr->fontFileItems)) {
         for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
-            if (status->fontName.isEmpty())
+            if (status->isUnreadable() || status->fontName.isEmpty())
                 continue;
             if (status->fontName.startsWith(QLatin1Char('.')) || status->PSname.startsWith(QLatin1Char('.'))
                 || status->fontName.startsWith(QLatin1Char('%')) || status->PSname == kNoName)
@@ -386,7 +389,7 @@ void QVDiagnosis::diagnoseMissingBitmaps()
         bar->increment(step);
         for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
             pace();
-            if (!status->movedToQuarantine) {
+            if (!status->movedToQuarantine && !counterpartMayBeHidden(*status)) {
                 // A bitmap font of the name beside the outline settles it; one
                 // elsewhere settles it only when it was reported before.
                 const bool settled = candidates.containsNameInFolder(
@@ -440,7 +443,7 @@ void QVDiagnosis::diagnoseMissingPostscripts()
         bar->increment(step);
         for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
             pace();
-            if (status->fontSize >= 1 && !status->movedToQuarantine) {
+            if (status->fontSize >= 1 && !status->movedToQuarantine && !counterpartMayBeHidden(*status)) {
                 const bool matched = candidates.containsNameInFolder(
                     status->PSname, QVCounterpartIndex::folderOfPath(status->fontURL));
                 // One size of a bitmap font in one file stands for its other sizes.
@@ -484,7 +487,8 @@ void QVDiagnosis::diagnoseDuplicateFonts()
         const QList<QVStatusPtr> &statuses = fontFiles.at(i)->fontStatusArray;
         for (qsizetype j = 0; j < statuses.size(); ++j) {
             const QVStatusPtr &status = statuses.at(j);
-            if (status->PSname == kNoName || status->fontType == QVFontType::PostScriptType1
+            if (status->isUnreadable() || status->PSname == kNoName
+                || status->fontType == QVFontType::PostScriptType1
                 || status->fontType == QVFontType::PostScriptType3 || status->fontStyle != kPlain)
                 continue;
             if (lastIndexed && lastIndexed->fontSize != status->fontSize
@@ -505,6 +509,8 @@ void QVDiagnosis::diagnoseDuplicateFonts()
         for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
             pace();
             const QList<int> errors = marks(*status);
+            if (errors.contains(QVErrorClass::Unreadable))
+                continue;
             if (!errors.isEmpty()
                 && (errors.contains(QVErrorClass::Duplicate)
                     || status->fontType == QVFontType::PostScriptType1
@@ -613,6 +619,12 @@ QString QVDiagnosis::familyKey(const QVStatus &status)
 {
     // Unit separators cannot occur in names or paths that the examiner reads.
     return status.PSname + QChar(0x1f) + status.fontURL + QChar(0x1f) + QString::number(status.fontType);
+}
+
+bool QVDiagnosis::counterpartMayBeHidden(const QVStatus &status) const
+{
+    return !m_hiddenCounterpartFolders.isEmpty()
+        && m_hiddenCounterpartFolders.contains(QVCounterpartIndex::folderOfPath(status.fontURL));
 }
 
 bool QVDiagnosis::problemListHoldsReportedSize(const QVStatus &bitmap) const

@@ -21,6 +21,7 @@
 #include <QMutex>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <array>
@@ -170,6 +171,9 @@ private:
     // PostScript name, file and type) already reported as missing its outline.
     bool problemListHoldsReportedSize(const QVStatus &bitmap) const;
     static QString familyKey(const QVStatus &status);
+    // Whether the font's folder holds something unreadable that may be its
+    // counterpart; such a font is not reported as missing one.
+    bool counterpartMayBeHidden(const QVStatus &status) const;
     void rebuildProblemIndexes();
 
     QVFontDataManager *m_dataMgr;
@@ -192,6 +196,7 @@ private:
 
     QList<QVFontFilePtr> m_bitmaps;
     QList<QVFontFilePtr> m_postscripts;
+    QSet<QString> m_hiddenCounterpartFolders;
 
     std::array<std::unique_ptr<QThreadPool>, kPassCount> m_queues;
     std::array<QVProgress *, kPassCount> m_passProgress {};

@@ -3,6 +3,7 @@
 #include "engine/QVFontConstants.h"
 #include "engine/QVResouceFork.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
@@ -323,6 +324,12 @@ QString QVDiagnosisResolution::fixIncorrectFileFlags(const QVStatusPtr &fontStat
     QVResouceFork fork;
     const QString path = fontStatus->fontURL;
     QString error;
+    if (QVPackageFiles::isPackageFile(path)) {
+        // Not even its Finder info is rewritten.
+        error = QVPackageFiles::refusal(path);
+        markRepair(fontStatus, QString::fromLatin1(QVDefect::IncorrectFileFlags), error);
+        return error;
+    }
     if (!QFileInfo::exists(path)) {
         error = QVResouceFork::errorMessageForCode(-43);
     } else if (fork.finderInfoFlags(path) & kInvisibleFlag) {
@@ -351,6 +358,8 @@ QString QVDiagnosisResolution::fixBadFileName(const QVStatusPtr &fontStatus)
     QString error;
     if (fontStatus->PS533name.isEmpty()) {
         error = QStringLiteral("The font has no PostScript file name");
+    } else if (QVPackageFiles::isPackageFile(path)) {
+        error = QVPackageFiles::refusal(path);
     } else {
         // The file moves with its fork and Finder info.
         const QVFilePair::Result renamed = QVFilePair::rename(path, fontStatus->PS533name);

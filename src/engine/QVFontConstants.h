@@ -20,6 +20,9 @@ constexpr int Defect = 0;
 constexpr int MissingBitmap = 1;
 constexpr int MissingPostScript = 2;
 constexpr int Duplicate = 3;
+// The file, its fork or its Finder info could not be read: nothing is known
+// of the font, so no pass diagnoses it and nothing moves it.
+constexpr int Unreadable = 4;
 } // namespace QVErrorClass
 
 namespace QVDefect
@@ -47,6 +50,7 @@ inline constexpr const char CouldntFindBitmapFont[] = "Couldn't Find Bitmap Font
 inline constexpr const char CouldntFindPostScriptFile[] = "Couldn't Find PostScript File";
 inline constexpr const char DuplicateFont[] = "Duplicate Font";
 inline constexpr const char FoundDuplicateFonts[] = "Found Duplicate Fonts";
+inline constexpr const char FileUnreadable[] = "File Unreadable (%@)";
 
 // Fills the one "%@" of a message such as "File Error (%@)".
 inline QString withDetail(const char *message, const QString &detail)

@@ -4,6 +4,8 @@
 #include "engine/QVFontExaminerFactory.h"
 #include "settings/QVSettings.h"
 
+#include <QFileInfo>
+
 QVFontDataManager::QVFontDataManager(std::unique_ptr<QVFontExaminer> examiner)
     : m_settings(std::make_unique<QVSettings>())
     , m_examiner(examiner ? std::move(examiner) : createDefaultFontExaminer())
@@ -50,6 +52,7 @@ void QVFontDataManager::removeFontFileItem(const QVFontFilePtr &fontFile)
 void QVFontDataManager::removeAllFontFileItems()
 {
     fontFileItems.clear();
+    unreadableFolders.clear();
     totalFonts = 0;
     foundProblemFonts = false;
     m_fontIndex = -1;
@@ -60,4 +63,33 @@ void QVFontDataManager::setAllFontItems(const QList<QVFontFilePtr> &items)
     removeAllFontFileItems();
     fontFileItems = items;
     totalFonts = quint32(items.size());
+}
+
+QStringList QVFontDataManager::unreadablePaths() const
+{
+    QStringList paths;
+    for (const QVFontFilePtr &file : fontFileItems) {
+        for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+            if (status->isUnreadable()) {
+                paths.append(file->URL);
+                break;
+            }
+        }
+    }
+    return paths + unreadableFolders;
+}
+
+QSet<QString> QVFontDataManager::foldersHidingFonts() const
+{
+    QSet<QString> folders;
+    for (const QString &folder : unreadableFolders) {
+        folders.insert(folder);
+        if (QFileInfo(folder).fileName() == QLatin1String(".AppleDouble"))
+            folders.insert(QFileInfo(folder).path());
+    }
+    for (const QString &path : unreadablePaths()) {
+        if (!unreadableFolders.contains(path))
+            folders.insert(QFileInfo(path).path());
+    }
+    return folders;
 }

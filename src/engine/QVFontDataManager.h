@@ -5,7 +5,9 @@
 #include "engine/QVFontFile.h"
 
 #include <QList>
+#include <QSet>
 #include <QString>
+#include <QStringList>
 #include <memory>
 
 class QVFontExaminer;
@@ -26,7 +28,16 @@ public:
     // number of files: the restored records carry no statuses yet.
     void setAllFontItems(const QList<QVFontFilePtr> &items);
 
+    // Files whose fonts could not be read (they hold one unreadable status
+    // each) and then the folders a scan could not enter, in the order met.
+    QStringList unreadablePaths() const;
+    // The folders that may hold fonts nobody could see: those of unreadable
+    // files, unreadable folders, and the folder whose netatalk metadata folder
+    // cannot be read. A font there may have a counterpart that is not listed.
+    QSet<QString> foldersHidingFonts() const;
+
     QList<QVFontFilePtr> fontFileItems;
+    QStringList unreadableFolders;
     quint32 totalFonts = 0;
     bool foundProblemFonts = false;
 

@@ -4,6 +4,7 @@
 #include "engine/QVMemoryHandler.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVSFNTReader.h"
+#include "platform/QVFileAccess.h"
 #include "platform/QVFontActivation.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVLog.h"
@@ -19,6 +20,7 @@
 #include <QJsonObject>
 #include <QStandardPaths>
 #include <QStringDecoder>
+#include <cstring>
 
 namespace
 {
@@ -153,6 +155,16 @@ void QVFontDiagnose::examineFont(const QString &path)
     if (!currentStatus)
         currentStatus = std::make_shared<QVStatus>();
 
+    // A file whose data, fork or Finder info the user may not read is neither
+    // sound nor damaged: any finding would be a guess.
+    int accessError = 0;
+    if (const QString part = QVFileAccess::unreadablePart(path, &accessError); !part.isEmpty()) {
+        saveUnreadableFile(path, part, accessError);
+        m_result = 1;
+        m_fontStatusArray = statusArray;
+        return;
+    }
+
     const QByteArray type = hfsTypeCode(path);
     const QString extension = QFileInfo(path).suffix().toLower();
     const bool suitcaseType = type == "FFIL" || type == "ffil" || type == "tfil";
@@ -216,6 +228,27 @@ void QVFontDiagnose::markStatusesOfLastFile(const QString &message, bool nameFro
         status->setFontError(QVErrorClass::Defect);
         status->setFontErrorInfo(message);
     }
+}
+
+void QVFontDiagnose::saveUnreadableFile(const QString &path, const QString &part, int error)
+{
+    const QString extension = QFileInfo(path).suffix().toLower();
+    QVStatus &status = *currentStatus;
+    status.fontName = fileNameOf(path);
+    status.fontURL = path;
+    status.fontType = extension == QLatin1String("otf") ? QVFontType::OpenType
+        : extension == QLatin1String("ttf") || extension == QLatin1String("ttc")
+            || extension == QLatin1String("dfont")
+        ? QVFontType::TrueType
+        : QVFontType::Bitmap;
+    status.PSname = QStringLiteral("<none>");
+    status.fontStyle = QString("");
+    QString detail = QString::fromLocal8Bit(std::strerror(error));
+    if (part != path)
+        detail = QDir(QFileInfo(path).absolutePath()).relativeFilePath(part) + QStringLiteral(": ") + detail;
+    status.setFontError(QVErrorClass::Unreadable);
+    status.setFontErrorInfo(QVDefect::withDetail(QVDefect::FileUnreadable, detail));
+    saveCurrentStatus();
 }
 
 // ---------------------------------------------------------------------------

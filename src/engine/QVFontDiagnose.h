@@ -124,6 +124,9 @@ private:
     // False on a short read. With firstWins, the first full name and PostScript
     // name found are kept (collection members).
     bool readSFNTNames(QVSFNTReader &reader, qint64 faceOffset, bool firstWins, SFNTNames &names);
+    // One status for a file the user may not read: part is the file or the
+    // companion that refused, error its errno.
+    void saveUnreadableFile(const QString &path, const QString &part, int error);
     void saveUnreadableSFNT(const QString &path, int fontType, qint32 version, const QString &message);
     void saveSFNTStatus(
         const QString &path, int fontType, qint32 version, const SFNTNames &names, bool damaged);

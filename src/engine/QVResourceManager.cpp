@@ -217,7 +217,7 @@ qint16 openFork(const QString &path, quint8 permission, bool dataFork)
         if (f->identity != identity || f->dataFork != dataFork)
             continue;
         if (wantsWrite && !f->writable) {
-            if (f->place == Place::DataFork || !info.isWritable() || !f->file.allDataValid()) {
+            if (!info.isWritable() || !f->file.allDataValid()) {
                 s.resError = f->file.allDataValid() ? QVResourceError::Permission : QVResourceError::MapRead;
                 return -1;
             }
@@ -266,8 +266,6 @@ qint16 openFork(const QString &path, quint8 permission, bool dataFork)
     } else {
         error = QVForkStorage::readResourceFork(absolute, &bytes, &f->place);
     }
-    if (error == 0 && wantsWrite && f->place == Place::DataFork)
-        error = QVResourceError::Permission;
     std::optional<QVResourceFile> parsed;
     if (error == 0) {
         parsed = QVResourceFile::parse(bytes, &error);

@@ -1,5 +1,7 @@
 #include "engine/QVStatus.h"
 
+#include "engine/QVFontConstants.h"
+
 QVStatus::QVStatus()
 {
     fontErrors.reserve(4);
@@ -52,6 +54,11 @@ bool QVStatus::hasErrors() const
             return true;
     }
     return false;
+}
+
+bool QVStatus::isUnreadable() const
+{
+    return fontErrors.contains(QVErrorClass::Unreadable);
 }
 
 int QVStatus::indexOfErrorInfo(const QString &message) const

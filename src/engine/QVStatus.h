@@ -27,6 +27,8 @@ public:
     // is the number of error classes, not of messages: a status whose defects
     // all sit under class 0 counts as repaired once its first one is fixed.
     bool hasErrors() const;
+    // The examiner could not read the file (or its fork or Finder info).
+    bool isUnreadable() const;
 
     // Index of a defect message in fontErrorsInfo, or -1.
     int indexOfErrorInfo(const QString &message) const;

@@ -3,6 +3,7 @@
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
@@ -12,6 +13,7 @@
 #include "store/QVSuitcaseSurgery.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QThread>
 #include <QTimer>
@@ -53,6 +55,29 @@ QString withoutExtension(const QString &name)
 {
     const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
     return dot > 0 ? name.left(dot) : name;
+}
+
+// The folders that making `folder` creates, deepest first.
+QStringList missingFolders(const QString &folder)
+{
+    QStringList missing;
+    QString current = QDir::cleanPath(folder);
+    while (!existsOrLink(current)) {
+        missing.append(current);
+        const QString parent = QFileInfo(current).absolutePath();
+        if (parent == current)
+            break;
+        current = parent;
+    }
+    return missing;
+}
+
+// Takes back the folders a run made for a font that did not arrive; a folder
+// that holds anything (another font got there) is left.
+void removeEmptyFolders(const QStringList &deepestFirst)
+{
+    for (const QString &folder : deepestFirst)
+        QDir().rmdir(folder);
 }
 
 bool isLWFN(const QString &path)
@@ -328,6 +353,9 @@ void QVFontOrganizer::createLibrary()
 
     // A copy of the list: the main thread may mark records, never add files.
     const QList<QVFontFilePtr> items = m_dataManager->fontFileItems;
+    // A font moved away from a folder holding files that cannot be read could
+    // leave its counterpart behind unseen: such fonts are only copied.
+    const QSet<QString> hiding = copy ? QSet<QString>() : m_dataManager->foldersHidingFonts();
     for (const QVFontFilePtr &fontFile : items) {
         if (m_doCancel)
             return;
@@ -345,11 +373,20 @@ void QVFontOrganizer::createLibrary()
                 || fontStatus->fontType == 2)
                 continue;
 
+            if (hiding.contains(folderOf(fontFile->URL))) {
+                storeError(fontStatus,
+                    QStringLiteral("Left in place: %1 holds files that cannot be read, which may belong to "
+                                   "this font")
+                        .arg(folderOf(fontFile->URL)));
+                continue;
+            }
             const QString name = fontDisplayName(fontFile, fontStatus);
             const QString folder = libraryFolderFor(fontFile, fontStatus);
+            const QStringList created = missingFolders(folder);
             std::error_code error;
             std::filesystem::create_directories(std::filesystem::path(folder.toStdString()), error);
             if (error || !QFileInfo(folder).isDir()) {
+                removeEmptyFolders(created);
                 const QString reason = error ? QString::fromStdString(error.message())
                                              : QStringLiteral("A file of that name is in the way");
                 const QString text = QStringLiteral("%1 (%2)").arg(
@@ -369,7 +406,10 @@ void QVFontOrganizer::createLibrary()
                         .arg(name));
                 const QString fileName = suitcaseMemberFileName(fontFile, fontStatus);
                 m_copiedOrMovedFonts = true;
-                onMainThreadAndWait([&] { moveSuitcaseMember(fontFile, fontStatus, folder, fileName); });
+                onMainThreadAndWait([&] {
+                    moveSuitcaseMember(fontFile, fontStatus, folder, fileName);
+                    removeEmptyFolders(created);
+                });
                 continue;
             }
 
@@ -379,7 +419,10 @@ void QVFontOrganizer::createLibrary()
                       : QStringLiteral("Moving font file \"%1\""))
                     .arg(fileName));
             m_copiedOrMovedFonts = true;
-            onMainThreadAndWait([&] { moveFileToFolder(fontFile, fontStatus, folder); });
+            onMainThreadAndWait([&] {
+                moveFileToFolder(fontFile, fontStatus, folder);
+                removeEmptyFolders(created);
+            });
             // The file's other fonts went with it.
             break;
         }
@@ -429,6 +472,10 @@ QString QVFontOrganizer::moveFileToFolder(
         return QString();
     const QString destination = QVQuarantineStore::uniqueDestination(base, fileName, true);
 
+    if (!copy && QVPackageFiles::isPackageFile(fontFile->URL)) {
+        m_lastFailureReason = QVPackageFiles::refusal(fontFile->URL);
+        return storeError(fontStatus, m_lastFailureReason);
+    }
     if (existsOrLink(fontFile->URL)) {
         const QVFilePair::Result result = copy ? QVFilePair::copy(fontFile->URL, destination)
                                                : QVFilePair::move(fontFile->URL, destination);

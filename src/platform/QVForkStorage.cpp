@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
@@ -139,6 +140,73 @@ bool isDfont(const QString &path)
     return path.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive);
 }
 
+// Rewrites a data-fork resource file (.dfont) in one step: a temporary file
+// beside it takes the new fork, the file's permissions and its user extended
+// attributes (its Finder info may live there), reaches the disk and is renamed
+// over it. On any failure the file is left exactly as it was.
+qint16 replaceDataFork(const QString &path, const QByteArray &bytes)
+{
+    const QByteArray target = QFile::encodeName(path);
+    struct stat st;
+    if (::stat(target.constData(), &st) != 0)
+        return errnoToMac(errno);
+    const QFileInfo info(path);
+    QByteArray temporary
+        = QFile::encodeName(info.absolutePath() + QStringLiteral("/.") + info.fileName()) + ".quorvel-XXXXXX";
+    const int fd = ::mkstemp(temporary.data());
+    if (fd < 0)
+        return errnoToMac(errno);
+    const QString temporaryPath = QFile::decodeName(temporary);
+    auto fail = [&](int error) {
+        ::close(fd);
+        ::unlink(temporary.constData());
+        return errnoToMac(error);
+    };
+    for (qint64 done = 0; done < bytes.size();) {
+        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return fail(n < 0 ? errno : ENOSPC);
+        done += n;
+    }
+    if (::fchmod(fd, st.st_mode & 07777) != 0)
+        return fail(errno);
+    // Root rewriting someone's font leaves it theirs.
+    if (::geteuid() == 0 && ::fchown(fd, st.st_uid, st.st_gid) != 0)
+        return fail(errno);
+    for (const QString &name : QVExtendedAttributes::list(path)) {
+        if (!name.startsWith(QLatin1String("user.")))
+            continue;
+        const QByteArray key = name.toUtf8();
+        int error = 0;
+        const auto value = QVExtendedAttributes::get(path, key.constData(), &error);
+        if (!value)
+            return fail(error ? error : EIO);
+        if (const int setError = QVExtendedAttributes::set(temporaryPath, key.constData(), *value))
+            return fail(setError);
+    }
+    if (::fsync(fd) != 0)
+        return fail(errno);
+    if (::close(fd) != 0) {
+        const int error = errno;
+        ::unlink(temporary.constData());
+        return errnoToMac(error);
+    }
+    if (::rename(temporary.constData(), target.constData()) != 0) {
+        const int error = errno;
+        ::unlink(temporary.constData());
+        return errnoToMac(error);
+    }
+    // The rename itself reaches the disk with the folder.
+    if (const int folder = ::open(QFile::encodeName(info.absolutePath()).constData(), O_RDONLY | O_DIRECTORY);
+        folder >= 0) {
+        ::fsync(folder);
+        ::close(folder);
+    }
+    return QVResourceError::NoErr;
+}
+
 } // namespace
 
 QString QVForkStorage::placeName(Place place)
@@ -231,8 +299,12 @@ qint16 QVForkStorage::writeResourceFork(
         *written = Place::None;
     if (!fileExists(path))
         return QVResourceError::FileNotFound;
-    if (place == Place::DataFork)
-        return QVResourceError::Permission;
+    if (place == Place::DataFork) {
+        const qint16 result = isDfont(path) ? replaceDataFork(path, fork) : QVResourceError::Permission;
+        if (result == 0 && written)
+            *written = place;
+        return result;
+    }
     if (place == Place::ExtendedAttribute) {
         const int error = QVExtendedAttributes::set(path, kForkAttribute, fork);
         if (error == 0) {

@@ -6,7 +6,8 @@
 //   2. AppleDouble sidecar "._NAME" beside the file (the default for new data)
 //   3. netatalk 2 ".AppleDouble/NAME"
 //   4. netatalk 3 attribute user.org.netatalk.Metadata (Finder info and dates only)
-//   5. the data fork itself, for "*.dfont" (fork only, read-only)
+//   5. the data fork itself, for "*.dfont" (fork only; rewritten whole, by a
+//      temporary file renamed over it, when a family leaves it)
 // A fork or Finder info that no longer fits in an attribute moves to the
 // sidecar; the attribute is removed only after the sidecar is safely written.
 // Errors are Mac codes (QVResourceError): -43 no file, -54 permission, -34 full
@@ -44,7 +45,7 @@ public:
     static qint16 readResourceFork(const QString &path, QByteArray *fork, Place *place);
     // Writes the fork to the place (Place::None: the sidecar). An attribute that
     // cannot hold it moves it to the sidecar; *written gets where it went.
-    // Data forks are read-only (-54).
+    // A data fork is rewritten only for a ".dfont" (else -54).
     static qint16 writeResourceFork(
         const QString &path, const QByteArray &fork, Place place, Place *written = nullptr);
 

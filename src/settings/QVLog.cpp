@@ -33,7 +33,7 @@ void messageHandler(QtMsgType type, const QMessageLogContext &context, const QSt
     if (ours && loggingEnabled.load()) {
         QMutexLocker locker(&fileMutex);
         QFile file(QVLog::logFilePath());
-        QDir().mkpath(QFileInfo(file).absolutePath());
+        QVDataFolder::ensure();
         if (file.open(QIODevice::Append | QIODevice::Text)) {
             const QByteArray line = QDateTime::currentDateTime().toString(Qt::ISODateWithMs).toUtf8() + ' '
                 + context.category + ": " + message.toUtf8() + '\n';

@@ -230,11 +230,12 @@ bool QVSettings::hasStoredValue(const QString &key) const
     return openStore()->contains(key);
 }
 
-void QVSettings::setValue(const QString &key, const QVariant &value)
+bool QVSettings::setValue(const QString &key, const QVariant &value)
 {
     auto store = openStore();
     store->setValue(key, value);
     store->sync();
+    return store->status() == QSettings::NoError;
 }
 
 void QVSettings::removeValue(const QString &key)

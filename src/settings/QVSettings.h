@@ -61,7 +61,8 @@ public:
     // Generic access, used by the accessors and the command line.
     QVariant value(const QString &key) const;
     bool hasStoredValue(const QString &key) const;
-    void setValue(const QString &key, const QVariant &value);
+    // False when the settings file could not be written (the value is lost).
+    bool setValue(const QString &key, const QVariant &value);
     void removeValue(const QString &key);
 
 #define QV_BOOL_SETTING(getter, setter)                                                                      \

@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVFileAccess.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVHelperCommunications.h"
@@ -25,8 +26,10 @@
 #include <QThread>
 #include <QTimer>
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <sys/stat.h>
 #include <utility>
 #include <vector>
 
@@ -76,6 +79,53 @@ std::vector<DirectoryEntry> sortedEntries(const QString &folder)
     std::sort(entries.begin(), entries.end(),
         [](const DirectoryEntry &a, const DirectoryEntry &b) { return a.sortKey < b.sortKey; });
     return entries;
+}
+
+bool isInsideOrSame(const QString &path, const QString &folder)
+{
+    return path == folder || folder == QLatin1String("/") || path.startsWith(folder + QLatin1Char('/'));
+}
+
+// The folders of a scan as the file system knows them: each once, and none
+// that another of them already holds, so no file is reached twice. The order
+// given is kept.
+QStringList canonicalFolders(const QStringList &folders)
+{
+    QStringList canonical;
+    for (const QString &folder : folders) {
+        const QString real = QFileInfo(folder).canonicalFilePath();
+        // A folder that is not there keeps its name: its walk finds nothing.
+        canonical.append(real.isEmpty() ? QDir::cleanPath(QDir(folder).absolutePath()) : real);
+    }
+    QStringList kept;
+    for (qsizetype i = 0; i < canonical.size(); ++i) {
+        bool inside = false;
+        for (qsizetype j = 0; j < canonical.size() && !inside; ++j) {
+            if (i == j)
+                continue;
+            // Of two equal folders the first stays; a folder inside another goes.
+            inside = canonical.at(i) == canonical.at(j) ? j < i
+                                                        : isInsideOrSame(canonical.at(i), canonical.at(j));
+        }
+        if (!inside)
+            kept.append(canonical.at(i));
+    }
+    return kept;
+}
+
+// Whether a name alone leaves open that the file is a font: a font extension,
+// or none that the MIME database knows (suitcases and PostScript outlines
+// carry no extension).
+bool mayBeFontByName(const QString &name)
+{
+    if (name.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive))
+        return true;
+    static const QMimeDatabase mimeDatabase;
+    const QList<QMimeType> types = mimeDatabase.mimeTypesForFileName(name);
+    if (types.isEmpty())
+        return true;
+    return std::any_of(types.cbegin(), types.cend(),
+        [](const QMimeType &type) { return type.name().contains(QLatin1String("font")); });
 }
 
 QString withoutTrailingSlash(QString path)
@@ -171,11 +221,14 @@ void QVFileManager::scanFolders(const QStringList &folders, const CompletionBloc
             QVariantMap { { QStringLiteral("kPayloadOptions"), QDateTime::currentDateTimeUtc() } });
 
     m_findFontsGlobalQueue = std::make_unique<QVOperationQueue>();
+    m_seenFiles.clear();
+    m_linkedFiles.clear();
+    const QStringList walked = canonicalFolders(folders);
     QVOperationPtr previous;
-    for (qsizetype i = 0; i < folders.size(); ++i) {
+    for (qsizetype i = 0; i < walked.size(); ++i) {
         FindFontsRequest request;
-        request.startDirectory = QDir::cleanPath(QDir(folders.at(i)).absolutePath());
-        request.isFinal = i == folders.size() - 1;
+        request.startDirectory = walked.at(i);
+        request.isFinal = i == walked.size() - 1;
         request.completionBlock = completionBlock;
         auto operation = std::make_shared<QVOperation>([this, request] { findFontsOperation(request); });
         if (previous)
@@ -213,7 +266,10 @@ bool QVFileManager::findFontFiles(
         size_t next = 0;
     };
     std::vector<Level> stack;
-    stack.push_back({ start, sortedEntries(start), 0 });
+    if (QVFileAccess::isPermissionError(QVFileAccess::folderError(start)))
+        noteUnreadableFolder(start);
+    else
+        stack.push_back({ start, sortedEntries(start), 0 });
 
     bool cancelled = false;
     while (!stack.empty() && !cancelled) {
@@ -228,17 +284,33 @@ bool QVFileManager::findFontFiles(
         if (direct)
             bar->increment(step);
 
-        const QFileInfo info(path);
-        if (info.isDir()) {
+        struct stat st;
+        if (::lstat(QFile::encodeName(path).constData(), &st) != 0) {
+            // The folder can be listed but not entered: its files are unknown.
+            if (QVFileAccess::isPermissionError(errno))
+                noteUnreadableFolder(level.path);
+        } else if (S_ISLNK(st.st_mode)) {
             // A link to a folder is not followed, so a tree that links back
-            // into itself is walked once.
-            if (!info.isSymLink() && !isSkippedFolderName(name))
+            // into itself is walked once. A link to a file waits until every
+            // folder is walked: the file itself, when met, is the one examined.
+            struct stat target;
+            if (!name.startsWith(QLatin1Char('.'))
+                && ::stat(QFile::encodeName(path).constData(), &target) == 0 && S_ISREG(target.st_mode))
+                m_linkedFiles.append(path);
+        } else if (S_ISDIR(st.st_mode)) {
+            // The metadata store of a file server is never walked, but one that
+            // cannot be read hides the forks of the files beside it.
+            const bool skipped = isSkippedFolderName(name);
+            const int error = QVFileAccess::folderError(path);
+            if (QVFileAccess::isPermissionError(error) && (!skipped || name == QLatin1String(".AppleDouble")))
+                noteUnreadableFolder(path);
+            else if (!skipped && error == 0)
                 stack.push_back({ path, sortedEntries(path), 0 });
-        } else if (info.isFile() && !name.startsWith(QLatin1Char('.')) && isFontFile(path)) {
+        } else if (S_ISREG(st.st_mode) && !name.startsWith(QLatin1Char('.'))) {
             // Only regular files: reading the content type of a pipe or a
             // device would hang the walk. Names beginning with "." (hidden
             // files, "._" sidecars) are never fonts to examine.
-            m_dataMgr->addFontFileItem(path);
+            considerFile(path, quint64(st.st_dev), quint64(st.st_ino));
         }
 
         if (m_didCancel.load()) {
@@ -248,6 +320,15 @@ bool QVFileManager::findFontFiles(
         onMainThread([this] { updateProgressLabel(); });
     }
     cancelled = cancelled || m_didCancel.load();
+
+    if (isFinalDirectory && !cancelled) {
+        for (const QString &link : std::as_const(m_linkedFiles)) {
+            struct stat target;
+            if (::stat(QFile::encodeName(link).constData(), &target) == 0 && S_ISREG(target.st_mode))
+                considerFile(link, quint64(target.st_dev), quint64(target.st_ino));
+        }
+        m_linkedFiles.clear();
+    }
 
     if (isFinalDirectory) {
         const auto close = m_closeAlertDialog;
@@ -275,6 +356,28 @@ bool QVFileManager::findFontFiles(
         postScanFolderComplete(false);
     }
     return false;
+}
+
+void QVFileManager::considerFile(const QString &path, quint64 device, quint64 inode)
+{
+    // One file under several names (hard links, links, folders given twice)
+    // is one font file: only its first path is examined.
+    const QPair<quint64, quint64> identity { device, inode };
+    if (m_seenFiles.contains(identity))
+        return;
+    // A file that cannot be read is handed over when it may be a font, so that
+    // it is reported rather than silently left out.
+    if (!isFontFile(path)
+        && !(mayBeFontByName(QFileInfo(path).fileName()) && !QVFileAccess::unreadablePart(path).isEmpty()))
+        return;
+    m_seenFiles.insert(identity);
+    m_dataMgr->addFontFileItem(path);
+}
+
+void QVFileManager::noteUnreadableFolder(const QString &folder)
+{
+    if (!m_dataMgr->unreadableFolders.contains(folder))
+        m_dataMgr->unreadableFolders.append(folder);
 }
 
 void QVFileManager::cancelScan()
@@ -318,6 +421,10 @@ bool QVFileManager::isSupportedFontFileType(const QString &path) const
 
 bool QVFileManager::isFontFile(const QString &path) const
 {
+    // Linux's MIME database has no entry for a data-fork suitcase: its name
+    // decides, before anything of a possibly damaged file is read.
+    if (path.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive))
+        return true;
     static const QMimeDatabase mimeDatabase;
     const QMimeType type = mimeDatabase.mimeTypeForFile(path);
     if (!type.isValid())
@@ -345,16 +452,9 @@ QString QVFileManager::getRootRepository()
     if (!m_rootRepository.isEmpty())
         return m_rootRepository;
     const QString root = QVDataFolder::path();
-    const QFile::Permissions open = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadGroup
-        | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther | QFile::WriteOther | QFile::ExeOther;
-    // An existing folder is fine; a failure shows later, where a file is written.
-    QDir().mkpath(root);
-    for (const QString &folder :
-        QStringList { root + QStringLiteral("/Reports/"), root + QStringLiteral("/Quarantine/") }) {
-        // Open to every user whatever the umask; an existing folder keeps its own.
-        if (QDir().mkdir(folder))
-            QFile::setPermissions(folder, open);
-    }
+    // A failure shows later, where a file is written.
+    QVDataFolder::ensureSubfolder(QStringLiteral("Reports"));
+    QVDataFolder::ensureSubfolder(QStringLiteral("Quarantine"));
     m_rootRepository = root;
     return m_rootRepository;
 }

@@ -5,7 +5,9 @@
 #pragma once
 
 #include <QObject>
+#include <QPair>
 #include <QPointer>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <atomic>
@@ -49,6 +51,10 @@ public:
     ~QVFileManager() override;
 
     // Starts a scan of the folders, one after another, and returns at once.
+    // The folders are taken as the file system resolves them; one named twice
+    // or lying inside another is walked once, and no file is handed over twice
+    // (links and hard links to a file already met are passed over). Folders
+    // and files that cannot be read are listed in the data manager.
     void scanFolders(const QStringList &folders, const CompletionBlock &completionBlock = {});
     void findFontsOperation(const FindFontsRequest &request);
     // Walks one folder; true when the walk ended by cancellation.
@@ -61,7 +67,8 @@ public:
 
     // By extension (otf, ttf, ttc in any case) or by HFS type code.
     bool isSupportedFontFileType(const QString &path) const;
-    // The whole rule a scan applies to a regular file.
+    // The whole rule a scan applies to a regular file: a name ending in
+    // ".dfont", a font content type, or isSupportedFontFileType.
     bool isFontFile(const QString &path) const;
     // Folders whose contents a scan never enters: packages and the metadata
     // stores of file servers.
@@ -109,6 +116,10 @@ public:
 
 private:
     void initCommon();
+    // Hands a regular file to the data manager unless it is not a font or was
+    // met before under another name.
+    void considerFile(const QString &path, quint64 device, quint64 inode);
+    void noteUnreadableFolder(const QString &folder);
     void postScanFolderComplete(bool cancelled);
     void onMainThread(std::function<void()> work);
 
@@ -127,4 +138,8 @@ private:
     TypeCodeReader m_typeCodeReader;
     Clock m_clock;
     std::function<void()> m_closeAlertDialog;
+    // Device and inode of every file handed over in this scan.
+    QSet<QPair<quint64, quint64>> m_seenFiles;
+    // Links to files met by the walk, decided once every folder is walked.
+    QStringList m_linkedFiles;
 };

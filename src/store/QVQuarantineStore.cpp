@@ -3,6 +3,7 @@
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVPackageFiles.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVLog.h"
@@ -95,16 +96,9 @@ QString QVQuarantineStore::journalLockPath() const
 QUrl QVQuarantineStore::getQuarantineFolder() const
 {
     const QString folder = quarantineFolderPath();
-    if (!QFileInfo(folder).isDir()) {
-        if (QDir().mkpath(folder)) {
-            QFile::setPermissions(folder,
-                QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner
-                    | QFileDevice::ReadGroup | QFileDevice::WriteGroup | QFileDevice::ExeGroup
-                    | QFileDevice::ReadOther | QFileDevice::WriteOther | QFileDevice::ExeOther);
-        } else {
-            qCWarning(lcStore) << "Error: could not create the quarantine folder" << folder;
-        }
-    }
+    // Private to the user, and made so again if someone opened it up.
+    if (QVDataFolder::ensureSubfolder(QFileInfo(folder).fileName()).isEmpty())
+        qCWarning(lcStore) << "Error: could not create the quarantine folder" << folder;
     return QUrl::fromLocalFile(folder + QLatin1Char('/'));
 }
 
@@ -177,8 +171,10 @@ QString QVQuarantineStore::moveFileToQuarantine(
 {
     if (fontFile->fileMovedToQuarantine || fontStatus->movedToQuarantine)
         return QString();
-    const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
     const QString source = fontFile->URL;
+    if (QVPackageFiles::isPackageFile(source))
+        return QVPackageFiles::refusal(source);
+    const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
     const QString destination = uniqueDestination(folder, QFileInfo(source).fileName(), true);
     const QString destinationName = QFileInfo(destination).fileName();
 

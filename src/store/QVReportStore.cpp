@@ -58,7 +58,7 @@ QString QVReportStore::reportFolderPath() const
 QUrl QVReportStore::getReportFolder() const
 {
     const QString folder = reportFolderPath();
-    QDir().mkpath(folder);
+    QVDataFolder::ensureSubfolder(QFileInfo(folder).fileName());
     return QUrl::fromLocalFile(folder + QLatin1Char('/'));
 }
 

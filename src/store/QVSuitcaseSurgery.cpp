@@ -3,6 +3,7 @@
 #include "engine/QVResourceManager.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
 #include "store/QVQuarantineStore.h"
 
@@ -236,6 +237,8 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
     CurrentFileRestorer restorer;
     const bool toQuarantine = target == Target::Quarantine;
     const QString path = fontStatus->fontURL.isEmpty() ? fontFile->URL : fontStatus->fontURL;
+    if (target != Target::FolderCopyOnly && QVPackageFiles::isPackageFile(path))
+        return QVPackageFiles::refusal(path);
     const QString destinationName = QFileInfo(destination).fileName();
     const QDateTime created = QVForkStorage::creationDate(path);
     const bool isTrueType = fontStatus->fontSize == 0;

@@ -198,6 +198,28 @@ print(TTFont(sys.argv[1], res_name_or_index=1)['name'].getDebugName(6))
     }
 }
 
+TEST(QuorvelCliOrganize, ATypedDfontIsMovedFontByFont)
+{
+    QVTestHome home;
+    const QString source = home.path() + "/Source";
+    const QString library = home.path() + "/Library";
+    QDir().mkpath(library);
+    copyInto("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont", source, "Panic.dfont");
+    ASSERT_EQ(QVForkStorage::writeFinderInfo(
+                  source + "/Panic.dfont", QByteArray("FFILDMOV").leftJustified(32, '\0')),
+        0);
+    const QVCliRun run = runCli(home,
+        { "organize", "--library", library, "--move", "--name", "postscript", "--foundry-folders",
+            "--no-letter-folders", "--no-family-folders", source });
+    ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err + run.out);
+    EXPECT_TRUE(run.out.contains("Moved 4 files into " + library + ":\n")) << qPrintable(run.out);
+    EXPECT_TRUE(run.out.endsWith("Failures: 0\n")) << qPrintable(run.out);
+    EXPECT_EQ(QStringList(hashesBelow(library).keys()),
+        QStringList({ "Bitstream/PanicSans", "Bitstream/PanicSans-Bold", "Bitstream/PanicSans-BoldItalic",
+            "Bitstream/PanicSans-Italic" }));
+    EXPECT_EQ(QDir(source).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+}
+
 TEST(QuorvelCliOrganize, LockedFoldersAreRefusedBeforeAnythingMoves)
 {
     QVTestHome home;
@@ -245,6 +267,17 @@ TEST(QuorvelCliOrganize, BadArgumentsAreUsageErrors)
     // A library inside the source would be organized into itself.
     QDir().mkpath(source + "/Library");
     EXPECT_EQ(runCli(home, { "organize", "--library", source + "/Library", source }).exitCode, 2);
+    // Choices that contradict each other are refused, not settled by their order.
+    copyInto(kDejaVu + "DejaVuSans.ttf", source);
+    for (const QStringList &conflict :
+        { QStringList { "--copy", "--move" }, QStringList { "--no-family-folders", "--family-folders" },
+            QStringList { "--name", "family", "--name", "file" } }) {
+        const QVCliRun refused = runCli(
+            home, QStringList { "organize", "--library", home.path() } + conflict + QStringList { source });
+        EXPECT_EQ(refused.exitCode, 2) << qPrintable(conflict.join(' '));
+        EXPECT_TRUE(refused.err.contains("cannot be used together")) << qPrintable(refused.err);
+    }
+    EXPECT_TRUE(QFile::exists(source + "/DejaVuSans.ttf"));
     // Nothing was stored from a refused command line.
     EXPECT_EQ(setting(home, "organizeFontsFolder"), "");
 }

@@ -1,4 +1,5 @@
 // quorvel-cli quarantine, run as a separate process over a quarantine made here.
+#include "platform/QVForkStorage.h"
 #include "store/QVQuarantineStore.h"
 #include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
@@ -126,4 +127,30 @@ TEST(QuorvelCliQuarantine, DiagnoseResolveReportsItsResolution)
     EXPECT_EQ(resolution["repaired"].toArray().size(), 0);
     EXPECT_EQ(resolution["quarantined"].toArray().size(), 0);
     EXPECT_TRUE(QFileInfo::exists(fonts + "/DejaVuSans.ttf"));
+}
+
+TEST(QuorvelCliQuarantine, AFontOfATypedDfontGoesToTheQuarantineAndBack)
+{
+    QVTestHome home;
+    // Two typed copies of one data-fork suitcase: the plain face of one is a duplicate.
+    for (const char *folder : { "a", "b" }) {
+        const QString path = home.path() + "/Fonts/" + folder + "/Panic.dfont";
+        QDir().mkpath(QFileInfo(path).absolutePath());
+        ASSERT_TRUE(QFile::copy("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont", path));
+        ASSERT_EQ(QVForkStorage::writeFinderInfo(path, QByteArray("FFILDMOV").leftJustified(32, '\0')), 0);
+    }
+    const QString fonts = home.path() + "/Fonts";
+    const QVCliRun resolved = runCli(home, { "diagnose", "--resolve", fonts });
+    EXPECT_EQ(resolved.exitCode, 1) << qPrintable(resolved.err);
+    EXPECT_TRUE(resolved.out.contains("Quarantined: 1\n  Panic Sans")) << qPrintable(resolved.out);
+    EXPECT_FALSE(resolved.out.contains("Errors:")) << qPrintable(resolved.out);
+    const QVCliRun listed = quarantine(home, { "list" });
+    EXPECT_TRUE(listed.out.startsWith("   1  Panic Sans  (Panic.dfont)\n")) << qPrintable(listed.out);
+    // The suitcase kept its other three faces and comes back whole.
+    EXPECT_TRUE(runCli(home, { "scan", fonts }).out.endsWith("7 fonts in 2 files, no problems found\n"));
+    const QVCliRun restored = quarantine(home, { "restore", "1" });
+    EXPECT_EQ(restored.exitCode, 0) << qPrintable(restored.err);
+    const QVCliRun rescanned = runCli(home, { "scan", fonts });
+    EXPECT_TRUE(rescanned.out.endsWith("8 fonts in 2 files, no problems found\n"))
+        << qPrintable(rescanned.out);
 }

@@ -13,6 +13,7 @@
 #include <QRegularExpression>
 #include <QThread>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace
 {
@@ -26,6 +27,7 @@ QString copyFont(const QString &source, const QString &destination)
 
 const QString kDejaVu = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
 const QString kType1 = QStringLiteral("/usr/share/fonts/X11/Type1/C059-Italic.pfb");
+const QString kPanicSans = QStringLiteral("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont");
 
 // The file lines of the text output: every line that is not the heading, a
 // font's line (both indented) nor the closing count, without the notes that
@@ -110,6 +112,44 @@ TEST_F(CliScanTest, AMissingFolderIsAClearErrorAndScansNothing)
     EXPECT_EQ(runCli(home, { QStringLiteral("scan"), QStringLiteral("--frobnicate") }).exitCode, 2);
 }
 
+TEST_F(CliScanTest, AFileReachedSeveralWaysIsOneFileAndNeverItsOwnDuplicate)
+{
+    // A hard link and a link to a font, a link to the folder, the folder and
+    // a folder inside it named again.
+    ASSERT_EQ(
+        ::link(QFile::encodeName(one + "/b.ttf").constData(), QFile::encodeName(one + "/c.ttf").constData()),
+        0);
+    ASSERT_TRUE(QFile::link(one + "/b.ttf", one + "/d.ttf"));
+    ASSERT_TRUE(QFile::link(one, home.path() + "/alias"));
+    const QStringList folders { one, one + "/a", home.path() + "/alias", one + "/" };
+    const QVCliRun scan = runCli(home, QStringList { "scan" } + folders);
+    ASSERT_EQ(scan.exitCode, 0) << qPrintable(scan.err);
+    EXPECT_EQ(printedFiles(scan.out), (QStringList { one + "/a/Outline.pfb", one + "/b.ttf" }));
+
+    const QVCliRun resolved = runCli(home, QStringList { "diagnose", "--resolve" } + folders);
+    EXPECT_EQ(resolved.exitCode, 0) << qPrintable(resolved.out + resolved.err);
+    EXPECT_TRUE(resolved.out.contains("Duplicate fonts:           0\n")) << qPrintable(resolved.out);
+    EXPECT_TRUE(resolved.out.contains("Quarantined: 0\n")) << qPrintable(resolved.out);
+    for (const char *name : { "/b.ttf", "/c.ttf", "/d.ttf", "/a/Outline.pfb" })
+        EXPECT_TRUE(QFileInfo(one + name).isFile()) << name;
+}
+
+TEST_F(CliScanTest, EveryDotDfontIsAFontFileTypedOrNotAndDamagedOrNot)
+{
+    copyFont(kPanicSans, two + "/Panic.dfont");
+    QFile whole(kPanicSans);
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    home.writeFile("two/Short.dfont", whole.read(700));
+    const QVCliRun run = runCli(home, { "scan", two });
+    EXPECT_EQ(run.exitCode, 1) << qPrintable(run.err);
+    EXPECT_EQ(printedFiles(run.out),
+        (QStringList { two + "/Font.TTF", two + "/Panic.dfont", two + "/Short.dfont" }));
+    EXPECT_TRUE(run.out.contains("Panic Sans                        PanicSans-BoldItalic"))
+        << qPrintable(run.out);
+    EXPECT_TRUE(run.out.contains(QRegularExpression("Short.dfont\n.*File Resource Error")))
+        << qPrintable(run.out);
+}
+
 TEST_F(CliScanTest, WithoutFoldersTheConfiguredFontFoldersAreScanned)
 {
     ASSERT_EQ(runCli(home,
@@ -129,7 +169,7 @@ TEST_F(CliScanTest, OnATerminalItShowsProgressAndCtrlCCancels)
     const QString tree = home.path() + QStringLiteral("/tree");
     QProcess make;
     make.start(QStringLiteral("bash"),
-        { QStringLiteral(QV_SCRIPTS_DIR "/make-font-tree.sh"), tree, QStringLiteral("60000") });
+        { QStringLiteral(QV_SCRIPTS_DIR "/make-font-tree.sh"), tree, QStringLiteral("20000") });
     ASSERT_TRUE(make.waitForFinished(300000));
     ASSERT_EQ(make.exitCode(), 0) << make.readAllStandardError().constData();
 

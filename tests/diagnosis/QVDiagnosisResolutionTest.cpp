@@ -10,6 +10,7 @@
 #include "settings/QVSettings.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
+#include "support/QVPackageLists.h"
 #include "support/QVTestHome.h"
 
 #include <QCoreApplication>
@@ -208,6 +209,45 @@ TEST_F(ResolutionTest, ADuplicateGroupKeepsItsMemberAndQuarantinesTheOthers)
     ASSERT_EQ(reread.quarantinedFilesDataArray.size(), 2);
     EXPECT_EQ(reread.quarantinedFilesDataArray.at(1).value("quarantineFileName").toString(), "Foo 1.otf");
     EXPECT_EQ(reread.quarantinedFilesDataArray.at(0).value("reason").toString(), "· Duplicate Font");
+}
+
+TEST_F(ResolutionTest, PackageFilesAreReportedButNeverMovedRenamedOrRewritten)
+{
+    const QString damaged = home.writeFile("system/Broken.otf", "broken");
+    const QString copy = home.writeFile("system/Foo.otf", "copy");
+    const QString misnamed = home.writeFile("system/Misnamed", "outline");
+    const QString hidden = home.writeFile("system/Hidden.otf", "hidden");
+    ASSERT_EQ(QVForkStorage::setHidden(hidden, true), 0);
+    // The package manager's list, as dpkg keeps it, names the files above.
+    home.writeFile(
+        "dpkg/fonts-test.list", QStringList { "/.", damaged, copy, misnamed, hidden }.join('\n').toUtf8());
+    const QVPackageLists lists(home.path() + "/dpkg");
+
+    const QString table = QString::fromLatin1(QVDefect::BadTableData);
+    const QString ours = home.writeFile("user/Broken.otf", "broken");
+    auto duplicate = entryFor(home.writeFile("user/Foo.otf", "kept"), { 3 },
+        { QString::fromLatin1(QVDefect::FoundDuplicateFonts) });
+    auto member = entryFor(copy, { 3 }, { QString::fromLatin1(QVDefect::DuplicateFont) });
+    duplicate->duplicatesArray.append({ member->fontFile, member->fontStatus });
+    auto rename = entryFor(misnamed, { 0 }, { QString::fromLatin1(QVDefect::BadFileName) });
+    rename->fontStatus->PS533name = "Renamed";
+    auto flags = entryFor(hidden, { 0 }, { QString::fromLatin1(QVDefect::IncorrectFileFlags) });
+    const QList<QVProblemFontPtr> entries { entryFor(damaged, { 0 }, { table }),
+        entryFor(ours, { 0 }, { table }), duplicate, rename, flags };
+    resolution.setProblemFontsArray(entries);
+    resolution.resolveIssues();
+
+    // Only the user's own damaged font moved.
+    EXPECT_FALSE(QFileInfo::exists(ours));
+    EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 1);
+    for (const QString &path : { damaged, copy, misnamed, hidden })
+        EXPECT_TRUE(QFileInfo(path).isFile()) << qPrintable(path);
+    EXPECT_TRUE(QVForkStorage::isHidden(hidden));
+    const QString refusal = "belongs to an installed package";
+    EXPECT_TRUE(entries.at(0)->fontStatus->movedToQuarantineErrorInfo.contains(refusal));
+    EXPECT_TRUE(member->fontStatus->movedToQuarantineErrorInfo.contains(refusal));
+    EXPECT_TRUE(rename->fontStatus->fixedErrorMessages.value(0).contains(refusal));
+    EXPECT_TRUE(flags->fontStatus->fixedErrorMessages.value(0).contains(refusal));
 }
 
 TEST_F(ResolutionTest, SweepsRunInCheckedOrderAndLeaveUncheckedRowsAlone)

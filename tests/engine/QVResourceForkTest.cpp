@@ -198,13 +198,35 @@ TEST_F(QVResourceForkTest, RealDfontReadsLikeMacResAndIsReadOnly)
     EXPECT_EQ(fork.getSNFTResourceName(plain, 999), QString());
     fork.closeResourceFile(ref);
 
-    // The data fork is never written.
-    EXPECT_EQ(fork.openResourceFile(QVPermission::ReadWrite, dfont), -1);
-    EXPECT_EQ(fork.resourceError(), QVResourceError::Permission);
+    // Opened as a data fork the file is only read.
     const qint16 dataRef = fork.openDataForkAtResourceFile(nullptr, dfont);
     ASSERT_GE(dataRef, 1);
     EXPECT_FALSE(QVResourceManager::isWritable(dataRef));
     fork.closeResourceFile(dataRef);
+
+    // Opened as a resource file, a copy takes changes: rewritten whole, with
+    // its rights and attributes, and read back by macRes.
+    const QString copy = path(QStringLiteral("Copy.dfont"));
+    ASSERT_TRUE(QFile::copy(dfont, copy));
+    ASSERT_TRUE(QFile::setPermissions(
+        copy, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadOther));
+    const QFileDevice::Permissions rights = QFileInfo(copy).permissions();
+    const bool xattrs = QVExtendedAttributes::set(copy, "user.quorvel.test", "kept") == 0;
+    const qint16 writeRef = fork.openResourceFile(QVPermission::ReadWrite, copy);
+    ASSERT_GE(writeRef, 1);
+    ASSERT_EQ(fork.removeResource(fork.getResourceOfID(128, qvFourCC("FOND"), writeRef)), 0);
+    fork.closeResourceFile(writeRef);
+    EXPECT_EQ(fork.resourceError(), 0);
+    QStringList remaining = expected;
+    remaining.removeIf([](const QString &line) { return line.startsWith(QLatin1String("FOND 128 ")); });
+    ASSERT_EQ(remaining.size(), expected.size() - 1);
+    EXPECT_EQ(macResListing(copy), remaining);
+    EXPECT_EQ(QFileInfo(copy).permissions(), rights);
+    if (xattrs) {
+        EXPECT_EQ(QVExtendedAttributes::get(copy, "user.quorvel.test").value_or(QByteArray()), "kept");
+    }
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Hidden | QDir::Files).filter(QStringLiteral("quorvel")),
+        QStringList());
 }
 
 TEST_F(QVResourceForkTest, NewSuitcaseWithAddedAndRemovedResourcesReadsBackInOtherTools)

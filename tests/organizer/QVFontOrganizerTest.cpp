@@ -3,6 +3,7 @@
 #include "settings/QVProgress.h"
 #include "settings/QVStringTable.h"
 #include "store/QVOperationQueue.h"
+#include "support/QVPackageLists.h"
 
 #include <QEventLoop>
 #include <QFile>
@@ -394,6 +395,24 @@ TEST_F(LibraryLayoutTest, AFolderThatCannotBeMadeIsAnErrorOnTheFontAndTheRunGoes
     EXPECT_FALSE(serif->copiedOrMoved());
     const QVStatusPtr sans = statusOf("DejaVuSans.ttf");
     EXPECT_TRUE(QFile::exists(library + "/" + sans->fontFoundry + "/DejaVuSans.ttf"));
+}
+
+TEST_F(LibraryLayoutTest, APackageFileIsNeverMovedAndItsRefusedMoveLeavesNoFolder)
+{
+    settings.setCopyFontFiles(false);
+    setLevels(true, true, true);
+    const QString system = qvtest::copyFont(kDejaVuSans, source);
+    home.writeFile("dpkg/fonts-dejavu-test.list", system.toUtf8() + '\n');
+    const QVPackageLists lists(home.path() + "/dpkg");
+    organize();
+    EXPECT_TRUE(
+        statusOf("DejaVuSans.ttf")->movedToLibraryErrorInfo.contains("belongs to an installed package"));
+    EXPECT_EQ(fileSha256(system), fileSha256(kDejaVuSans));
+    EXPECT_EQ(QDir(library).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    // Copying leaves the file where it is, so a copy is made as for any font.
+    settings.setCopyFontFiles(true);
+    organize();
+    EXPECT_EQ(filesBelow(library).size(), 1);
 }
 
 namespace

@@ -139,11 +139,7 @@ protected:
     }
 
     // A suitcase of bitmap strikes made by otf2bdf and ufond, its fork in an
-    // AppleDouble sidecar. ufond names the PostScript font of a family only
-    // when given its pfb, which this fondu build cannot read; without the name
-    // the examiner rightly finds "Missing PostScript Name". With postScriptName
-    // set, the family record gets the style-mapping table that names it (58
-    // bytes of header, all styles on the first name, then the name list).
+    // AppleDouble sidecar, named as QVStoreFixtures::withPostScriptName says.
     QString makeSuitcase(const QString &path, const QList<QVStoreFixtures::Strike> &strikes,
         const QByteArray &postScriptName = QByteArray())
     {
@@ -151,33 +147,9 @@ protected:
             = QVStoreFixtures::ufondFork(work + QLatin1Char('/') + QFileInfo(path).fileName(), strikes);
         EXPECT_FALSE(fork.isEmpty()) << "ufond made nothing for " << qPrintable(path);
         if (!postScriptName.isEmpty())
-            fork = withPostScriptName(fork, postScriptName);
+            fork = QVStoreFixtures::withPostScriptName(fork, postScriptName);
         EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, fork, QVForkStorage::Place::AppleDouble));
         return path;
-    }
-
-    static QByteArray withPostScriptName(const QByteArray &fork, const QByteArray &postScriptName)
-    {
-        qint16 error = 0;
-        auto parsed = QVResourceFile::parse(fork, &error);
-        EXPECT_TRUE(parsed);
-        if (!parsed)
-            return fork;
-        for (QVResourceFile::Entry &entry : parsed->entries) {
-            if (entry.type != qvFourCC("FOND") || entry.data.size() < 59)
-                continue;
-            const qint32 table = qint32(entry.data.size());
-            entry.data[24] = char(table >> 24);
-            entry.data[25] = char(table >> 16);
-            entry.data[26] = char(table >> 8);
-            entry.data[27] = char(table);
-            entry.data.append(QByteArray(58, '\0'));
-            entry.data.append(char(0));
-            entry.data.append(char(1));
-            entry.data.append(char(postScriptName.size()));
-            entry.data.append(postScriptName);
-        }
-        return parsed->serialize(&error);
     }
 
     // Panic Sans as a suitcase with its fork in an AppleDouble sidecar.

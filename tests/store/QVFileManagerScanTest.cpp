@@ -6,6 +6,8 @@
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVReportStore.h"
 #include "support/QVTestHome.h"
 
 #include <QDBusConnection>
@@ -85,9 +87,11 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     font(QString::fromUtf8("\xf0\x9d\x94\x89.ttf"));
     font(QString::fromUtf8("\xef\xac\x81.ttf"));
     home.writeFile(QStringLiteral("fonts/notes.txt"), "not a font");
-    // Links are not resolved: one to a font file is met as a file, one to a
-    // folder (here, back to the top) is not entered.
+    // A link to a font already met is passed over, one to a font outside is
+    // met after the walk, one to a folder (here, back to the top) is not entered.
     ASSERT_TRUE(QFile::link(root() + QStringLiteral("/Font.TTF"), root() + QStringLiteral("/Link.ttf")));
+    ASSERT_TRUE(QFile::link(copyRealFont(dejaVuSans(), home.path() + QStringLiteral("/elsewhere/Out.ttf")),
+        root() + QStringLiteral("/Outside.ttf")));
     ASSERT_TRUE(QFile::link(root(), root() + QStringLiteral("/Loop")));
     // A pipe with a font's name must not hold the walk up.
     ASSERT_EQ(mkfifo(QFile::encodeName(root() + QStringLiteral("/Pipe.ttf")).constData(), 0600), 0);
@@ -95,10 +99,10 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
 
     ASSERT_TRUE(scanAndWait({ root() }));
     const QStringList expected = { QStringLiteral(".hiddenFolder/Deep.otf"), QStringLiteral("Font.TTF"),
-        QStringLiteral("Invisible.ttf"), QStringLiteral("Link.ttf"), QStringLiteral("Suitcase"),
-        QStringLiteral("Zapf.ttf"), QStringLiteral("_under.ttf"), QStringLiteral("a.pfb"),
-        QStringLiteral("b/c.ttf"), QStringLiteral("b/d/e.otf"), QStringLiteral("bb.ttf"),
-        QString::fromUtf8("\xef\xac\x81.ttf"), QString::fromUtf8("\xf0\x9d\x94\x89.ttf") };
+        QStringLiteral("Invisible.ttf"), QStringLiteral("Suitcase"), QStringLiteral("Zapf.ttf"),
+        QStringLiteral("_under.ttf"), QStringLiteral("a.pfb"), QStringLiteral("b/c.ttf"),
+        QStringLiteral("b/d/e.otf"), QStringLiteral("bb.ttf"), QString::fromUtf8("\xef\xac\x81.ttf"),
+        QString::fromUtf8("\xf0\x9d\x94\x89.ttf"), QStringLiteral("Outside.ttf") };
     EXPECT_EQ(found(root()), expected);
     EXPECT_EQ(record->paths().size(), expected.size());
     EXPECT_EQ(notifications.statuses, QStringList { QStringLiteral("success") });
@@ -350,7 +354,20 @@ TEST(QVFileManagerRules, RootRepositoryIsMadeOnceAndCached)
     EXPECT_EQ(root, home.dataHome() + QStringLiteral("/Quorvel"));
     EXPECT_TRUE(QFileInfo(root + QStringLiteral("/Reports")).isDir());
     EXPECT_TRUE(QFileInfo(root + QStringLiteral("/Quarantine")).isDir());
-    EXPECT_TRUE(QFileInfo(root + QStringLiteral("/Quarantine")).permissions() & QFile::WriteOther);
+    // Private to the user: nobody else may take fonts out of the quarantine.
+    const QFile::Permissions owner = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
+        | QFile::WriteUser | QFile::ExeUser;
+    const QStringList folders { root, root + QStringLiteral("/Reports"),
+        root + QStringLiteral("/Quarantine") };
+    for (const QString &folder : folders)
+        EXPECT_EQ(QFileInfo(folder).permissions(), owner) << qPrintable(folder);
+    // Folders opened up since are made private again by the stores that use them.
+    for (const QString &folder : folders)
+        ASSERT_TRUE(QFile::setPermissions(folder, QFileDevice::Permissions(0x7777)));
+    QVQuarantineStore().getQuarantineFolder();
+    QVReportStore().getReportFolder();
+    for (const QString &folder : folders)
+        EXPECT_EQ(QFileInfo(folder).permissions(), owner) << qPrintable(folder);
 
     // Later calls do not touch the disk.
     ASSERT_TRUE(QDir(root).removeRecursively());

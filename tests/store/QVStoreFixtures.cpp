@@ -76,6 +76,29 @@ QByteArray ufondFork(const QString &workDir, const QList<Strike> &strikes)
     return {};
 }
 
+QByteArray withPostScriptName(const QByteArray &fork, const QByteArray &postScriptName)
+{
+    qint16 error = 0;
+    auto parsed = QVResourceFile::parse(fork, &error);
+    if (!parsed)
+        return fork;
+    for (QVResourceFile::Entry &entry : parsed->entries) {
+        if (entry.type != qvFourCC("FOND") || entry.data.size() < 59)
+            continue;
+        const qint32 table = qint32(entry.data.size());
+        entry.data[24] = char(table >> 24);
+        entry.data[25] = char(table >> 16);
+        entry.data[26] = char(table >> 8);
+        entry.data[27] = char(table);
+        entry.data.append(QByteArray(58, '\0'));
+        entry.data.append(char(0));
+        entry.data.append(char(1));
+        entry.data.append(char(postScriptName.size()));
+        entry.data.append(postScriptName);
+    }
+    return parsed->serialize(&error);
+}
+
 QByteArray c059Fork(const QString &workDir)
 {
     const QString roman = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Roman.otf");

@@ -26,6 +26,13 @@ QByteArray mergeForks(const QByteArray &a, const QByteArray &b);
 // in the given place.
 bool makeSuitcase(const QString &path, const QByteArray &fork, QVForkStorage::Place place);
 
+// ufond names the PostScript font of a family only when given its pfb, which
+// this fondu build cannot read; without the name the examiner rightly finds
+// "Missing PostScript Name". This gives every family record of the fork the
+// style-mapping table that names it (58 bytes of header, all styles on the
+// first name, then the name list).
+QByteArray withPostScriptName(const QByteArray &fork, const QByteArray &postScriptName);
+
 // C059 (10 plain, 12 plain, 10 bold) and DejaVu Serif (10 plain).
 QByteArray c059Fork(const QString &workDir);
 QByteArray dejaVuSerifFork(const QString &workDir);
