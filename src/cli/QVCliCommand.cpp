@@ -1,5 +1,6 @@
 #include "cli/QVCliCommand.h"
 
+#include "cli/QVCliOutputDevice.h"
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFileAccess.h"
 
@@ -8,13 +9,15 @@
 
 QTextStream &QVCliCommand::out()
 {
-    static QTextStream stream(stdout);
+    static QVCliOutputDevice device(stdout);
+    static QTextStream stream(&device);
     return stream;
 }
 
 QTextStream &QVCliCommand::err()
 {
-    static QTextStream stream(stderr);
+    static QVCliOutputDevice device(stderr);
+    static QTextStream stream(&device);
     return stream;
 }
 

@@ -3,6 +3,7 @@
 #include "cli/QVTerminalProgress.h"
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFileAccess.h"
+#include "platform/QVFileSystem.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "store/QVFileManager.h"
@@ -44,10 +45,9 @@ QVCliScanRun::~QVCliScanRun()
 QString QVCliScanRun::folderError(const QStringList &folders)
 {
     for (const QString &folder : folders) {
-        const QFileInfo info(folder);
-        if (!info.exists())
+        if (!QVFileSystem::exists(folder))
             return folder + QStringLiteral(": no such folder");
-        if (!info.isDir())
+        if (!QVFileSystem::isDirectory(folder))
             return folder + QStringLiteral(": not a folder");
         if (const int error = QVFileAccess::folderError(folder); QVFileAccess::isPermissionError(error))
             return QVFileAccess::describe(folder, error);

@@ -4,6 +4,7 @@
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVFileSystem.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
@@ -70,11 +71,10 @@ int QVExamineCommand::run(const QStringList &arguments)
 
     bool missing = false;
     for (const QString &path : std::as_const(paths)) {
-        const QFileInfo info(path);
-        if (!info.exists()) {
+        if (!QVFileSystem::exists(path)) {
             err() << "quorvel-cli: no such file: " << path << '\n';
             missing = true;
-        } else if (!info.isFile()) {
+        } else if (!QVFileSystem::isFile(path)) {
             err() << "quorvel-cli: not a file: " << path << '\n';
             missing = true;
         }

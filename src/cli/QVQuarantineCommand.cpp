@@ -2,6 +2,7 @@
 
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "engine/QVFontDataManager.h"
+#include "platform/QVFileSystem.h"
 #include "store/QVQuarantineRuns.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
@@ -114,7 +115,7 @@ int QVQuarantineCommand::restore(QVQuarantineRuns &runs, const QStringList &argu
             return usage();
         folder = QFileInfo(rest.at(to + 1)).absoluteFilePath();
         rest.remove(to, 2);
-        if (!QFileInfo(folder).isDir()) {
+        if (!QVFileSystem::isDirectory(folder)) {
             err() << "quorvel-cli: " << folder << ": no such folder\n";
             err().flush();
             return UsageError;

@@ -1,6 +1,7 @@
 #include "cli/QVReportsCommand.h"
 
 #include "platform/QVDefaultApplication.h"
+#include "platform/QVFileSystem.h"
 #include "store/QVReportStore.h"
 
 #include <QDateTime>
@@ -128,7 +129,7 @@ int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
         return UsageError;
     }
     const QString path = field(records.at(number - 1), "filePath");
-    if (!QFileInfo::exists(path)) {
+    if (!QVFileSystem::exists(path)) {
         err() << "quorvel-cli: the report file " << path << " is missing\n";
         err().flush();
         return ProblemsFound;

@@ -1,6 +1,7 @@
 #include "cli/QVRsrcCommand.h"
 
 #include "engine/QVResouceFork.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 
 #include <QFileInfo>
@@ -58,8 +59,7 @@ QString orderedJson(const QJsonObject &result)
 QJsonObject QVRsrcCommand::describe(const QString &path, QString *error)
 {
     std::lock_guard guard(QVResouceFork::lock());
-    const QFileInfo info(path);
-    if (!info.exists() || info.isDir()) {
+    if (!QVFileSystem::exists(path) || QVFileSystem::isDirectory(path)) {
         *error = QVResouceFork::errorMessageForCode(QVResourceError::FileNotFound);
         return {};
     }

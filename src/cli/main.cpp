@@ -9,6 +9,7 @@
 #include "cli/QVRsrcCommand.h"
 #include "cli/QVScanCommand.h"
 #include "cli/QVSettingsCommand.h"
+#include "platform/QVFileName.h"
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
 
@@ -59,7 +60,10 @@ int main(int argc, char *argv[])
     QVLog::configure();
 
     const auto commands = makeCommands();
-    QStringList arguments = app.arguments().mid(1);
+    // Paths on the command line are taken as the bytes they are, not as UTF-8.
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QVFileName::decode(argv[i]));
     if (arguments.isEmpty() || arguments.first() == QLatin1String("--help")
         || arguments.first() == QLatin1String("-h")) {
         printHelp(commands);

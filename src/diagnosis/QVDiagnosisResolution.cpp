@@ -3,6 +3,7 @@
 #include "engine/QVFontConstants.h"
 #include "engine/QVResouceFork.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
@@ -330,7 +331,7 @@ QString QVDiagnosisResolution::fixIncorrectFileFlags(const QVStatusPtr &fontStat
         markRepair(fontStatus, QString::fromLatin1(QVDefect::IncorrectFileFlags), error);
         return error;
     }
-    if (!QFileInfo::exists(path)) {
+    if (!QVFileSystem::exists(path)) {
         error = QVResouceFork::errorMessageForCode(-43);
     } else if (fork.finderInfoFlags(path) & kInvisibleFlag) {
         // Written only when set, so a file without Finder info gets none.

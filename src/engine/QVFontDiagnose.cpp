@@ -5,6 +5,7 @@
 #include "engine/QVResouceFork.h"
 #include "engine/QVSFNTReader.h"
 #include "platform/QVFileAccess.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVFontActivation.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVLog.h"
@@ -378,11 +379,12 @@ qint32 QVFontDiagnose::examineOTF(const QString &path)
     const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
     const int fallbackType = otfExtension ? QVFontType::OpenType : QVFontType::TrueType;
 
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        saveUnreadableSFNT(
-            path, fallbackType, version, QVDefect::withDetail(QVDefect::FileError, file.errorString()));
-        return qint32(file.error());
+    QFile file;
+    int openError = 0;
+    if (!QVFileSystem::openForReading(file, path, QIODevice::Unbuffered, &openError)) {
+        saveUnreadableSFNT(path, fallbackType, version,
+            QVDefect::withDetail(QVDefect::FileError, QString::fromLocal8Bit(std::strerror(openError))));
+        return qint32(QFileDevice::OpenError);
     }
     if (file.size() == 0) {
         saveUnreadableSFNT(path, fallbackType, version, QString::fromUtf8(QVDefect::BadTableData));
@@ -427,11 +429,12 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
     const qint32 version = getFileVersion(path);
     const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
 
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    QFile file;
+    int openError = 0;
+    if (!QVFileSystem::openForReading(file, path, QIODevice::Unbuffered, &openError)) {
         saveUnreadableSFNT(path, otfExtension ? QVFontType::OpenType : QVFontType::TrueType, version,
-            QVDefect::withDetail(QVDefect::FileError, file.errorString()));
-        return qint32(file.error());
+            QVDefect::withDetail(QVDefect::FileError, QString::fromLocal8Bit(std::strerror(openError))));
+        return qint32(QFileDevice::OpenError);
     }
 
     QVSFNTReader reader(file);
@@ -736,8 +739,8 @@ QString QVFontDiagnose::getType3PSname(const QString &path)
     // A Type 3 program is text of some kilobytes; a file far larger than any
     // font program is not read into memory.
     constexpr qint64 kMaxProgramSize = 64 * 1024 * 1024;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() > kMaxProgramSize)
+    QFile file;
+    if (!QVFileSystem::openForReading(file, path) || file.size() > kMaxProgramSize)
         return QString();
     return QString::fromUtf8(findPostScriptValue(file.readAll(), "/FontName"));
 }

@@ -1,12 +1,17 @@
 #include "engine/QVResouceFork.h"
 
+#include "platform/QVFileName.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVLog.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace
 {
@@ -236,20 +241,23 @@ qint16 QVResouceFork::openDataForkAtResourceFile(const QVFSRef *, const QString 
 qint16 QVResouceFork::createNewResourceFileAtPath(const QString &path, quint32 creatorCode, quint32 typeCode)
 {
     std::lock_guard guard(lock());
-    if (!QFileInfo::exists(path)) {
-        QFile file(path);
-        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
-            switch (file.error()) {
-            case QFileDevice::PermissionsError:
+    if (!QVFileSystem::exists(path)) {
+        const int fd
+            = ::open(QVFileName::encode(path).constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (fd < 0) {
+            switch (errno) {
+            case EACCES:
+            case EPERM:
+            case EROFS:
                 return QVResourceError::Permission;
-            case QFileDevice::OpenError:
-                return QFileInfo(QFileInfo(path).absolutePath()).isDir() ? QVResourceError::IoErr
-                                                                         : QVResourceError::DirNotFound;
+            case ENOENT:
+            case ENOTDIR:
+                return QVResourceError::DirNotFound;
             default:
                 return QVResourceError::IoErr;
             }
         }
-        file.close();
+        ::close(fd);
         QByteArray info(32, '\0');
         for (int i = 0; i < 4; ++i) {
             info[i] = char(typeCode >> (24 - 8 * i));
@@ -675,7 +683,7 @@ qint16 QVResouceFork::setCreationDate(const QString &path, const QDateTime &date
 bool QVResouceFork::getFSRef(const QString &path, QVFSRef *ref)
 {
     const QFileInfo info(path);
-    if (path.isEmpty() || !info.exists())
+    if (path.isEmpty() || !QVFileSystem::exists(path))
         return false;
     if (ref)
         ref->path = info.absoluteFilePath();

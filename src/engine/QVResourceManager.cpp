@@ -1,6 +1,8 @@
 #include "engine/QVResourceManager.h"
 
 #include "engine/QVResourceFile.h"
+#include "platform/QVFileName.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVLog.h"
 
@@ -115,7 +117,7 @@ qint16 openErrorFromErrno(int error)
 // the moment of reading. Returns the descriptor or -1 with *error set.
 int lockForkFile(const QString &path, bool exclusive, qint16 *error)
 {
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC);
+    const int fd = ::open(QVFileName::encode(path).constData(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         *error = openErrorFromErrno(errno);
         return -1;
@@ -206,12 +208,12 @@ qint16 openFork(const QString &path, quint8 permission, bool dataFork)
     State &s = state();
     const bool wantsWrite = (permission & QVPermission::Write) != 0;
     const QFileInfo info(path);
-    if (!info.exists() || info.isDir()) {
+    if (!QVFileSystem::exists(path) || QVFileSystem::isDirectory(path)) {
         s.resError = QVResourceError::FileNotFound;
         return -1;
     }
     const QString absolute = info.absoluteFilePath();
-    const QString identity = info.canonicalFilePath();
+    const QString identity = QVFileSystem::canonicalPath(path);
 
     for (auto &f : s.chain) {
         if (f->identity != identity || f->dataFork != dataFork)
@@ -248,8 +250,8 @@ qint16 openFork(const QString &path, quint8 permission, bool dataFork)
     auto f = std::make_unique<OpenFile>();
     QByteArray bytes;
     if (dataFork) {
-        QFile file(absolute);
-        if (!file.open(QIODevice::ReadOnly)) {
+        QFile file;
+        if (!QVFileSystem::openForReading(file, absolute)) {
             releaseForkFile(fd);
             s.resError = QVResourceError::Permission;
             return -1;
@@ -358,7 +360,7 @@ qint16 QVResourceManager::createResFork(const QString &path)
     std::lock_guard guard(lock());
     State &s = state();
     const QFileInfo info(path);
-    if (!info.exists() || info.isDir())
+    if (!QVFileSystem::exists(path) || QVFileSystem::isDirectory(path))
         return s.resError = QVResourceError::FileNotFound;
     QByteArray fork;
     Place place = Place::None;

@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
@@ -385,7 +386,7 @@ void QVFontOrganizer::createLibrary()
             const QStringList created = missingFolders(folder);
             std::error_code error;
             std::filesystem::create_directories(std::filesystem::path(folder.toStdString()), error);
-            if (error || !QFileInfo(folder).isDir()) {
+            if (error || !QVFileSystem::isDirectory(folder)) {
                 removeEmptyFolders(created);
                 const QString reason = error ? QString::fromStdString(error.message())
                                              : QStringLiteral("A file of that name is in the way");

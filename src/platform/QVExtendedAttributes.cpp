@@ -1,5 +1,7 @@
 #include "platform/QVExtendedAttributes.h"
 
+#include "platform/QVFileName.h"
+
 #include <QFile>
 #include <cerrno>
 #include <sys/xattr.h>
@@ -16,7 +18,7 @@ constexpr ssize_t kMaxAttributeSize = 64 * 1024 * 1024;
 
 std::optional<QByteArray> QVExtendedAttributes::get(const QString &path, const char *name, int *error)
 {
-    const QByteArray native = QFile::encodeName(path);
+    const QByteArray native = QVFileName::encode(path);
     if (error)
         *error = 0;
     for (int attempt = 0; attempt < 3; ++attempt) {
@@ -50,7 +52,7 @@ std::optional<QByteArray> QVExtendedAttributes::get(const QString &path, const c
 
 int QVExtendedAttributes::set(const QString &path, const char *name, const QByteArray &value)
 {
-    const QByteArray native = QFile::encodeName(path);
+    const QByteArray native = QVFileName::encode(path);
     if (::setxattr(native.constData(), name, value.constData(), size_t(value.size()), 0) == 0)
         return 0;
     return errno;
@@ -58,7 +60,7 @@ int QVExtendedAttributes::set(const QString &path, const char *name, const QByte
 
 int QVExtendedAttributes::remove(const QString &path, const char *name)
 {
-    const QByteArray native = QFile::encodeName(path);
+    const QByteArray native = QVFileName::encode(path);
     if (::removexattr(native.constData(), name) == 0 || errno == ENODATA)
         return 0;
     return errno;
@@ -66,7 +68,7 @@ int QVExtendedAttributes::remove(const QString &path, const char *name)
 
 QStringList QVExtendedAttributes::list(const QString &path)
 {
-    const QByteArray native = QFile::encodeName(path);
+    const QByteArray native = QVFileName::encode(path);
     QStringList names;
     const ssize_t size = ::listxattr(native.constData(), nullptr, 0);
     if (size <= 0)
@@ -86,7 +88,7 @@ QStringList QVExtendedAttributes::list(const QString &path)
 
 bool QVExtendedAttributes::supported(const QString &path)
 {
-    const QByteArray native = QFile::encodeName(path);
+    const QByteArray native = QVFileName::encode(path);
     static const char probe[] = "user.org.quorvel.probe";
     if (::setxattr(native.constData(), probe, "1", 1, 0) != 0)
         return false;

@@ -1,5 +1,6 @@
 #include "platform/QVFileAccess.h"
 
+#include "platform/QVFileName.h"
 #include "platform/QVForkStorage.h"
 
 #include <QFile>
@@ -16,7 +17,7 @@ namespace
 // errno of opening an existing part for reading, 0 when it opens or is absent.
 int openError(const QString &path)
 {
-    const QByteArray encoded = QFile::encodeName(path);
+    const QByteArray encoded = QVFileName::encode(path);
     struct stat st;
     if (::lstat(encoded.constData(), &st) != 0)
         return errno == ENOENT || errno == ENOTDIR ? 0 : errno;
@@ -50,7 +51,7 @@ QString QVFileAccess::unreadablePart(const QString &path, int *error)
 
 int QVFileAccess::folderError(const QString &folder)
 {
-    const QByteArray encoded = QFile::encodeName(folder);
+    const QByteArray encoded = QVFileName::encode(folder);
     DIR *dir = ::opendir(encoded.constData());
     if (!dir)
         return errno;

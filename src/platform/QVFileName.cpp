@@ -81,7 +81,7 @@ QString QVFileName::decode(const QByteArray &native)
     return out;
 }
 
-QByteArray QVFileName::encode(QStringView path)
+QByteArray QVFileName::encode(const QString &path)
 {
     if (!hasEscapes(path))
         return path.toUtf8();
@@ -91,15 +91,15 @@ QByteArray QVFileName::encode(QStringView path)
     for (qsizetype i = 0; i < path.size(); ++i) {
         if (!isEscape(path[i].unicode()))
             continue;
-        out.append(path.mid(start, i - start).toUtf8());
+        out.append(QStringView(path).mid(start, i - start).toUtf8());
         out.append(char(path[i].unicode() - kEscapeBase));
         start = i + 1;
     }
-    out.append(path.mid(start).toUtf8());
+    out.append(QStringView(path).mid(start).toUtf8());
     return out;
 }
 
-bool QVFileName::hasEscapes(QStringView path)
+bool QVFileName::hasEscapes(const QString &path)
 {
     for (QChar c : path)
         if (isEscape(c.unicode()))
@@ -107,9 +107,9 @@ bool QVFileName::hasEscapes(QStringView path)
     return false;
 }
 
-QString QVFileName::display(QStringView path)
+QString QVFileName::display(const QString &path)
 {
-    QString out = path.toString();
+    QString out = path;
     for (QChar &c : out)
         if (isEscape(c.unicode()))
             c = QChar(kMacRoman[c.unicode() - kEscapeBase - 0x80]);

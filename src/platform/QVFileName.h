@@ -21,10 +21,10 @@ public:
     static QString decode(const QByteArray &native);
     static QString decode(const char *native) { return decode(QByteArray(native)); }
     // The bytes for a system call.
-    static QByteArray encode(QStringView path);
+    static QByteArray encode(const QString &path);
     // True when the path holds bytes that are not UTF-8.
-    static bool hasEscapes(QStringView path);
+    static bool hasEscapes(const QString &path);
     // What a person reads: escaped bytes shown as the Mac Roman characters
     // they were written as.
-    static QString display(QStringView path);
+    static QString display(const QString &path);
 };

@@ -2,6 +2,8 @@
 
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
+#include "platform/QVFileName.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 
 #include <QDir>
@@ -21,7 +23,7 @@ using Result = QVFilePair::Result;
 
 QByteArray native(const QString &path)
 {
-    return QFile::encodeName(path);
+    return QVFileName::encode(path);
 }
 
 Result failure(int error, const QString &what)
@@ -53,7 +55,7 @@ int renameNoReplace(const QString &from, const QString &to)
 int ensureParent(const QString &path)
 {
     const QString parent = QFileInfo(path).absolutePath();
-    if (QFileInfo(parent).isDir())
+    if (QVFileSystem::isDirectory(parent))
         return 0;
     return QDir().mkpath(parent) ? 0 : EACCES;
 }
@@ -159,7 +161,7 @@ Result checkDestination(const QString &from, const QString &to)
 {
     if (!pathExists(from))
         return failure(ENOENT, QStringLiteral("\"%1\"").arg(from));
-    if (QFileInfo(from).isDir())
+    if (QVFileSystem::isDirectory(from))
         return failure(EISDIR, QStringLiteral("\"%1\"").arg(from));
     if (pathExists(to))
         return failure(EEXIST, QStringLiteral("\"%1\"").arg(to));

@@ -1,5 +1,7 @@
 #include "platform/QVFontActivation.h"
 
+#include "platform/QVFileName.h"
+
 #include <fontconfig/fontconfig.h>
 #include <ft2build.h>
 #include FT_FREETYPE_H
@@ -27,7 +29,7 @@ bool QVFontActivation::isSupported(const QString &path)
     if (FT_Init_FreeType(&library) != 0)
         return false;
     FT_Face face = nullptr;
-    const QByteArray encoded = QFile::encodeName(path);
+    const QByteArray encoded = QVFileName::encode(path);
     const bool opened = FT_New_Face(library, encoded.constData(), 0, &face) == 0;
     if (opened)
         FT_Done_Face(face);
@@ -54,7 +56,7 @@ bool QVFontActivation::isRegistered(const QString &path)
     FcConfig *config = FcConfigGetCurrent();
     if (!config)
         return false;
-    const QByteArray file = QFile::encodeName(path);
+    const QByteArray file = QVFileName::encode(path);
     return fontSetHasFile(FcConfigGetFonts(config, FcSetSystem), file)
         || fontSetHasFile(FcConfigGetFonts(config, FcSetApplication), file);
 }
@@ -62,7 +64,7 @@ bool QVFontActivation::isRegistered(const QString &path)
 bool QVFontActivation::registerForProcess(const QString &path)
 {
     releaseFontconfigAtExit();
-    const QByteArray file = QFile::encodeName(path);
+    const QByteArray file = QVFileName::encode(path);
     if (FcConfigAppFontAddFile(nullptr, reinterpret_cast<const FcChar8 *>(file.constData())) != FcTrue)
         return false;
     // fontconfig answers yes for a file it scanned without finding a face; only

@@ -4,6 +4,8 @@
 #include "engine/QVResourceManager.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
+#include "platform/QVFileName.h"
+#include "platform/QVFileSystem.h"
 
 #include <QDir>
 #include <QFile>
@@ -48,7 +50,7 @@ qint16 errnoToMac(int error)
 bool fileExists(const QString &path)
 {
     struct stat st;
-    return ::stat(QFile::encodeName(path).constData(), &st) == 0 && !S_ISDIR(st.st_mode);
+    return ::stat(QVFileName::encode(path).constData(), &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
 // Reads a whole small file; std::nullopt when absent or unreadable (*error set).
@@ -97,7 +99,7 @@ std::optional<QVAppleDouble> readAppleDouble(const QString &path, Place place)
     }
     const QString companion
         = place == Place::AppleDouble ? QVForkStorage::sidecarPath(path) : QVForkStorage::netatalkPath(path);
-    if (!QFileInfo(companion).isFile())
+    if (!QVFileSystem::isFile(companion))
         return std::nullopt;
     qint16 error = 0;
     const auto bytes = readFile(companion, &error);
@@ -146,17 +148,17 @@ bool isDfont(const QString &path)
 // over it. On any failure the file is left exactly as it was.
 qint16 replaceDataFork(const QString &path, const QByteArray &bytes)
 {
-    const QByteArray target = QFile::encodeName(path);
+    const QByteArray target = QVFileName::encode(path);
     struct stat st;
     if (::stat(target.constData(), &st) != 0)
         return errnoToMac(errno);
     const QFileInfo info(path);
-    QByteArray temporary
-        = QFile::encodeName(info.absolutePath() + QStringLiteral("/.") + info.fileName()) + ".quorvel-XXXXXX";
+    QByteArray temporary = QVFileName::encode(info.absolutePath() + QStringLiteral("/.") + info.fileName())
+        + ".quorvel-XXXXXX";
     const int fd = ::mkstemp(temporary.data());
     if (fd < 0)
         return errnoToMac(errno);
-    const QString temporaryPath = QFile::decodeName(temporary);
+    const QString temporaryPath = QVFileName::decode(temporary);
     auto fail = [&](int error) {
         ::close(fd);
         ::unlink(temporary.constData());
@@ -199,7 +201,8 @@ qint16 replaceDataFork(const QString &path, const QByteArray &bytes)
         return errnoToMac(error);
     }
     // The rename itself reaches the disk with the folder.
-    if (const int folder = ::open(QFile::encodeName(info.absolutePath()).constData(), O_RDONLY | O_DIRECTORY);
+    if (const int folder
+        = ::open(QVFileName::encode(info.absolutePath()).constData(), O_RDONLY | O_DIRECTORY);
         folder >= 0) {
         ::fsync(folder);
         ::close(folder);
@@ -317,7 +320,7 @@ qint16 QVForkStorage::writeResourceFork(
         // Too big for an attribute: the sidecar takes it, and only then does
         // the attribute go.
         auto data = readAppleDouble(path, Place::AppleDouble);
-        if (!data && QFileInfo::exists(sidecarPath(path)))
+        if (!data && QVFileSystem::exists(sidecarPath(path)))
             return QVResourceError::DuplicateFile;
         if (!data)
             data = newAppleDouble(finderInfoPlace(path) == Place::None);
@@ -337,7 +340,7 @@ qint16 QVForkStorage::writeResourceFork(
     if (!data) {
         const QString companion = place == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path);
         // A companion that exists but does not parse is someone's data: keep it.
-        if (QFileInfo::exists(companion))
+        if (QVFileSystem::exists(companion))
             return QVResourceError::DuplicateFile;
         data = newAppleDouble(finderInfoPlace(path) == Place::None);
     }
@@ -402,7 +405,7 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
             return errnoToMac(error);
         place = Place::AppleDouble;
         auto data = readAppleDouble(path, place);
-        if (!data && QFileInfo::exists(sidecarPath(path)))
+        if (!data && QVFileSystem::exists(sidecarPath(path)))
             return QVResourceError::DuplicateFile;
         if (!data)
             data = newAppleDouble(true);
@@ -420,7 +423,7 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
     if (!data) {
         if (place != Place::NetatalkMetadata) {
             const QString companion = place == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path);
-            if (QFileInfo::exists(companion))
+            if (QVFileSystem::exists(companion))
                 return QVResourceError::DuplicateFile;
         } else if (QVExtendedAttributes::get(path, kNetatalkAttribute)) {
             return QVResourceError::DuplicateFile;
@@ -479,12 +482,12 @@ QDateTime QVForkStorage::creationDate(const QString &path)
         return epoch.addSecs(qint32(raw));
     }
     struct statx sx;
-    if (::statx(AT_FDCWD, QFile::encodeName(path).constData(), 0, STATX_BTIME | STATX_MTIME, &sx) == 0) {
+    if (::statx(AT_FDCWD, QVFileName::encode(path).constData(), 0, STATX_BTIME | STATX_MTIME, &sx) == 0) {
         if (sx.stx_mask & STATX_BTIME)
             return QDateTime::fromSecsSinceEpoch(qint64(sx.stx_btime.tv_sec), Qt::UTC);
         return QDateTime::fromSecsSinceEpoch(qint64(sx.stx_mtime.tv_sec), Qt::UTC);
     }
-    return QFileInfo(path).lastModified().toUTC();
+    return QVFileSystem::modificationTime(path).toUTC();
 }
 
 qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date)
@@ -502,7 +505,7 @@ qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date
         QByteArray dates = data->entry(QVAppleDouble::FileDates);
         if (dates.size() < 16) {
             // create, modify, backup, access
-            const qint64 modified = epoch.secsTo(QFileInfo(path).lastModified());
+            const qint64 modified = epoch.secsTo(QVFileSystem::modificationTime(path));
             dates = QByteArray(16, '\0');
             for (int i = 1; i < 4; ++i) {
                 const quint32 v = i == 2
@@ -538,7 +541,7 @@ QStringList QVForkStorage::companionFiles(const QString &path)
 {
     QStringList result;
     for (const QString &companion : { sidecarPath(path), netatalkPath(path) }) {
-        if (QFileInfo(companion).isFile())
+        if (QVFileSystem::isFile(companion))
             result.append(companion);
     }
     return result;

@@ -1,5 +1,8 @@
 #include "platform/QVPackageFiles.h"
 
+#include "platform/QVFileName.h"
+#include "platform/QVFileSystem.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -72,12 +75,12 @@ bool QVPackageFiles::isPackageFile(const QString &path)
     const QFileInfo info(path);
     // The path as given, the file it resolves to, and the link itself in its
     // folder's real place (packages list /lib/x while the disk has /usr/lib/x).
-    const QString realFolder = QFileInfo(info.absolutePath()).canonicalFilePath();
+    const QString realFolder = QVFileSystem::canonicalPath(info.absolutePath());
     const QString candidates[] = { QDir::cleanPath(info.absoluteFilePath()), info.canonicalFilePath(),
         realFolder.isEmpty() ? QString() : realFolder + QLatin1Char('/') + info.fileName() };
     for (const QString &candidate : candidates) {
         if (!candidate.isEmpty() && candidate != QLatin1String("/")
-            && l.owned.contains(pathHash(QFile::encodeName(candidate))))
+            && l.owned.contains(pathHash(QVFileName::encode(candidate))))
             return true;
     }
     return false;

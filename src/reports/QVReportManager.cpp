@@ -1,6 +1,7 @@
 #include "reports/QVReportManager.h"
 
 #include "engine/QVFontConstants.h"
+#include "platform/QVFileName.h"
 #include "platform/QVUserAccount.h"
 #include "settings/QVLog.h"
 #include "settings/QVProgress.h"
@@ -33,9 +34,10 @@ const QString kFooter = QStringLiteral("<span style=\"font-style:italic;font-siz
                                        "PostScript files for this font have been "
                                        "moved to the Quarantine.</span>");
 
+// Escaped, and with the bytes of names that are not UTF-8 shown as characters.
 QString esc(const QString &text)
 {
-    return text.toHtmlEscaped();
+    return QVFileName::display(text).toHtmlEscaped();
 }
 
 // Status and file paths are absolute paths; a file URL is taken too.

@@ -2,7 +2,10 @@
 
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVDirectory.h"
 #include "platform/QVFileAccess.h"
+#include "platform/QVFileName.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVHelperCommunications.h"
@@ -61,26 +64,6 @@ qint64 steadyNanoseconds()
         .count();
 }
 
-struct DirectoryEntry {
-    QByteArray sortKey;
-    QString name;
-};
-
-// The entries of a folder, hidden ones included, in byte order of their names
-// so that every scan of a tree meets its files in the same order.
-std::vector<DirectoryEntry> sortedEntries(const QString &folder)
-{
-    const QStringList names = QDir(folder).entryList(
-        QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
-    std::vector<DirectoryEntry> entries;
-    entries.reserve(size_t(names.size()));
-    for (const QString &name : names)
-        entries.push_back({ QFile::encodeName(name), name });
-    std::sort(entries.begin(), entries.end(),
-        [](const DirectoryEntry &a, const DirectoryEntry &b) { return a.sortKey < b.sortKey; });
-    return entries;
-}
-
 bool isInsideOrSame(const QString &path, const QString &folder)
 {
     return path == folder || folder == QLatin1String("/") || path.startsWith(folder + QLatin1Char('/'));
@@ -93,7 +76,7 @@ QStringList canonicalFolders(const QStringList &folders)
 {
     QStringList canonical;
     for (const QString &folder : folders) {
-        const QString real = QFileInfo(folder).canonicalFilePath();
+        const QString real = QVFileSystem::canonicalPath(folder);
         // A folder that is not there keeps its name: its walk finds nothing.
         canonical.append(real.isEmpty() ? QDir::cleanPath(QDir(folder).absolutePath()) : real);
     }
@@ -262,14 +245,14 @@ bool QVFileManager::findFontFiles(
     // Depth first: each level keeps its sorted entries and the next to visit.
     struct Level {
         QString path;
-        std::vector<DirectoryEntry> entries;
+        std::vector<QVDirectory::Entry> entries;
         size_t next = 0;
     };
     std::vector<Level> stack;
     if (QVFileAccess::isPermissionError(QVFileAccess::folderError(start)))
         noteUnreadableFolder(start);
     else
-        stack.push_back({ start, sortedEntries(start), 0 });
+        stack.push_back({ start, QVDirectory::sortedEntries(start), 0 });
 
     bool cancelled = false;
     while (!stack.empty() && !cancelled) {
@@ -285,7 +268,7 @@ bool QVFileManager::findFontFiles(
             bar->increment(step);
 
         struct stat st;
-        if (::lstat(QFile::encodeName(path).constData(), &st) != 0) {
+        if (::lstat(QVFileName::encode(path).constData(), &st) != 0) {
             // The folder can be listed but not entered: its files are unknown.
             if (QVFileAccess::isPermissionError(errno))
                 noteUnreadableFolder(level.path);
@@ -295,7 +278,7 @@ bool QVFileManager::findFontFiles(
             // folder is walked: the file itself, when met, is the one examined.
             struct stat target;
             if (!name.startsWith(QLatin1Char('.'))
-                && ::stat(QFile::encodeName(path).constData(), &target) == 0 && S_ISREG(target.st_mode))
+                && ::stat(QVFileName::encode(path).constData(), &target) == 0 && S_ISREG(target.st_mode))
                 m_linkedFiles.append(path);
         } else if (S_ISDIR(st.st_mode)) {
             // The metadata store of a file server is never walked, but one that
@@ -305,7 +288,7 @@ bool QVFileManager::findFontFiles(
             if (QVFileAccess::isPermissionError(error) && (!skipped || name == QLatin1String(".AppleDouble")))
                 noteUnreadableFolder(path);
             else if (!skipped && error == 0)
-                stack.push_back({ path, sortedEntries(path), 0 });
+                stack.push_back({ path, QVDirectory::sortedEntries(path), 0 });
         } else if (S_ISREG(st.st_mode) && !name.startsWith(QLatin1Char('.'))) {
             // Only regular files: reading the content type of a pipe or a
             // device would hang the walk. Names beginning with "." (hidden
@@ -324,7 +307,7 @@ bool QVFileManager::findFontFiles(
     if (isFinalDirectory && !cancelled) {
         for (const QString &link : std::as_const(m_linkedFiles)) {
             struct stat target;
-            if (::stat(QFile::encodeName(link).constData(), &target) == 0 && S_ISREG(target.st_mode))
+            if (::stat(QVFileName::encode(link).constData(), &target) == 0 && S_ISREG(target.st_mode))
                 considerFile(link, quint64(target.st_dev), quint64(target.st_ino));
         }
         m_linkedFiles.clear();

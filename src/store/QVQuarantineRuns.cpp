@@ -2,6 +2,7 @@
 
 #include "engine/QVFontConstants.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVFileSystem.h"
 #include "settings/QVLog.h"
 #include "settings/QVProgress.h"
 #include "store/QVQuarantineStore.h"
@@ -219,7 +220,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         QString failure;
         const QString parent = QFileInfo(destination).absolutePath();
         if (folder.isEmpty()) {
-            if (QFileInfo(parent).isDir()) {
+            if (QVFileSystem::isDirectory(parent)) {
                 if (!QFileInfo(parent).isWritable())
                     failure = QStringLiteral("You don't have permission to write to the folder \"%1\"")
                                   .arg(parent);

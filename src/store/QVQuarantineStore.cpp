@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVPackageFiles.h"
 #include "platform/QVPrivilegedRunner.h"
@@ -370,7 +371,7 @@ int QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
                 const QStringList to = { folder + QStringLiteral("/._") + name,
                     folder + QStringLiteral("/.AppleDouble/") + name };
                 for (int i = 0; i < from.size(); ++i) {
-                    if (QFileInfo(from.at(i)).isFile() && !existsOrLink(to.at(i))) {
+                    if (QVFileSystem::isFile(from.at(i)) && !existsOrLink(to.at(i))) {
                         const QVFilePair::Result moved = QVFilePair::move(from.at(i), to.at(i));
                         if (!moved)
                             qCWarning(lcStore) << "Error: could not bring" << from.at(i) << moved.message;

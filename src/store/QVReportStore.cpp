@@ -1,5 +1,6 @@
 #include "store/QVReportStore.h"
 
+#include "platform/QVFileSystem.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVLog.h"
@@ -142,7 +143,7 @@ void QVReportStore::loadReportDataSourceFromDisk()
     m_reportFilesDataArray.clear();
     m_hasIndex = true;
     const QString indexPath = reportFolderPath() + QLatin1Char('/') + kIndexName;
-    if (!QFileInfo::exists(indexPath))
+    if (!QVFileSystem::exists(indexPath))
         return;
     QString error;
     const QVariant root = QVPropertyList::readFile(indexPath, &error);
@@ -175,7 +176,7 @@ void QVReportStore::clearReports()
 {
     for (const QVariantMap &record : std::as_const(m_reportFilesDataArray)) {
         const QString path = record.value(QStringLiteral("filePath")).toString();
-        if (isInsideReportFolder(path) && QFileInfo::exists(path))
+        if (isInsideReportFolder(path) && QVFileSystem::exists(path))
             QFile::remove(path);
     }
     QFile::remove(reportFolderPath() + QLatin1Char('/') + kIndexName);
@@ -240,7 +241,7 @@ QStringList QVReportStore::removeReports(const QStringList &filePaths)
     QStringList errors;
     QVSettings settings;
     for (const QString &path : filePaths) {
-        if (isInsideReportFolder(path) && QFileInfo::exists(path)) {
+        if (isInsideReportFolder(path) && QVFileSystem::exists(path)) {
             QFile file(path);
             if (!file.remove()) {
                 const QString error = QStringLiteral("Remove File Error: %1").arg(file.errorString());

@@ -2,6 +2,7 @@
 
 #include "engine/QVResourceManager.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
@@ -273,12 +274,12 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
         // (never deleted: the file may hold data we do not read).
         if (!moved && toQuarantine && permissionRefused(moved.error)) {
             error = m_store->authorizedMoveFileToQuarantine(path, destination);
-            if (error.isNull() && QFileInfo::exists(path))
+            if (error.isNull() && QVFileSystem::exists(path))
                 error = moved.message;
         }
         if (!error.isNull()) {
             qCWarning(lcStore, "Error moving font file: %s", qUtf8Printable(error));
-            if (toQuarantine && !QFileInfo::exists(destination))
+            if (toQuarantine && !QVFileSystem::exists(destination))
                 m_store->dropLastIntent();
             return QStringLiteral("File Resource Error (%1)").arg(error);
         }
@@ -321,7 +322,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             if (newRef < 1) {
                 qCWarning(lcStore, "Error: could not create the suitcase %s (%d)",
                     qUtf8Printable(destination), error ? error : m_fork.resourceError());
-                if (QFileInfo::exists(destination))
+                if (QVFileSystem::exists(destination))
                     QVFilePair::remove(destination);
                 if (toQuarantine)
                     m_store->dropLastIntent();
