@@ -51,7 +51,7 @@ std::optional<QByteArray> QVExtendedAttributes::get(const QString &path, const c
 int QVExtendedAttributes::set(const QString &path, const char *name, const QByteArray &value)
 {
     const QByteArray native = QFile::encodeName(path);
-    if (::setxattr(native.constData(), name, value.constData(), size_t(value.size()), 0) == 0)
+    if (::lsetxattr(native.constData(), name, value.constData(), size_t(value.size()), 0) == 0)
         return 0;
     return errno;
 }
@@ -59,7 +59,7 @@ int QVExtendedAttributes::set(const QString &path, const char *name, const QByte
 int QVExtendedAttributes::remove(const QString &path, const char *name)
 {
     const QByteArray native = QFile::encodeName(path);
-    if (::removexattr(native.constData(), name) == 0 || errno == ENODATA)
+    if (::lremovexattr(native.constData(), name) == 0 || errno == ENODATA)
         return 0;
     return errno;
 }
@@ -88,8 +88,8 @@ bool QVExtendedAttributes::supported(const QString &path)
 {
     const QByteArray native = QFile::encodeName(path);
     static const char probe[] = "user.org.quorvel.probe";
-    if (::setxattr(native.constData(), probe, "1", 1, 0) != 0)
+    if (::lsetxattr(native.constData(), probe, "1", 1, 0) != 0)
         return false;
-    ::removexattr(native.constData(), probe);
+    ::lremovexattr(native.constData(), probe);
     return true;
 }

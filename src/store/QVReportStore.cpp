@@ -1,5 +1,6 @@
 #include "store/QVReportStore.h"
 
+#include "platform/QVAtomicFile.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVLog.h"
@@ -12,7 +13,6 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <algorithm>
 
@@ -75,6 +75,9 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     name.remove(QLatin1Char('/'));
     name.remove(QLatin1Char(' '));
     name = truncatedToBytes(name, kMaxNameBytes);
+    // Never a hidden file, nor one a scan takes for a sidecar ("._").
+    if (name.startsWith(QLatin1Char('.')))
+        name[0] = QLatin1Char('_');
     if (name.isEmpty())
         name = QStringLiteral("Report");
 
@@ -85,15 +88,10 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     for (int number = 1; pathIsTaken(path) || path == indexPath; ++number)
         path = QStringLiteral("%1/%2_%3").arg(reportFolderPath(), name, QString::number(number));
 
-    QSaveFile file(path);
     const QByteArray data = report.value(QStringLiteral("reportData")).toString().toUtf8();
     QString error;
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size()) {
-        error = file.errorString();
-        file.cancelWriting();
-    } else if (!file.commit()) {
-        error = file.errorString();
-    }
+    if (const int failed = QVAtomicFile::write(path, data, QVAtomicFile::FolderNotLink))
+        error = QVAtomicFile::errorText(path, failed);
     if (!error.isNull()) {
         qCWarning(lcStore).noquote() << QStringLiteral("Error: addFileToReports %1").arg(error);
         return error;
@@ -193,11 +191,9 @@ QString QVReportStore::cleanFontCaches()
                 << QStringLiteral("Error: cleanFontCaches could not remove %1").arg(userCache.filePath(name));
     }
 
-    QString fcCache = QStandardPaths::findExecutable(QStringLiteral("fc-cache"));
-    if (fcCache.isEmpty())
-        fcCache = QStringLiteral("/usr/bin/fc-cache");
-    const QString error
-        = QVPrivilegedRunner::shared()->runWithAdministratorRights(fcCache, { QStringLiteral("-r") });
+    // Where the package puts it, never whatever PATH finds first: it runs as root.
+    const QString error = QVPrivilegedRunner::shared()->runWithAdministratorRights(
+        QStringLiteral("/usr/bin/fc-cache"), { QStringLiteral("-r") });
     if (!error.isNull())
         qCWarning(lcStore).noquote() << QStringLiteral("Error: cleanFontCaches %1").arg(error);
     return error;

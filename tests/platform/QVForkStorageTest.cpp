@@ -7,11 +7,14 @@
 #include "engine/QVResourceTestTools.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
+#include "platform/QVFilePair.h"
 #include "support/QVTestHome.h"
 
+#include <QDir>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 using namespace QVResourceTestTools;
 using Place = QVForkStorage::Place;
@@ -314,6 +317,59 @@ TEST_F(QVForkStorageTest, ForeignFilesAreNeverOverwritten)
     EXPECT_EQ(rf.finderInfoFlags(dir.path() + QStringLiteral("/missing")), 0);
     EXPECT_EQ(rf.setFinderInfoFlag(0x2000, true, dir.path() + QStringLiteral("/missing")),
         QVResourceError::FileNotFound);
+}
+
+TEST_F(QVForkStorageTest, CompanionsThatAreLinksAreNeverFollowed)
+{
+    // What the links point at: someone's AppleDouble file, and someone's folder.
+    const QByteArray victimBytes = macOSSidecar(smallFork(), "x", "y");
+    const QString victim = file(QStringLiteral("elsewhere-victim"), victimBytes);
+    const QString elsewhere = dir.path() + QStringLiteral("/elsewhere");
+    ASSERT_TRUE(QDir().mkpath(elsewhere));
+    const QString kept = file(QStringLiteral("elsewhere/Font"), victimBytes);
+    ASSERT_TRUE(QDir().mkpath(dir.path() + QStringLiteral("/a")));
+    ASSERT_TRUE(QDir().mkpath(dir.path() + QStringLiteral("/b")));
+    const QString sidecarLinked = file(QStringLiteral("a/Font"));
+    ASSERT_TRUE(QFile::link(victim, QVForkStorage::sidecarPath(sidecarLinked)));
+    const QString folderLinked = file(QStringLiteral("b/Font"));
+    ASSERT_TRUE(QFile::link(elsewhere, dir.path() + QStringLiteral("/b/.AppleDouble")));
+
+    EXPECT_EQ(QVForkStorage::writeResourceFork(sidecarLinked, smallFork(), Place::AppleDouble),
+        QVResourceError::Permission);
+    EXPECT_EQ(QVForkStorage::setHidden(sidecarLinked, true), QVResourceError::Permission);
+    EXPECT_EQ(QVForkStorage::writeResourceFork(folderLinked, smallFork(), Place::NetatalkFolder),
+        QVResourceError::Permission);
+    EXPECT_EQ(QVForkStorage::linkedCompanion(sidecarLinked), QVForkStorage::sidecarPath(sidecarLinked));
+    EXPECT_EQ(QVForkStorage::linkedCompanion(folderLinked), dir.path() + QStringLiteral("/b/.AppleDouble"));
+    for (const QString &f : { sidecarLinked, folderLinked }) {
+        QByteArray fork;
+        Place place = Place::None;
+        EXPECT_EQ(QVForkStorage::readResourceFork(f, &fork, &place), QVResourceError::Permission);
+        EXPECT_TRUE(fork.isEmpty());
+        EXPECT_TRUE(QVForkStorage::companionFiles(f).isEmpty());
+        for (const auto &result : { QVFilePair::remove(f), QVFilePair::move(f, f + QStringLiteral("-moved")),
+                 QVFilePair::copy(f, f + QStringLiteral("-copy")) })
+            EXPECT_EQ(result.error, ELOOP) << qPrintable(result.message);
+        EXPECT_TRUE(QFileInfo::exists(f));
+    }
+    // Nor does a file with a real fork move into a folder whose ".AppleDouble" is a link.
+    const QString withFork = file(QStringLiteral("Font2"));
+    ASSERT_EQ(QVForkStorage::writeResourceFork(withFork, smallFork(), Place::NetatalkFolder), 0);
+    EXPECT_EQ(QVFilePair::move(withFork, dir.path() + QStringLiteral("/b/Font2")).error, ELOOP);
+    EXPECT_EQ(QVForkStorage::resourceForkPlace(withFork), Place::NetatalkFolder);
+    EXPECT_EQ(readBytes(victim), victimBytes);
+    EXPECT_EQ(readBytes(kept), victimBytes);
+    EXPECT_EQ(QDir(elsewhere).entryList(QDir::Files | QDir::Hidden), QStringList { QStringLiteral("Font") });
+
+    // A rewrite in place keeps the sidecar's permissions.
+    const QString own = file(QStringLiteral("Own"));
+    ASSERT_EQ(QVForkStorage::writeResourceFork(own, smallFork(), Place::AppleDouble), 0);
+    const QByteArray ownSidecar = QFile::encodeName(QVForkStorage::sidecarPath(own));
+    ASSERT_EQ(::chmod(ownSidecar.constData(), 0604), 0);
+    ASSERT_EQ(QVForkStorage::writeFinderInfo(own, finderInfo("FFILDMOV", 0)), 0);
+    struct stat st;
+    ASSERT_EQ(::stat(ownSidecar.constData(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0604u);
 }
 
 TEST_F(QVForkStorageTest, AppleDoubleParsingIsBoundsChecked)
