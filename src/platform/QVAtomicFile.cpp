@@ -152,7 +152,12 @@ bool QVAtomicFile::isSymLink(const QString &path)
 
 QString QVAtomicFile::errorText(const QString &path, int error)
 {
-    if (error == ELOOP)
-        return QStringLiteral("\"%1\" is a symbolic link; Quorvel does not follow it").arg(path);
+    if (error == ELOOP) {
+        // The link may be the folder rather than the file.
+        const QString link = isSymLink(path) || !isSymLink(QFileInfo(path).absolutePath())
+            ? path
+            : QFileInfo(path).absolutePath();
+        return QStringLiteral("\"%1\" is a symbolic link; Quorvel does not follow it").arg(link);
+    }
     return QStringLiteral("\"%1\": %2").arg(path, QString::fromLocal8Bit(std::strerror(error ? error : EIO)));
 }

@@ -176,7 +176,8 @@ void QVReportStore::clearReports()
         if (isInsideReportFolder(path) && QFileInfo::exists(path))
             QFile::remove(path);
     }
-    QFile::remove(reportFolderPath() + QLatin1Char('/') + kIndexName);
+    if (!QVAtomicFile::isSymLink(reportFolderPath()) && !QVAtomicFile::isSymLink(QVDataFolder::path()))
+        QFile::remove(reportFolderPath() + QLatin1Char('/') + kIndexName);
 }
 
 QString QVReportStore::cleanFontCaches()
@@ -293,6 +294,8 @@ bool QVReportStore::isInsideReportFolder(const QString &filePath) const
     if (filePath.isEmpty())
         return false;
     const QFileInfo info(QDir::cleanPath(filePath));
+    // A folder of ours replaced by a link names someone else's files.
     return info.isAbsolute() && info.absolutePath() == QDir::cleanPath(reportFolderPath())
-        && info.fileName() != kIndexName;
+        && info.fileName() != kIndexName && !QVAtomicFile::isSymLink(reportFolderPath())
+        && !QVAtomicFile::isSymLink(QVDataFolder::path());
 }

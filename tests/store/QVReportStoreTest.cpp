@@ -193,6 +193,16 @@ TEST(ReportStore, ClearingRemovesReportsAndIndexButKeepsFolderAndOutsideFiles)
     EXPECT_TRUE(QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(outside));
     EXPECT_EQ(store.reportFilesDataArray().size(), 3); // the caller resets it
+
+    // The Reports folder replaced by a link: nothing where it points is deleted.
+    const QString elsewhere = QFileInfo(outside).absolutePath();
+    home.writeFile(QStringLiteral("Documents/dataSource"), "theirs");
+    ASSERT_TRUE(QDir().rename(folder, folder + QStringLiteral(".real")));
+    ASSERT_TRUE(QFile::link(elsewhere, folder));
+    store.addFileToReportsDataSource(folder + QStringLiteral("/keep.html"), QStringLiteral("Linked"), {});
+    store.clearReports();
+    EXPECT_FALSE(store.removeReports({ folder + QStringLiteral("/keep.html") }).isEmpty());
+    EXPECT_EQ(QDir(elsewhere).entryList(QDir::Files), QStringList({ "dataSource", "keep.html" }));
 }
 
 TEST(ReportStore, RenameAndRemoveFollowTheNewestReportInTheSettings)
