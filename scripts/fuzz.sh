@@ -6,7 +6,8 @@
 # Each harness keeps its corpus in build/fuzz/corpus/NAME (seeded from
 # tests/data) and grows it run after run; a crash or a broken invariant stops
 # the script with the input saved under build/fuzz/findings/NAME/.
-# FUZZ_JOBS=N runs N processes per harness (libFuzzer's -fork).
+# FUZZ_JOBS=N runs N processes per harness (libFuzzer's -fork); FUZZ_OPTIONS
+# adds libFuzzer options (FUZZ_OPTIONS=-runs=10000000 stops at that count).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -52,6 +53,8 @@ for name in "${harnesses[@]}"; do
   mkdir -p "$corpus" "$findings"
   options=(-max_total_time="$seconds" -max_len=65536 -rss_limit_mb=4096 -timeout=25
     -print_final_stats=1 -artifact_prefix="$findings")
+  # shellcheck disable=SC2206 # options are words on purpose
+  options+=(${FUZZ_OPTIONS:-})
   if [ -n "${FUZZ_JOBS:-}" ]; then
     options+=(-fork="$FUZZ_JOBS" -ignore_crashes=0)
   fi
