@@ -16,11 +16,13 @@ BUILD_PACKAGES=(
   libgtest-dev googletest
 )
 
-# Fonts and font tools made by others: the tests read what they write.
+# Fonts and font tools made by others: the tests read what they write. clang
+# and its libFuzzer runtime build the fuzz harnesses.
 TEST_PACKAGES=(
   fonts-dejavu-core fonts-urw-base35 fonts-noto-core
   t1utils fondu otf2bdf python3-fonttools ruby-prawn
   attr xvfb xauth dbus dbus-x11 pkexec fontconfig
+  clang libclang-rt-14-dev
 )
 
 wanted=("${BUILD_PACKAGES[@]}")

@@ -17,14 +17,19 @@ QJsonObject QVExamineCommand::toJson(const QVFontDataManager &dataMgr)
 
 void QVExamineCommand::printTable(const QVFontDataManager &dataMgr)
 {
-    out() << QStringLiteral("%1  %2  %3  %4  %5  %6  %7\n")
-                 .arg(QStringLiteral("#"), 4)
-                 .arg(QStringLiteral("Type"), -18)
-                 .arg(QStringLiteral("Size"), 4)
-                 .arg(QStringLiteral("Style"), -12)
-                 .arg(QStringLiteral("Font"), -32)
-                 .arg(QStringLiteral("PostScript name"), -32)
-                 .arg(QStringLiteral("Defects"));
+    // Columns are padded and joined, never formatted in turn: a "%1" in a
+    // font's name must not take the next column's place.
+    auto row = [](const QStringList &cells) -> QString {
+        static const int widths[] = { 4, -18, 4, -12, -32, -32, 0 };
+        QStringList padded;
+        for (int i = 0; i < cells.size(); ++i)
+            padded << (widths[i] < 0 ? cells.at(i).leftJustified(-widths[i])
+                                     : cells.at(i).rightJustified(widths[i]));
+        return padded.join(QStringLiteral("  ")) + QLatin1Char('\n');
+    };
+    out() << row(
+        { QStringLiteral("#"), QStringLiteral("Type"), QStringLiteral("Size"), QStringLiteral("Style"),
+            QStringLiteral("Font"), QStringLiteral("PostScript name"), QStringLiteral("Defects") });
     for (const QVFontFilePtr &file : dataMgr.fontFileItems) {
         out() << file->URL;
         if (!file->macTypeCode.isEmpty())
@@ -34,16 +39,11 @@ void QVExamineCommand::printTable(const QVFontDataManager &dataMgr)
         out() << '\n';
         for (const QVStatusPtr &status : file->fontStatusArray) {
             const QString type = getFontTypeName(status->fontType);
-            out() << QStringLiteral("%1  %2  %3  %4  %5  %6  %7\n")
-                         .arg(status->index, 4)
-                         .arg(type.isEmpty() ? QString::number(status->fontType) : type, -18)
-                         .arg(status->fontSize, 4)
-                         .arg(status->fontStyle, -12)
-                         .arg(status->fontName, -32)
-                         .arg(status->PSname, -32)
-                         .arg(status->fontErrorsInfo.isEmpty()
-                                 ? QStringLiteral("-")
-                                 : status->fontErrorsInfo.join(QStringLiteral("; ")));
+            out() << row(
+                { QString::number(status->index), type.isEmpty() ? QString::number(status->fontType) : type,
+                    QString::number(status->fontSize), status->fontStyle, status->fontName, status->PSname,
+                    status->fontErrorsInfo.isEmpty() ? QStringLiteral("-")
+                                                     : status->fontErrorsInfo.join(QStringLiteral("; ")) });
         }
     }
     out() << dataMgr.totalFonts << (dataMgr.totalFonts == 1 ? " font" : " fonts") << " in "

@@ -92,24 +92,23 @@ int QVReportsCommand::list(QVReportStore &store, bool json)
         out().flush();
         return Success;
     }
-    out() << QStringLiteral("%1  %2  %3  %4  %5\n")
-                 .arg(QStringLiteral("#"), 3)
-                 .arg(QStringLiteral("Date"), -16)
-                 .arg(QStringLiteral("Fonts"), 9)
-                 .arg(QStringLiteral("Problems"), 9)
-                 .arg(QStringLiteral("Name"));
+    // Padded and joined: text from the index is never formatted in turn.
+    auto row = [](const QString &number, const QString &date, const QString &fonts, const QString &problems,
+                   const QString &name) -> QString {
+        return number.rightJustified(3) + QStringLiteral("  ") + date.leftJustified(16) + QStringLiteral("  ")
+            + fonts.rightJustified(9) + QStringLiteral("  ") + problems.rightJustified(9)
+            + QStringLiteral("  ") + name + QLatin1Char('\n');
+    };
+    out() << row(QStringLiteral("#"), QStringLiteral("Date"), QStringLiteral("Fonts"),
+        QStringLiteral("Problems"), QStringLiteral("Name"));
     int number = 0;
     for (const QVariantMap &record : records) {
         const QString date = record.value(QStringLiteral("date"))
                                  .toDateTime()
                                  .toLocalTime()
                                  .toString(QStringLiteral("yyyy-MM-dd HH:mm"));
-        out() << QStringLiteral("%1  %2  %3  %4  %5\n")
-                     .arg(++number, 3)
-                     .arg(date, -16)
-                     .arg(field(record, "qv_total_examined"), 9)
-                     .arg(field(record, "qv_total_problems"), 9)
-                     .arg(field(record, "reportName"));
+        out() << row(QString::number(++number), date, field(record, "qv_total_examined"),
+            field(record, "qv_total_problems"), field(record, "reportName"));
     }
     out().flush();
     return Success;

@@ -16,6 +16,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -304,6 +305,10 @@ bool QVFontDiagnose::readSFNTNames(QVSFNTReader &reader, qint64 faceOffset, bool
     quint16 tableCount = 0;
     if (!reader.readUInt16(faceOffset + 4, tableCount))
         return false;
+    // A directory that runs past the end of the file is damaged whatever it
+    // holds: no need to walk up to the end to find that out.
+    if (tableCount > 0 && faceOffset + 12 + 16 * qint64(tableCount - 1) + 4 > reader.size())
+        return false;
 
     quint32 nameOffset = 0;
     for (quint32 i = 0; i < tableCount; ++i) {
@@ -459,17 +464,28 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
         offsets.append(reader.readUInt32(12 + 4 * qint64(i), offset) ? qint64(offset) : -1);
     }
 
+    // A member listed again at the same offset is the same face: read once.
+    struct Member {
+        SFNTNames names;
+        bool damaged = false;
+        int fontType = QVFontType::TrueType;
+    };
+    QHash<qint64, Member> read;
     qint32 result = 0;
     for (const qint64 offset : std::as_const(offsets)) {
-        SFNTNames names;
-        bool damaged = offset < 0;
-        int fontType = QVFontType::TrueType;
-        if (!damaged) {
-            if (reader.tagAt(offset, "OTTO", shortRead))
-                fontType = QVFontType::OpenType;
-            damaged = shortRead || !readSFNTNames(reader, offset, true, names);
+        auto known = read.constFind(offset);
+        if (known == read.cend()) {
+            Member member;
+            member.damaged = offset < 0;
+            if (!member.damaged) {
+                if (reader.tagAt(offset, "OTTO", shortRead))
+                    member.fontType = QVFontType::OpenType;
+                member.damaged = shortRead || !readSFNTNames(reader, offset, true, member.names);
+            }
+            known = read.insert(offset, member);
         }
-        saveSFNTStatus(path, fontType, version, names, damaged);
+        const bool damaged = known->damaged;
+        saveSFNTStatus(path, known->fontType, version, known->names, damaged);
         if (damaged)
             result = 1;
     }

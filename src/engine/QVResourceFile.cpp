@@ -69,6 +69,12 @@ std::optional<QVResourceFile> QVResourceFile::parse(const QByteArray &fork, qint
     if (!inside(typeListOffset + 2, qint64(typeCount) * 8, mapLength))
         return fail(QVResourceError::MapRead);
     const QByteArray data = fork.mid(dataOffset, dataLength);
+    // In a sound fork every resource has bytes of its own. References to one
+    // place share one copy, and all copies together never hold more than the
+    // data area: a map pointing thousands of times into one large resource
+    // must not make a small file fill the memory.
+    QHash<qint64, QByteArray> taken;
+    qint64 budget = dataLength;
 
     for (int t = 0; t < typeCount; ++t) {
         const qint64 at = typeListOffset + 2 + qint64(t) * 8;
@@ -95,8 +101,13 @@ std::optional<QVResourceFile> QVResourceFile::parse(const QByteArray &fork, qint
                 entry.name = map.mid(nameAt + 1, nameLength);
                 entry.hasName = true;
             }
-            if (inside(dataAt, 4, dataLength) && inside(dataAt + 4, be32(data, dataAt), dataLength)) {
-                entry.data = data.mid(dataAt + 4, be32(data, dataAt));
+            const qint64 length = inside(dataAt, 4, dataLength) ? be32(data, dataAt) : -1;
+            if (const auto shared = taken.constFind(dataAt); shared != taken.cend()) {
+                entry.data = *shared;
+            } else if (length >= 0 && inside(dataAt + 4, length, dataLength) && length <= budget) {
+                entry.data = data.mid(dataAt + 4, length);
+                taken.insert(dataAt, entry.data);
+                budget -= length;
             } else {
                 entry.dataValid = false;
             }

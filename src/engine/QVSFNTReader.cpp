@@ -9,6 +9,27 @@ QVSFNTReader::QVSFNTReader(QIODevice &device)
 {
 }
 
+const char *QVSFNTReader::peek(qint64 pos, qint64 length)
+{
+    if (pos < 0 || length <= 0 || length > kWindowSize || pos >= m_size || length > m_size - pos)
+        return nullptr;
+    for (int i = 0; i < 2; ++i) {
+        if (m_windows[i].holds(pos, length)) {
+            m_lastUsed = i;
+            return m_windows[i].bytes.constData() + (pos - m_windows[i].start);
+        }
+    }
+    // Refill the window used less recently.
+    Window &window = m_windows[1 - m_lastUsed];
+    window = Window();
+    if (!m_device.seek(pos))
+        return nullptr;
+    window.bytes = m_device.read(qMin(kWindowSize, m_size - pos));
+    window.start = pos;
+    m_lastUsed = 1 - m_lastUsed;
+    return window.holds(pos, length) ? window.bytes.constData() : nullptr;
+}
+
 bool QVSFNTReader::readBytes(qint64 pos, qint64 length, QByteArray &out)
 {
     out.clear();
@@ -27,47 +48,32 @@ bool QVSFNTReader::readBytes(qint64 pos, qint64 length, QByteArray &out)
         out = m_device.read(available);
         return out.size() == length;
     }
-    for (int i = 0; i < 2; ++i) {
-        if (m_windows[i].holds(pos, available)) {
-            m_lastUsed = i;
-            out = m_windows[i].bytes.mid(pos - m_windows[i].start, available);
-            return out.size() == length;
-        }
-    }
-    // Refill the window used less recently.
-    Window &window = m_windows[1 - m_lastUsed];
-    window = Window();
-    if (!m_device.seek(pos))
-        return false;
-    window.bytes = m_device.read(qMin(kWindowSize, m_size - pos));
-    window.start = pos;
-    m_lastUsed = 1 - m_lastUsed;
-    out = window.bytes.mid(0, available);
+    if (const char *bytes = peek(pos, available))
+        out = QByteArray(bytes, available);
     return out.size() == length;
 }
 
 bool QVSFNTReader::readUInt16(qint64 pos, quint16 &value)
 {
-    QByteArray bytes;
-    if (!readBytes(pos, 2, bytes))
+    const auto *p = reinterpret_cast<const quint8 *>(peek(pos, 2));
+    if (!p)
         return false;
-    value = quint16((quint8(bytes[0]) << 8) | quint8(bytes[1]));
+    value = quint16((p[0] << 8) | p[1]);
     return true;
 }
 
 bool QVSFNTReader::readUInt32(qint64 pos, quint32 &value)
 {
-    QByteArray bytes;
-    if (!readBytes(pos, 4, bytes))
+    const auto *p = reinterpret_cast<const quint8 *>(peek(pos, 4));
+    if (!p)
         return false;
-    value = (quint32(quint8(bytes[0])) << 24) | (quint32(quint8(bytes[1])) << 16)
-        | (quint32(quint8(bytes[2])) << 8) | quint32(quint8(bytes[3]));
+    value = (quint32(p[0]) << 24) | (quint32(p[1]) << 16) | (quint32(p[2]) << 8) | quint32(p[3]);
     return true;
 }
 
 bool QVSFNTReader::tagAt(qint64 pos, const char tag[4], bool &shortRead)
 {
-    QByteArray bytes;
-    shortRead = !readBytes(pos, 4, bytes);
-    return !shortRead && std::memcmp(bytes.constData(), tag, 4) == 0;
+    const char *bytes = peek(pos, 4);
+    shortRead = !bytes;
+    return bytes && std::memcmp(bytes, tag, 4) == 0;
 }

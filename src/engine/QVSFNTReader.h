@@ -21,6 +21,10 @@ public:
     bool tagAt(qint64 pos, const char tag[4], bool &shortRead);
 
 private:
+    // Points at length bytes (at most a window) at pos inside a window, or
+    // null when they are not all in the file. Small reads copy nothing.
+    const char *peek(qint64 pos, qint64 length);
+
     // Directories, name records and name strings are read through two small
     // windows (the records and the strings they point to alternate), so
     // neighbouring reads cost no further seek; larger reads go straight to

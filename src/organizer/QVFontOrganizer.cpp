@@ -39,13 +39,14 @@ QString folderOf(const QString &path)
 }
 
 // A name read from a font becomes one folder or file name: it may not climb
-// out of the library, make extra levels or exceed what a file system holds.
+// out of the library, make extra levels, hide (a leading dot; "._" would be
+// taken for a sidecar by the next scan) or exceed what a file system holds.
 QString safeComponent(QString name)
 {
     name.replace(QLatin1Char('/'), QLatin1Char('-'));
     name.remove(QChar(0));
-    if (name == QLatin1String(".") || name == QLatin1String(".."))
-        name = QStringLiteral("_");
+    if (name.startsWith(QLatin1Char('.')))
+        name[0] = QLatin1Char('_');
     while (name.toUtf8().size() > 240)
         name.chop(1);
     return name;
@@ -482,8 +483,8 @@ QString QVFontOrganizer::moveFileToFolder(
                                                : QVFilePair::move(fontFile->URL, destination);
         if (!result) {
             m_lastFailureReason = result.message;
-            const QString text
-                = QStringLiteral("%1 (%2, %3)").arg(result.message, kRecoverySuggestion).arg(result.error);
+            const QString text = QStringLiteral("%1 (%2, %3)")
+                                     .arg(result.message, kRecoverySuggestion, QString::number(result.error));
             storeError(fontStatus, text);
             qCWarning(lcOrganizer, "Error trying to move font at \"%s\" (%s)", qUtf8Printable(fontFile->URL),
                 qUtf8Printable(result.message));

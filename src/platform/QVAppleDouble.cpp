@@ -1,5 +1,8 @@
 #include "platform/QVAppleDouble.h"
 
+#include <QHash>
+#include <QPair>
+
 namespace
 {
 
@@ -73,13 +76,25 @@ std::optional<QVAppleDouble> QVAppleDouble::parse(const QByteArray &bytes)
     const int count = be16(bytes, 24);
     if (kHeaderSize + qint64(count) * kDescriptorSize > size)
         return std::nullopt;
+    // Entries at one place share one copy, and all copies together never hold
+    // more than the file: thousands of entries over one large range would
+    // otherwise turn a small sidecar into gigabytes.
+    QHash<QPair<qint64, qint64>, QByteArray> taken;
+    qint64 budget = size;
     for (int i = 0; i < count; ++i) {
         const qint64 at = kHeaderSize + qint64(i) * kDescriptorSize;
         const quint32 id = be32(bytes, at);
         const qint64 offset = be32(bytes, at + 4), length = be32(bytes, at + 8);
         if (offset > size || length > size - offset)
             return std::nullopt;
-        file.entries.append({ id, bytes.mid(offset, length), quint32(offset) });
+        auto shared = taken.constFind({ offset, length });
+        if (shared == taken.cend()) {
+            if (length > budget)
+                return std::nullopt;
+            budget -= length;
+            shared = taken.insert({ offset, length }, bytes.mid(offset, length));
+        }
+        file.entries.append({ id, *shared, quint32(offset) });
     }
     return file;
 }

@@ -53,7 +53,7 @@ std::optional<QByteArray> QVExtendedAttributes::get(const QString &path, const c
 int QVExtendedAttributes::set(const QString &path, const char *name, const QByteArray &value)
 {
     const QByteArray native = QVFileName::encode(path);
-    if (::setxattr(native.constData(), name, value.constData(), size_t(value.size()), 0) == 0)
+    if (::lsetxattr(native.constData(), name, value.constData(), size_t(value.size()), 0) == 0)
         return 0;
     return errno;
 }
@@ -61,7 +61,7 @@ int QVExtendedAttributes::set(const QString &path, const char *name, const QByte
 int QVExtendedAttributes::remove(const QString &path, const char *name)
 {
     const QByteArray native = QVFileName::encode(path);
-    if (::removexattr(native.constData(), name) == 0 || errno == ENODATA)
+    if (::lremovexattr(native.constData(), name) == 0 || errno == ENODATA)
         return 0;
     return errno;
 }
@@ -90,8 +90,8 @@ bool QVExtendedAttributes::supported(const QString &path)
 {
     const QByteArray native = QVFileName::encode(path);
     static const char probe[] = "user.org.quorvel.probe";
-    if (::setxattr(native.constData(), probe, "1", 1, 0) != 0)
+    if (::lsetxattr(native.constData(), probe, "1", 1, 0) != 0)
         return false;
-    ::removexattr(native.constData(), probe);
+    ::lremovexattr(native.constData(), probe);
     return true;
 }

@@ -1,5 +1,7 @@
-// Thin wrappers over the Linux user extended attributes of a file (never
-// following a symlink's target differently from the file operations around it).
+// Thin wrappers over the Linux user extended attributes of a file. Writes and
+// removals never follow a symbolic link (a link keeps no user attributes, so
+// they fail on one); a new value replaces the old in one call, so the old one
+// stays whole when the new one cannot be written.
 #pragma once
 
 #include <QByteArray>

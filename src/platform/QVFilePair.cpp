@@ -1,6 +1,7 @@
 #include "platform/QVFilePair.h"
 
 #include "platform/QVAppleDouble.h"
+#include "platform/QVAtomicFile.h"
 #include "platform/QVExtendedAttributes.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
@@ -52,12 +53,26 @@ int renameNoReplace(const QString &from, const QString &to)
     return ::rename(native(from).constData(), native(to).constData()) == 0 ? 0 : errno;
 }
 
+// The folder a companion goes into: an ".AppleDouble" folder is made here
+// (never a link to elsewhere); any other is the destination's own folder.
 int ensureParent(const QString &path)
 {
     const QString parent = QFileInfo(path).absolutePath();
+    if (QFileInfo(parent).fileName() == QLatin1String(".AppleDouble"))
+        return QVAtomicFile::makeFolder(parent);
     if (QVFileSystem::isDirectory(parent))
         return 0;
     return QDir().mkpath(parent) ? 0 : EACCES;
+}
+
+// A fork behind a symbolic link cannot travel with its file, and what the link
+// names is not ours to move or delete: the whole operation is refused.
+Result checkLinks(const QString &path)
+{
+    const QString link = QVForkStorage::linkedCompanion(path);
+    if (link.isNull())
+        return {};
+    return { ELOOP, QVAtomicFile::errorText(link, ELOOP) };
 }
 
 // Copies one file's bytes, permissions and times; the destination must not exist.
@@ -165,6 +180,10 @@ Result checkDestination(const QString &from, const QString &to)
         return failure(EISDIR, QStringLiteral("\"%1\"").arg(from));
     if (pathExists(to))
         return failure(EEXIST, QStringLiteral("\"%1\"").arg(to));
+    if (Result linked = checkLinks(from); !linked)
+        return linked;
+    if (Result linked = checkLinks(to); !linked)
+        return linked;
     // Any metadata already at the destination (even for a file that is gone)
     // would be taken for the arriving file's own.
     for (const QString &companion : { QVForkStorage::sidecarPath(to), QVForkStorage::netatalkPath(to) }) {
@@ -297,6 +316,8 @@ QVFilePair::Result QVFilePair::remove(const QString &path)
 {
     if (!pathExists(path))
         return failure(ENOENT, QStringLiteral("\"%1\"").arg(path));
+    if (Result linked = checkLinks(path); !linked)
+        return linked;
     const QStringList others = companions(path);
     for (const QString &companion : others) {
         if (::access(native(QFileInfo(companion).absolutePath()).constData(), W_OK) != 0)
@@ -311,6 +332,8 @@ QVFilePair::Result QVFilePair::moveToTrash(const QString &path, QString *trashed
 {
     if (!pathExists(path))
         return failure(ENOENT, QStringLiteral("\"%1\"").arg(path));
+    if (Result linked = checkLinks(path); !linked)
+        return linked;
     const QStringList others = companions(path);
     QString inTrash;
     if (!QFile::moveToTrash(path, &inTrash))

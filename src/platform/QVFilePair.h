@@ -5,7 +5,9 @@
 // loses its fork.
 //
 // Nothing is overwritten: a destination (or a companion at the destination)
-// that exists is an error. On failure the source is left as it was.
+// that exists is an error. A companion that is a symbolic link, at the source
+// or the destination, refuses the operation (ELOOP): links are never followed
+// for moving or deleting. On failure the source is left as it was.
 #pragma once
 
 #include <QString>

@@ -3,14 +3,15 @@
 #include "engine/QVResourceFile.h"
 #include "engine/QVResourceManager.h"
 #include "platform/QVAppleDouble.h"
+#include "platform/QVAtomicFile.h"
 #include "platform/QVExtendedAttributes.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
+#include "settings/QVLog.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -74,20 +75,67 @@ std::optional<QByteArray> readFile(const QString &path, qint16 *error)
     return file.readAll();
 }
 
-// Writes a file atomically (temporary file and rename).
-qint16 writeFileAtomically(const QString &path, const QByteArray &bytes)
+// What lies at a companion's place. A link (the companion itself, or the
+// ".AppleDouble" folder holding it) is never read, written or deleted: it may
+// name any file of anyone.
+enum class Companion { Absent, File, Link, Other };
+
+Companion companionAt(const QString &companion)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return file.error() == QFileDevice::PermissionsError ? QVResourceError::Permission
-                                                             : QVResourceError::IoErr;
-    if (file.write(bytes) != bytes.size()) {
-        file.cancelWriting();
-        return QVResourceError::DskFull;
+    const QFileInfo info(companion);
+    if (info.absolutePath().endsWith(QLatin1String("/.AppleDouble"))) {
+        struct stat folder;
+        if (::lstat(QVFileName::encode(info.absolutePath()).constData(), &folder) == 0) {
+            if (S_ISLNK(folder.st_mode))
+                return Companion::Link;
+            if (!S_ISDIR(folder.st_mode))
+                return Companion::Other;
+        }
     }
-    if (!file.commit())
-        return QVResourceError::DskFull;
-    return QVResourceError::NoErr;
+    struct stat st;
+    if (::lstat(QVFileName::encode(companion).constData(), &st) != 0)
+        return Companion::Absent;
+    if (S_ISLNK(st.st_mode))
+        return Companion::Link;
+    return S_ISREG(st.st_mode) ? Companion::File : Companion::Other;
+}
+
+QString companionPath(const QString &path, Place place)
+{
+    return place == Place::AppleDouble ? QVForkStorage::sidecarPath(path) : QVForkStorage::netatalkPath(path);
+}
+
+// Reads a companion without following a link to it or to its ".AppleDouble"
+// folder, even one put there after companionAt() looked; never waits on a
+// pipe put there either.
+std::optional<QByteArray> readCompanion(const QString &companion)
+{
+    const QFileInfo info(companion);
+    const bool netatalk = info.absolutePath().endsWith(QLatin1String("/.AppleDouble"));
+    const int folder = ::open(QVFileName::encode(info.absolutePath()).constData(),
+        O_RDONLY | O_DIRECTORY | O_CLOEXEC | (netatalk ? O_NOFOLLOW : 0));
+    if (folder < 0)
+        return std::nullopt;
+    const int fd = ::openat(folder, QVFileName::encode(info.fileName()).constData(),
+        O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    ::close(folder);
+    if (fd < 0)
+        return std::nullopt;
+    QFile file;
+    struct stat st;
+    std::optional<QByteArray> bytes;
+    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= QVForkStorage::kMaxForkSize
+        && file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle))
+        bytes = file.readAll();
+    else
+        ::close(fd);
+    return bytes;
+}
+
+qint16 refuseLink(const QString &companion)
+{
+    qCWarning(lcStore).noquote() << QVAtomicFile::errorText(companion, ELOOP);
+    return QVResourceError::Permission;
 }
 
 // The AppleDouble data of a companion file or the metadata attribute.
@@ -97,12 +145,10 @@ std::optional<QVAppleDouble> readAppleDouble(const QString &path, Place place)
         const auto blob = QVExtendedAttributes::get(path, QVForkStorage::kNetatalkAttribute);
         return blob ? QVAppleDouble::parse(*blob) : std::nullopt;
     }
-    const QString companion
-        = place == Place::AppleDouble ? QVForkStorage::sidecarPath(path) : QVForkStorage::netatalkPath(path);
-    if (!QVFileSystem::isFile(companion))
+    const QString companion = companionPath(path, place);
+    if (companionAt(companion) != Companion::File)
         return std::nullopt;
-    qint16 error = 0;
-    const auto bytes = readFile(companion, &error);
+    const auto bytes = readCompanion(companion);
     return bytes ? QVAppleDouble::parse(*bytes) : std::nullopt;
 }
 
@@ -111,13 +157,33 @@ qint16 writeAppleDouble(const QString &path, Place place, const QVAppleDouble &d
     const QByteArray bytes = data.serialize();
     if (place == Place::NetatalkMetadata)
         return errnoToMac(QVExtendedAttributes::set(path, QVForkStorage::kNetatalkAttribute, bytes));
-    if (place == Place::NetatalkFolder) {
-        const QString folder = QFileInfo(path).absolutePath() + QStringLiteral("/.AppleDouble");
-        if (!QDir().mkpath(folder))
-            return QVResourceError::Permission;
-        return writeFileAtomically(QVForkStorage::netatalkPath(path), bytes);
+    const QString companion = companionPath(path, place);
+    int error = 0;
+    if (place == Place::NetatalkFolder)
+        error = QVAtomicFile::makeFolder(QFileInfo(companion).absolutePath());
+    if (error == 0)
+        error = QVAtomicFile::write(companion, bytes, QVAtomicFile::FolderNotLink);
+    if (error == ELOOP)
+        return refuseLink(companion);
+    if (error != 0)
+        qCWarning(lcStore).noquote() << QVAtomicFile::errorText(companion, error);
+    return errnoToMac(error);
+}
+
+// Whether new AppleDouble data may be written at the companion's place: not
+// over someone's file we cannot parse, never through a link.
+qint16 checkNewCompanion(const QString &companion)
+{
+    switch (companionAt(companion)) {
+    case Companion::Absent:
+        return QVResourceError::NoErr;
+    case Companion::Link:
+        return refuseLink(companion);
+    case Companion::File:
+    case Companion::Other:
+        break;
     }
-    return writeFileAtomically(QVForkStorage::sidecarPath(path), bytes);
+    return QVResourceError::DuplicateFile;
 }
 
 // A new AppleDouble file in the layout macOS writes (Finder info, then fork).
@@ -266,8 +332,9 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
     }
     bool unreadableCompanion = false;
     for (Place candidate : { Place::AppleDouble, Place::NetatalkFolder }) {
-        const QFileInfo companion(candidate == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path));
-        if (companion.isFile() && !companion.isReadable()) {
+        const QString companion = companionPath(path, candidate);
+        const Companion state = companionAt(companion);
+        if (state == Companion::Link || (state == Companion::File && !QFileInfo(companion).isReadable())) {
             unreadableCompanion = true;
             continue;
         }
@@ -320,10 +387,11 @@ qint16 QVForkStorage::writeResourceFork(
         // Too big for an attribute: the sidecar takes it, and only then does
         // the attribute go.
         auto data = readAppleDouble(path, Place::AppleDouble);
-        if (!data && QVFileSystem::exists(sidecarPath(path)))
-            return QVResourceError::DuplicateFile;
-        if (!data)
+        if (!data) {
+            if (const qint16 refused = checkNewCompanion(sidecarPath(path)); refused != 0)
+                return refused;
             data = newAppleDouble(finderInfoPlace(path) == Place::None);
+        }
         data->setEntry(QVAppleDouble::ResourceFork, fork);
         if (const qint16 result = writeAppleDouble(path, Place::AppleDouble, *data); result != 0)
             return result;
@@ -338,10 +406,9 @@ qint16 QVForkStorage::writeResourceFork(
         place = Place::AppleDouble;
     auto data = readAppleDouble(path, place);
     if (!data) {
-        const QString companion = place == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path);
         // A companion that exists but does not parse is someone's data: keep it.
-        if (QVFileSystem::exists(companion))
-            return QVResourceError::DuplicateFile;
+        if (const qint16 refused = checkNewCompanion(companionPath(path, place)); refused != 0)
+            return refused;
         data = newAppleDouble(finderInfoPlace(path) == Place::None);
     }
     data->setEntry(QVAppleDouble::ResourceFork, fork);
@@ -405,10 +472,11 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
             return errnoToMac(error);
         place = Place::AppleDouble;
         auto data = readAppleDouble(path, place);
-        if (!data && QVFileSystem::exists(sidecarPath(path)))
-            return QVResourceError::DuplicateFile;
-        if (!data)
+        if (!data) {
+            if (const qint16 refused = checkNewCompanion(sidecarPath(path)); refused != 0)
+                return refused;
             data = newAppleDouble(true);
+        }
         data->setEntry(QVAppleDouble::FinderInfo, bytes);
         if (const qint16 result = writeAppleDouble(path, place, *data); result != 0)
             return result;
@@ -422,9 +490,8 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
     auto data = readAppleDouble(path, place);
     if (!data) {
         if (place != Place::NetatalkMetadata) {
-            const QString companion = place == Place::AppleDouble ? sidecarPath(path) : netatalkPath(path);
-            if (QVFileSystem::exists(companion))
-                return QVResourceError::DuplicateFile;
+            if (const qint16 refused = checkNewCompanion(companionPath(path, place)); refused != 0)
+                return refused;
         } else if (QVExtendedAttributes::get(path, kNetatalkAttribute)) {
             return QVResourceError::DuplicateFile;
         }
@@ -541,8 +608,17 @@ QStringList QVForkStorage::companionFiles(const QString &path)
 {
     QStringList result;
     for (const QString &companion : { sidecarPath(path), netatalkPath(path) }) {
-        if (QVFileSystem::isFile(companion))
+        if (companionAt(companion) == Companion::File)
             result.append(companion);
     }
     return result;
+}
+
+QString QVForkStorage::linkedCompanion(const QString &path)
+{
+    for (const QString &companion : { sidecarPath(path), netatalkPath(path) }) {
+        if (companionAt(companion) == Companion::Link)
+            return QVAtomicFile::isSymLink(companion) ? companion : QFileInfo(companion).absolutePath();
+    }
+    return QString();
 }

@@ -10,6 +10,10 @@
 //      temporary file renamed over it, when a family leaves it)
 // A fork or Finder info that no longer fits in an attribute moves to the
 // sidecar; the attribute is removed only after the sidecar is safely written.
+// Every rewrite is atomic (QVAtomicFile): on any failure the old sidecar or
+// attribute stays as it was. A companion that is a symbolic link (or sits in an
+// ".AppleDouble" folder that is one) is never read, written or deleted; it
+// counts as unreadable (-54).
 // Errors are Mac codes (QVResourceError): -43 no file, -54 permission, -34 full
 // disk, -36 other I/O.
 #pragma once
@@ -80,6 +84,11 @@ public:
     // A scan passes over these.
     static bool isMetadataStore(const QString &path);
 
-    // The companion files that exist for the file (sidecar, netatalk file).
+    // The companion files that exist for the file (sidecar, netatalk file):
+    // regular files only, never links.
     static QStringList companionFiles(const QString &path);
+    // The first companion place of the file that is a symbolic link (the
+    // sidecar, the ".AppleDouble" folder or the file in it), else null. A file
+    // with one is not moved, copied or deleted: its fork cannot go with it.
+    static QString linkedCompanion(const QString &path);
 };

@@ -2,10 +2,10 @@
 
 #include "settings/QVLog.h"
 
+#include <QFileInfo>
 #include <QMutex>
 #include <QMutexLocker>
 #include <QProcess>
-#include <QStandardPaths>
 #include <unistd.h>
 
 namespace
@@ -18,9 +18,9 @@ QString defaultLauncher()
 {
     if (::geteuid() == 0)
         return QString();
-    const QString pkexec = QStandardPaths::findExecutable(QStringLiteral("pkexec"));
-    // Named even when missing, so that starting it fails with a status.
-    return pkexec.isEmpty() ? QStringLiteral("pkexec") : pkexec;
+    // Where the package puts it, never what PATH finds first (named even when
+    // missing, so that starting it fails with a status).
+    return QStringLiteral("/usr/bin/pkexec");
 }
 
 } // namespace
@@ -53,6 +53,11 @@ QString QVPrivilegedRunner::errorTextForExitStatus(int status)
 
 QString QVPrivilegedRunner::runWithAdministratorRights(const QString &program, const QStringList &arguments)
 {
+    // A tool found through PATH could be anyone's program run as root.
+    if (!QFileInfo(program).isAbsolute()) {
+        qCWarning(lcStore) << "Refused to run a tool without its full path:" << program;
+        return errorTextForExitStatus(-1);
+    }
     QStringList line = commandLine(program, arguments);
     const QString executable = line.takeFirst();
     QProcess process;

@@ -2,6 +2,7 @@
 
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVAtomicFile.h"
 #include "platform/QVDirectory.h"
 #include "platform/QVFileAccess.h"
 #include "platform/QVFileName.h"
@@ -24,7 +25,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QMimeDatabase>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
@@ -464,14 +464,10 @@ bool QVFileManager::saveFontFileItemsToDisk(const QString &folder)
     QCborArray items;
     for (const QVFontFilePtr &item : std::as_const(m_dataMgr->fontFileItems))
         items.append(item->encode());
-    QSaveFile file(getFontItemsFilePath(folder));
-    if (!file.open(QIODevice::WriteOnly)) {
-        qCWarning(lcStore) << "Error: saveFontFileItemsToDisk" << file.errorString();
-        return false;
-    }
-    file.write(QCborValue(items).toCbor());
-    if (!file.commit()) {
-        qCWarning(lcStore) << "Error: saveFontFileItemsToDisk" << file.errorString();
+    const QString path = getFontItemsFilePath(folder);
+    if (const int error = QVAtomicFile::write(path, QCborValue(items).toCbor())) {
+        qCWarning(lcStore).noquote() << "Error: saveFontFileItemsToDisk"
+                                     << QVAtomicFile::errorText(path, error);
         return false;
     }
     return true;

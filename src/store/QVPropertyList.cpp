@@ -1,8 +1,9 @@
 #include "store/QVPropertyList.h"
 
+#include "platform/QVAtomicFile.h"
+
 #include <QDateTime>
 #include <QFile>
-#include <QSaveFile>
 #include <QTimeZone>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
@@ -95,7 +96,8 @@ public:
         }
         if (m_xml.hasError()) {
             if (error)
-                *error = QStringLiteral("%1 (line %2)").arg(m_xml.errorString()).arg(m_xml.lineNumber());
+                *error = QStringLiteral("%1 (line %2)")
+                             .arg(m_xml.errorString(), QString::number(m_xml.lineNumber()));
             return QVariant();
         }
         return root;
@@ -215,18 +217,10 @@ QVariant QVPropertyList::fromXml(const QByteArray &xml, QString *error)
 
 QString QVPropertyList::writeFile(const QString &path, const QVariant &root)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return file.errorString();
-    const QByteArray xml = toXml(root);
-    if (file.write(xml) != xml.size()) {
-        const QString error = file.errorString();
-        file.cancelWriting();
-        return error;
-    }
-    if (!file.commit())
-        return file.errorString();
-    return QString();
+    // Indexes live in Quorvel's own folders: neither they nor their folder
+    // may be links.
+    const int error = QVAtomicFile::write(path, toXml(root), QVAtomicFile::FolderNotLink);
+    return error ? QVAtomicFile::errorText(path, error) : QString();
 }
 
 QVariant QVPropertyList::readFile(const QString &path, QString *error)

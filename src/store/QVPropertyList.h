@@ -19,7 +19,8 @@ public:
     static QVariant fromXml(const QByteArray &xml, QString *error = nullptr);
 
     // Writes the XML atomically: the old file stays whole until the new one is
-    // complete. Returns a null string on success, else the error.
+    // on the disk. Neither the file nor its folder may be a symbolic link.
+    // Returns a null string on success, else the error.
     static QString writeFile(const QString &path, const QVariant &root);
     // Reads and parses a file; an invalid QVariant when it is missing or bad.
     static QVariant readFile(const QString &path, QString *error = nullptr);

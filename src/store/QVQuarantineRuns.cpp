@@ -1,6 +1,8 @@
 #include "store/QVQuarantineRuns.h"
 
 #include "engine/QVFontConstants.h"
+#include "engine/QVResourceManager.h"
+#include "platform/QVAtomicFile.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
 #include "settings/QVLog.h"
@@ -40,6 +42,25 @@ QString folded(const QString &text)
             result.append(c);
     }
     return result.toCaseFolded();
+}
+
+// The index is only a file on disk: what it names is checked before anything
+// moves. A quarantined file is one name directly inside the quarantine.
+bool isQuarantineName(const QString &name)
+{
+    return !name.isEmpty() && !name.contains(QLatin1Char('/')) && !name.contains(QChar(0))
+        && name != QLatin1String(".") && name != QLatin1String("..");
+}
+
+// An original place as Quorvel records one: absolute and normalised, with no
+// "." or ".." along the way.
+bool isRecordedPath(const QString &path)
+{
+    if (!path.startsWith(QLatin1Char('/')) || path.contains(QChar(0)) || QDir::cleanPath(path) != path)
+        return false;
+    const QStringList parts = path.split(QLatin1Char('/'));
+    return parts.size() > 1 && !parts.last().isEmpty() && !parts.contains(QLatin1String(".."))
+        && !parts.contains(QLatin1String("."));
 }
 
 bool isSuitcaseMember(const QVariantMap &row)
@@ -203,14 +224,31 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
 {
     QString folder = chosenFolder;
     const QString quarantine = m_store->quarantineFolderPath();
+    const QString folderProblem = m_store->folderProblem();
     auto restoreRow = [&](const QVariantMap &row, QString *error) {
-        const QString quarantined = quarantine + QLatin1Char('/') + value(row, "quarantineFileName");
+        const QString name = value(row, "quarantineFileName");
+        const QString quarantined = quarantine + QLatin1Char('/') + name;
         QString destination = folder.isEmpty() ? value(row, "originalFilePath")
                                                : folder + QLatin1Char('/') + value(row, "fileName");
         auto after = [&]() {
             if (isHandlingError && !folder.isEmpty() && !applyToAll)
                 folder.clear();
         };
+        QString refused = folderProblem;
+        if (refused.isNull() && !isQuarantineName(name))
+            refused
+                = QStringLiteral("the index names \"%1\", which is not a file of the quarantine").arg(name);
+        else if (refused.isNull() && !isRecordedPath(value(row, "originalFilePath")))
+            refused = QStringLiteral("the index gives \"%1\" as its place, which is not a full path")
+                          .arg(value(row, "originalFilePath"));
+        else if (refused.isNull() && QVAtomicFile::isSymLink(quarantined))
+            refused = QVAtomicFile::errorText(quarantined, ELOOP);
+        if (!refused.isNull()) {
+            qCWarning(lcStore, "Error: restore refused: %s", qUtf8Printable(refused));
+            *error = value(row, "fontName") + QStringLiteral(": ") + refused;
+            after();
+            return false;
+        }
         if (!exists(quarantined)) {
             qCWarning(lcStore, "Error: file not found at %s", qUtf8Printable(quarantined));
             *error = value(row, "fontName") + QStringLiteral(": file not found at ") + quarantined;
@@ -224,9 +262,8 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
                 if (!QFileInfo(parent).isWritable())
                     failure = QStringLiteral("You don't have permission to write to the folder \"%1\"")
                                   .arg(parent);
-            } else if (QDir().mkpath(parent)) {
-                QFile::setPermissions(parent, QFileDevice::Permissions(0x7777));
-            } else {
+            } else if (!QDir().mkpath(parent)) {
+                // Made with the user's own default permissions, never wider.
                 failure = QStringLiteral("The folder \"%1\" could not be created").arg(parent);
             }
         }
@@ -269,10 +306,15 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
 QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
 {
     const QString quarantine = m_store->quarantineFolderPath();
+    const QString folderProblem = m_store->folderProblem();
     auto removeRow = [&](const QVariantMap &row, QString *error) {
+        if (!folderProblem.isNull()) {
+            *error = value(row, "fontName") + QStringLiteral(": ") + folderProblem;
+            return false;
+        }
         const QString name = value(row, "quarantineFileName");
         // Only files directly inside the quarantine, whatever the index says.
-        if (name.isEmpty() || name.contains(QLatin1Char('/')))
+        if (!isQuarantineName(name))
             return true;
         const QString quarantined = quarantine + QLatin1Char('/') + name;
         if (!exists(quarantined)) {
@@ -293,6 +335,8 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
 
 qint16 QVQuarantineRuns::removeFontFromSuitcase(const QVariantMap &row)
 {
+    if (!isQuarantineName(value(row, "quarantineFileName")) || !m_store->folderProblem().isNull())
+        return QVResourceError::Permission;
     const QString path
         = m_store->quarantineFolderPath() + QLatin1Char('/') + value(row, "quarantineFileName");
     return m_surgery->removeSuitcaseFontFromQuarantine(

@@ -1,6 +1,7 @@
 #include "store/QVQuarantineStore.h"
 
 #include "engine/QVFontDataManager.h"
+#include "platform/QVAtomicFile.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
@@ -103,6 +104,17 @@ QUrl QVQuarantineStore::getQuarantineFolder() const
     return QUrl::fromLocalFile(folder + QLatin1Char('/'));
 }
 
+QString QVQuarantineStore::folderProblem() const
+{
+    for (const QString &folder : { QVDataFolder::path(), quarantineFolderPath() }) {
+        if (QVAtomicFile::isSymLink(folder))
+            return QVAtomicFile::errorText(folder, ELOOP);
+        if (QVFileSystem::exists(folder) && !QVFileSystem::isDirectory(folder))
+            return QVAtomicFile::errorText(folder, ENOTDIR);
+    }
+    return QString();
+}
+
 QString QVQuarantineStore::uniqueDestination(const QString &folder, const QString &name, bool keepExtension)
 {
     auto taken = [](const QString &path) {
@@ -121,8 +133,9 @@ QString QVQuarantineStore::uniqueDestination(const QString &folder, const QStrin
     const QString base = hasExtension ? name.left(dot) : name;
     const QString extension = hasExtension ? name.mid(dot + 1) : QString();
     for (int i = 1;; ++i) {
-        destination = hasExtension ? QStringLiteral("%1/%2 %3.%4").arg(folder, base).arg(i).arg(extension)
-                                   : QStringLiteral("%1/%2 %3").arg(folder, base).arg(i);
+        // Joined, never formatted: a "%1" in a font's name stays as it is.
+        destination = folder + QLatin1Char('/') + base + QLatin1Char(' ') + QString::number(i)
+            + (hasExtension ? QLatin1Char('.') + extension : QString());
         if (!taken(destination))
             return destination;
     }
@@ -172,6 +185,8 @@ QString QVQuarantineStore::moveFileToQuarantine(
 {
     if (fontFile->fileMovedToQuarantine || fontStatus->movedToQuarantine)
         return QString();
+    if (const QString problem = folderProblem(); !problem.isNull())
+        return problem;
     const QString source = fontFile->URL;
     if (QVPackageFiles::isPackageFile(source))
         return QVPackageFiles::refusal(source);
@@ -442,6 +457,8 @@ void QVQuarantineStore::dropLastIntent()
 
 void QVQuarantineStore::clearQuarantine()
 {
+    if (!folderProblem().isNull())
+        return;
     const QString folder = quarantineFolderPath();
     for (const QVariantMap &record : std::as_const(quarantinedFilesDataArray)) {
         const QString name = record.value(QStringLiteral("quarantineFileName")).toString();
@@ -487,20 +504,28 @@ QString QVQuarantineStore::authorizedMoveFileToQuarantine(const QString &source,
     if (QVForkStorage::readFinderInfo(source, &info, &infoPlace) != 0
         || infoPlace != Place::ExtendedAttribute)
         info.clear();
-    const QString mv = QStringLiteral("/bin/mv");
-    QString error = runner->runWithAdministratorRights(mv, { QStringLiteral("-f"), source, destination });
+    // -T: a destination that appeared meanwhile as a link to a folder is
+    // replaced, never entered; "--": no path is ever read as an option.
+    auto mv = [&runner](const QString &from, const QString &to) {
+        return runner->runWithAdministratorRights(QStringLiteral("/bin/mv"),
+            { QStringLiteral("-f"), QStringLiteral("-T"), QStringLiteral("--"), from, to });
+    };
+    if (const QString link = QVForkStorage::linkedCompanion(source); !link.isNull())
+        return QVAtomicFile::errorText(link, ELOOP);
+    QString error = mv(source, destination);
     if (!error.isNull())
         return error;
     for (int i = 0; i < companions.size(); ++i) {
-        QDir().mkpath(QFileInfo(companionTargets.at(i)).absolutePath());
-        error = runner->runWithAdministratorRights(
-            mv, { QStringLiteral("-f"), companions.at(i), companionTargets.at(i) });
+        const QString folder = QFileInfo(companionTargets.at(i)).absolutePath();
+        const int folderError
+            = folder == QFileInfo(destination).absolutePath() ? 0 : QVAtomicFile::makeFolder(folder);
+        error = folderError ? QVAtomicFile::errorText(folder, folderError)
+                            : mv(companions.at(i), companionTargets.at(i));
         if (!error.isNull()) {
             // Never leave the font apart from its fork: put everything back.
             for (int j = i - 1; j >= 0; --j)
-                runner->runWithAdministratorRights(
-                    mv, { QStringLiteral("-f"), companionTargets.at(j), companions.at(j) });
-            runner->runWithAdministratorRights(mv, { QStringLiteral("-f"), destination, source });
+                mv(companionTargets.at(j), companions.at(j));
+            mv(destination, source);
             return error;
         }
     }
@@ -522,7 +547,10 @@ QString QVQuarantineStore::authorizedDeleteFile(const QString &path)
 {
     if (!getAuthorization())
         return QString::fromLatin1(QVPrivilegedRunner::kNotAuthorized);
-    QStringList arguments { QStringLiteral("-fr"), path };
+    if (const QString link = QVForkStorage::linkedCompanion(path); !link.isNull())
+        return QVAtomicFile::errorText(link, ELOOP);
+    // Files only (no -r), and no path taken for an option.
+    QStringList arguments { QStringLiteral("-f"), QStringLiteral("--"), path };
     arguments << QVFilePair::companions(path);
     return QVPrivilegedRunner::shared()->runWithAdministratorRights(QStringLiteral("/bin/rm"), arguments);
 }

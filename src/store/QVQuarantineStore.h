@@ -41,6 +41,10 @@ public:
     QUrl getQuarantineFolder() const;
     // Its path without a trailing slash.
     QString quarantineFolderPath() const;
+    // Null when the data folder and the quarantine folder are folders (or not
+    // made yet); else why nothing may be moved into or out of them: one that
+    // is a symbolic link is never followed.
+    QString folderProblem() const;
     QString indexPath() const;
     QString journalPath() const;
 
@@ -76,10 +80,10 @@ public:
     // Privileged operations. Polkit grants on the first run, so there is
     // nothing to obtain up front: "authorized" means a runner is available.
     bool getAuthorization();
-    // pkexec /bin/mv -f SRC DST, and the same for each companion of SRC. The
-    // runner is waited for, so the result says what happened.
+    // pkexec /bin/mv -f -T -- SRC DST, and the same for each companion of SRC.
+    // The runner is waited for, so the result says what happened.
     QString authorizedMoveFileToQuarantine(const QString &source, const QString &destination);
-    // pkexec /bin/rm -fr PATH COMPANIONS...
+    // pkexec /bin/rm -f -- PATH COMPANIONS...
     QString authorizedDeleteFile(const QString &path);
 
     // The first free "FOLDER/NAME", "FOLDER/BASE N.EXT" or (keepExtension

@@ -1,5 +1,6 @@
 #include "store/QVReportStore.h"
 
+#include "platform/QVAtomicFile.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
@@ -13,7 +14,6 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <algorithm>
 
@@ -76,6 +76,9 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     name.remove(QLatin1Char('/'));
     name.remove(QLatin1Char(' '));
     name = truncatedToBytes(name, kMaxNameBytes);
+    // Never a hidden file, nor one a scan takes for a sidecar ("._").
+    if (name.startsWith(QLatin1Char('.')))
+        name[0] = QLatin1Char('_');
     if (name.isEmpty())
         name = QStringLiteral("Report");
 
@@ -86,15 +89,10 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
     for (int number = 1; pathIsTaken(path) || path == indexPath; ++number)
         path = QStringLiteral("%1/%2_%3").arg(reportFolderPath(), name, QString::number(number));
 
-    QSaveFile file(path);
     const QByteArray data = report.value(QStringLiteral("reportData")).toString().toUtf8();
     QString error;
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size()) {
-        error = file.errorString();
-        file.cancelWriting();
-    } else if (!file.commit()) {
-        error = file.errorString();
-    }
+    if (const int failed = QVAtomicFile::write(path, data, QVAtomicFile::FolderNotLink))
+        error = QVAtomicFile::errorText(path, failed);
     if (!error.isNull()) {
         qCWarning(lcStore).noquote() << QStringLiteral("Error: addFileToReports %1").arg(error);
         return error;
@@ -179,7 +177,8 @@ void QVReportStore::clearReports()
         if (isInsideReportFolder(path) && QVFileSystem::exists(path))
             QFile::remove(path);
     }
-    QFile::remove(reportFolderPath() + QLatin1Char('/') + kIndexName);
+    if (!QVAtomicFile::isSymLink(reportFolderPath()) && !QVAtomicFile::isSymLink(QVDataFolder::path()))
+        QFile::remove(reportFolderPath() + QLatin1Char('/') + kIndexName);
 }
 
 QString QVReportStore::cleanFontCaches()
@@ -194,11 +193,9 @@ QString QVReportStore::cleanFontCaches()
                 << QStringLiteral("Error: cleanFontCaches could not remove %1").arg(userCache.filePath(name));
     }
 
-    QString fcCache = QStandardPaths::findExecutable(QStringLiteral("fc-cache"));
-    if (fcCache.isEmpty())
-        fcCache = QStringLiteral("/usr/bin/fc-cache");
-    const QString error
-        = QVPrivilegedRunner::shared()->runWithAdministratorRights(fcCache, { QStringLiteral("-r") });
+    // Where the package puts it, never whatever PATH finds first: it runs as root.
+    const QString error = QVPrivilegedRunner::shared()->runWithAdministratorRights(
+        QStringLiteral("/usr/bin/fc-cache"), { QStringLiteral("-r") });
     if (!error.isNull())
         qCWarning(lcStore).noquote() << QStringLiteral("Error: cleanFontCaches %1").arg(error);
     return error;
@@ -298,6 +295,8 @@ bool QVReportStore::isInsideReportFolder(const QString &filePath) const
     if (filePath.isEmpty())
         return false;
     const QFileInfo info(QDir::cleanPath(filePath));
+    // A folder of ours replaced by a link names someone else's files.
     return info.isAbsolute() && info.absolutePath() == QDir::cleanPath(reportFolderPath())
-        && info.fileName() != kIndexName;
+        && info.fileName() != kIndexName && !QVAtomicFile::isSymLink(reportFolderPath())
+        && !QVAtomicFile::isSymLink(QVDataFolder::path());
 }

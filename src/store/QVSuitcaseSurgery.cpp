@@ -193,10 +193,7 @@ QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
             problem = QStringLiteral("The suitcase \"%1\" does not hold the %2 of \"%3\" (size %4, style %5, "
                                      "ID %6); the quarantined copy is kept")
                           .arg(suitcasePath, size < 1 ? QStringLiteral("outline") : QStringLiteral("strike"),
-                              familyName)
-                          .arg(size)
-                          .arg(style)
-                          .arg(id);
+                              familyName, QString::number(size), QString::number(style), QString::number(id));
     }
     m_fork.closeResourceFile(suitcaseRef);
     m_fork.closeResourceFile(quarantineRef);
@@ -214,6 +211,8 @@ QString QVSuitcaseSurgery::moveFontFromSuitcaseToQuarantine(
 {
     if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine)
         return QString();
+    if (const QString problem = m_store->folderProblem(); !problem.isNull())
+        return problem;
     const QString folder = m_store->getQuarantineFolder().toLocalFile().chopped(1);
     const QString destination
         = QVQuarantineStore::uniqueDestination(folder, fileNameForFamily(fontStatus->fontName), false);
@@ -434,7 +433,8 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 QString error;
                 const QVFilePair::Result deleted = QVFilePair::remove(path);
                 if (!deleted)
-                    error = m_store->authorizedDeleteFile(path);
+                    error = permissionRefused(deleted.error) ? m_store->authorizedDeleteFile(path)
+                                                             : deleted.message;
                 if (!error.isNull())
                     (toQuarantine ? fontStatus->movedToQuarantineErrorInfo
                                   : fontStatus->movedToLibraryErrorInfo)

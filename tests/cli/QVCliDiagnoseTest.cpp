@@ -1,4 +1,6 @@
 // quorvel-cli diagnose, run as a separate process over real folders.
+#include "platform/QVForkStorage.h"
+#include "store/QVStoreFixtures.h"
 #include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
@@ -128,4 +130,21 @@ TEST(QuorvelCliDiagnose, ReportIsWrittenAfterTheResolutionAndListed)
     ASSERT_EQ(reports.size(), 1) << qPrintable(list.out);
     EXPECT_EQ(reports.at(0)[QStringLiteral("filePath")].toString(), reportPath);
     EXPECT_EQ(reports.at(0)[QStringLiteral("qv_total_problems")].toVariant().toString(), QStringLiteral("2"));
+}
+
+TEST(QuorvelCliDiagnose, ASidecarThatIsALinkIsNeitherFollowedNorMoved)
+{
+    // An unpacked archive may hold "._Times" pointing at someone else's file.
+    QVTestHome home;
+    const QString elsewhere = home.path() + "/elsewhere/Times";
+    ASSERT_TRUE(QVStoreFixtures::makeSuitcase(elsewhere,
+        QVStoreFixtures::dejaVuSerifFork(home.path() + "/work"), QVForkStorage::Place::AppleDouble));
+    const QString victim = home.path() + "/elsewhere/._Times";
+    const QString before = QVStoreFixtures::fileSha256(victim);
+    const QString font = home.writeFile("scan/Times", {});
+    ASSERT_TRUE(QFile::link(victim, home.path() + "/scan/._Times"));
+    runDiagnose(home, { "diagnose", "--resolve", home.path() + "/scan" });
+    EXPECT_EQ(QVStoreFixtures::fileSha256(victim), before);
+    EXPECT_TRUE(QFileInfo::exists(font));
+    EXPECT_TRUE(QFileInfo(home.path() + "/scan/._Times").isSymLink());
 }

@@ -132,6 +132,25 @@ TEST(QVResourceFile, DamagedMapsAreRefusedAndBadDataIsMarked)
     QByteArray dataLength = good;
     dataLength[256] = char(0x7F); // first resource's length word
     EXPECT_FALSE(QVResourceFile::parse(dataLength, &error)->entries.at(0).dataValid);
+
+    // References into one another's data: those at one place share its bytes,
+    // one inside another's data (more than the data area holds) is unreadable.
+    // A small fork never becomes many copies of itself in memory.
+    QVResourceFile overlapping;
+    overlapping.entries.append(entry("TEST", 0, QByteArray::fromHex("00000300") + QByteArray(996, 'a')));
+    for (int i = 1; i <= 100; ++i)
+        overlapping.entries.append(entry("TEST", qint16(i), "b"));
+    QByteArray bomb = serialized(overlapping);
+    const int refs = int(u32(bomb, 4)) + 28 + 2 + 8;
+    for (int i = 1; i <= 100; ++i)
+        bomb.replace(refs + 12 * i + 5, 3, QByteArray::fromHex(i % 2 ? "000000" : "000004"));
+    const auto shared = QVResourceFile::parse(bomb, &error);
+    ASSERT_TRUE(shared);
+    for (int i = 1; i <= 100; ++i) {
+        const auto &e = shared->entries.at(i);
+        EXPECT_EQ(e.dataValid, i % 2 == 1) << i;
+        EXPECT_EQ(e.data.isSharedWith(shared->entries.at(0).data), i % 2 == 1) << i;
+    }
 }
 
 TEST(QVResourceFile, LimitsOfTheFormatAreErrors)

@@ -219,7 +219,12 @@ TEST_F(LibraryLayoutTest, ATrueTypeMemberIsFiledUnderItsFullNameUnlessThatHoldsT
     EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/Foo/");
     status->fontName = "../../etc";
     status->familyName = "../..";
-    EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/_/..-../");
+    EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/_/_.-../");
+    // Nor does it hide, or pass for a sidecar that the next scan skips.
+    status->fontName = "._Times";
+    status->familyName = "._Times";
+    EXPECT_EQ(organizer->libraryFolderFor(file, status), library + "/_/__Times/");
+    EXPECT_EQ(organizer->suitcaseMemberFileName(file, status), "__Times");
 }
 
 TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamilyBack)

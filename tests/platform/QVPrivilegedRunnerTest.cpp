@@ -73,6 +73,11 @@ TEST(PrivilegedRunner, RefusalsAndFailuresOfTheLauncherAreReported)
     EXPECT_EQ(QVPrivilegedRunner(dir.path() + QStringLiteral("/no-launcher"))
                   .runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
         QStringLiteral("Authorization Error: -1"));
+    // A tool without its full path would be whatever PATH finds: never run.
+    const QString launcher = makeLauncher(dir, 0);
+    EXPECT_EQ(QVPrivilegedRunner(launcher).runWithAdministratorRights("fc-cache", { "-r" }),
+        QStringLiteral("Authorization Error: -1"));
+    EXPECT_FALSE(QFileInfo::exists(launcher + QStringLiteral(".args")));
 }
 
 TEST(PrivilegedRunner, AsRootTheToolRunsDirectly)

@@ -15,6 +15,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 using namespace QVStoreFixtures;
 
@@ -295,4 +296,94 @@ TEST(QVQuarantineRuns, AFolderChosenAfterAnErrorServesOneRowUnlessAppliedToAll)
         EXPECT_EQ(QFileInfo::exists(chosen + "/Beta.otf"), applyToAll);
         EXPECT_EQ(QFileInfo::exists(home.path() + "/f/Beta.otf"), !applyToAll);
     }
+}
+
+TEST(QVQuarantineRuns, ARestoreTakesNoPathFromTheIndexOnTrust)
+{
+    QVTestHome home;
+    QVQuarantineStore store;
+    QVSuitcaseSurgery surgery(&store);
+    auto alpha = oneFont(home.writeFile("f/Alpha.otf", "Alpha"), "Alpha");
+    ASSERT_TRUE(store.moveFileToQuarantine(alpha, alpha->fontStatusArray.first(), "r").isNull());
+    const QString evil = home.writeFile("att/a/evil", "[Desktop Entry]");
+    const QString secret = home.writeFile("docs/id_rsa", "secret");
+    QFile::link(evil, store.quarantineFolderPath() + "/Link.otf");
+    // Records another user wrote into the index.
+    auto forged = [&](const QString &name, const QString &original, const QString &font) {
+        QVariantMap record = store.quarantinedFilesDataArray.first();
+        record.insert("quarantineFileName", name);
+        record.insert("originalFilePath", original);
+        record.insert("fontNames", QStringList { font });
+        store.quarantinedFilesDataArray.append(record);
+    };
+    forged("../../../../att/a/evil", home.path() + "/.config/autostart/evil.desktop", "Evil");
+    forged("../../../../docs/id_rsa", home.path() + "/att/stolen", "Steal");
+    forged("Dots.otf", home.path() + "/att/../f/Other.otf", "Dots");
+    forged("Link.otf", home.path() + "/.config/autostart/link.desktop", "Link");
+    ASSERT_TRUE(store.commitQuarantine().isNull());
+    QDir(home.path() + "/f").removeRecursively();
+
+    QVQuarantineStore reloaded;
+    QVQuarantineRuns runs(&reloaded, &surgery);
+    for (int i = 0; i < runs.rowArray.size(); ++i)
+        runs.checkedRowsArray << i;
+    const int alphaRow = rowNamed(runs, "Alpha");
+    const auto result = runs.restoreQuarantinedFiles();
+    EXPECT_EQ(result.handledRows, QList<int> { alphaRow }) << qPrintable(result.errors.join('\n'));
+    EXPECT_EQ(result.errors.size(), 4);
+    EXPECT_FALSE(QFileInfo::exists(home.path() + "/.config/autostart"));
+    EXPECT_FALSE(QFileInfo::exists(home.path() + "/att/stolen"));
+    EXPECT_FALSE(QFileInfo::exists(home.path() + "/f/Other.otf"));
+    EXPECT_EQ(fileSha256(secret), sha256("secret"));
+    EXPECT_EQ(fileSha256(evil), sha256("[Desktop Entry]"));
+    EXPECT_EQ(reloaded.quarantinedFilesDataArray.size(), 4);
+    // The folder a restore makes again has the user's default permissions.
+    EXPECT_EQ(fileSha256(home.path() + "/f/Alpha.otf"), sha256("Alpha"));
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    struct stat st;
+    ASSERT_EQ(::stat(QFile::encodeName(home.path() + "/f").constData(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0777 & ~mask);
+}
+
+TEST(QVQuarantineRuns, LinksInOrInPlaceOfTheQuarantineAreNeverFollowed)
+{
+    QVTestHome home;
+    QVQuarantineStore store;
+    QVSuitcaseSurgery surgery(&store);
+    auto font = oneFont(home.writeFile("f/Truncated.ttf", "font"), "Truncated");
+    ASSERT_TRUE(store.moveFileToQuarantine(font, font->fontStatusArray.first(), "r").isNull());
+    ASSERT_TRUE(store.commitQuarantine().isNull());
+    const QString quarantine = store.quarantineFolderPath();
+    const QString victim = home.writeFile("elsewhere/Truncated.ttf", "victim");
+    const QString elsewhere = QFileInfo(victim).absolutePath();
+
+    // A companion folder that is a link: the remove is refused, the font stays listed.
+    ASSERT_TRUE(QFile::link(elsewhere, quarantine + "/.AppleDouble"));
+    QVQuarantineRuns runs(&store, &surgery);
+    runs.checkedRowsArray = { 0 };
+    auto result = runs.removeQuaratinedFiles();
+    EXPECT_TRUE(result.handledRows.isEmpty());
+    EXPECT_EQ(result.errors.size(), 1);
+    EXPECT_TRUE(QFileInfo::exists(quarantine + "/Truncated.ttf"));
+    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 1);
+    ASSERT_TRUE(QFile::remove(quarantine + "/.AppleDouble"));
+
+    // The quarantine folder itself replaced by a link: nothing goes in or out.
+    ASSERT_TRUE(QDir().rename(quarantine, quarantine + ".real"));
+    ASSERT_TRUE(QFile::link(elsewhere, quarantine));
+    runs.checkedRowsArray = { 0 };
+    result = runs.removeQuaratinedFiles();
+    EXPECT_TRUE(result.handledRows.isEmpty());
+    EXPECT_EQ(result.errors.size(), 1);
+    runs.checkedRowsArray = { 0 };
+    result = runs.restoreQuarantinedFiles();
+    EXPECT_TRUE(result.handledRows.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(home.path() + "/f/Truncated.ttf"));
+    auto other = oneFont(home.writeFile("f/Other.ttf", "other"), "Other");
+    EXPECT_FALSE(store.moveFileToQuarantine(other, other->fontStatusArray.first(), "r").isNull());
+    EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/Other.ttf"));
+    store.clearQuarantine();
+    EXPECT_EQ(fileSha256(victim), sha256("victim"));
+    EXPECT_EQ(QDir(elsewhere).entryList(QDir::Files | QDir::Hidden), QStringList { "Truncated.ttf" });
 }

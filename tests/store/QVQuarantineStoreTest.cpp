@@ -16,6 +16,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -60,7 +61,7 @@ public:
     {
         calls << (QStringList { program } + arguments).join(QLatin1Char(' '));
         if (m_perform && program == QLatin1String("/bin/mv"))
-            QFile::rename(arguments.at(1), arguments.at(2));
+            QFile::rename(arguments.at(arguments.size() - 2), arguments.last());
         return m_answer;
     }
     QStringList calls;
@@ -103,6 +104,9 @@ TEST(QVQuarantineStore, CollidingNamesAreNumberedAndTheIndexIsAnApplePlist)
             QStringLiteral("fonts/%1/Foo.otf").arg(QLatin1String(folder)), "OTTO" + QByteArray(folder));
     sources << home.writeFile(QStringLiteral("fonts/a/Foo"), "plain");
     sources << home.writeFile(QStringLiteral("fonts/b/Foo"), "plain2");
+    // Names are joined, never formatted: "%1" in a name stays.
+    sources << home.writeFile(QStringLiteral("fonts/a/A%1B%2.ttf"), "pct");
+    sources << home.writeFile(QStringLiteral("fonts/b/A%1B%2.ttf"), "pct2");
     for (const QString &source : sources)
         EXPECT_TRUE(
             store
@@ -113,7 +117,8 @@ TEST(QVQuarantineStore, CollidingNamesAreNumberedAndTheIndexIsAnApplePlist)
     QStringList names;
     for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray))
         names << record.value(QStringLiteral("quarantineFileName")).toString();
-    EXPECT_EQ(names, (QStringList { "Foo.otf", "Foo 1.otf", "Foo 2.otf", "Foo", "Foo 1" }));
+    EXPECT_EQ(names,
+        (QStringList { "Foo.otf", "Foo 1.otf", "Foo 2.otf", "Foo", "Foo 1", "A%1B%2.ttf", "A%1B%2 1.ttf" }));
     EXPECT_EQ(fileSha256(quarantined(store, "Foo 1.otf")), sha256("OTTOb"));
     for (const QString &source : sources)
         EXPECT_FALSE(QFileInfo::exists(source));
@@ -133,7 +138,7 @@ print(len(records), r['quarantineFileName'], r['originalFilePath'].endswith('/b/
     EXPECT_EQ(status, 0) << qPrintable(out);
     EXPECT_EQ(out.trimmed(),
         QStringLiteral(
-            "5 Foo 1.otf True 1 1 · Bad Table Data ['Foo'] ['Foo-Regular'] ['Regular'] ['-'] [5]"));
+            "7 Foo 1.otf True 1 1 · Bad Table Data ['Foo'] ['Foo-Regular'] ['Regular'] ['-'] [5]"));
 
     // A second store reads the same index back.
     QVQuarantineStore again;
@@ -314,7 +319,7 @@ TEST(QVQuarantineStore, RefusedMovesGoToThePrivilegedRunnerAndMarkNothingUnmoved
     const QString error = store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r");
     EXPECT_EQ(error, QStringLiteral("Not Authorized"));
     ASSERT_EQ(refused->calls.size(), 1);
-    EXPECT_EQ(refused->calls.first(), "/bin/mv -f " + path + " " + quarantined(store, "Foo.otf"));
+    EXPECT_EQ(refused->calls.first(), "/bin/mv -f -T -- " + path + " " + quarantined(store, "Foo.otf"));
     EXPECT_FALSE(file->fontStatusArray.first()->movedToQuarantine);
     EXPECT_FALSE(file->fileMovedToQuarantine);
     EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
@@ -341,7 +346,54 @@ TEST(QVQuarantineStore, RefusedMovesGoToThePrivilegedRunnerAndMarkNothingUnmoved
     EXPECT_TRUE(QFileInfo::exists(quarantined(store, "._Foo.otf")));
     EXPECT_EQ(store.authorizedDeleteFile(quarantined(store, "Foo.otf")), QString());
     EXPECT_EQ(granted->calls.last(),
-        "/bin/rm -fr " + quarantined(store, "Foo.otf") + " " + quarantined(store, "._Foo.otf"));
+        "/bin/rm -f -- " + quarantined(store, "Foo.otf") + " " + quarantined(store, "._Foo.otf"));
+    QVPrivilegedRunner::setShared(nullptr);
+}
+
+namespace
+{
+
+// The real tools, run as root with no launcher, after another user has put
+// something in the place chosen for them.
+class PlantingRunner : public QVPrivilegedRunner
+{
+public:
+    std::function<void()> plant;
+    QString runWithAdministratorRights(const QString &program, const QStringList &arguments) override
+    {
+        if (plant)
+            std::exchange(plant, nullptr)();
+        return QVPrivilegedRunner::runWithAdministratorRights(program, arguments);
+    }
+};
+
+} // namespace
+
+TEST(QVQuarantineStore, PrivilegedToolsNeverFollowWhatIsPlantedInTheirWay)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "runs mv and rm as root, as CI does";
+    QVTestHome home;
+    QVQuarantineStore store;
+    store.getQuarantineFolder();
+    const QString elsewhere = home.path() + "/elsewhere";
+    const QString kept = home.writeFile("elsewhere/keep.otf", "keep");
+    const QString path = home.writeFile("fonts/Foo.otf", "OTTO");
+    const QString destination = quarantined(store, "Foo.otf");
+    auto runner = std::make_shared<PlantingRunner>();
+    QVPrivilegedRunner::setShared(runner);
+    // The chosen name turns into a link to a folder before root's mv runs.
+    runner->plant = [&] { QFile::link(elsewhere, destination); };
+    EXPECT_TRUE(store.authorizedMoveFileToQuarantine(path, destination).isNull());
+    EXPECT_FALSE(QFileInfo(destination).isSymLink());
+    EXPECT_EQ(fileSha256(destination), sha256("OTTO"));
+    EXPECT_EQ(QDir(elsewhere).entryList(QDir::Files), QStringList { "keep.otf" });
+    // A folder where a quarantined file was is not emptied by the delete.
+    ASSERT_TRUE(QFile::remove(destination));
+    ASSERT_TRUE(QDir().mkpath(destination));
+    QFile::copy(kept, destination + "/keep.otf");
+    EXPECT_FALSE(store.authorizedDeleteFile(destination).isNull());
+    EXPECT_TRUE(QFileInfo::exists(destination + "/keep.otf"));
     QVPrivilegedRunner::setShared(nullptr);
 }
 
@@ -465,14 +517,14 @@ public:
     {
         if (program != QLatin1String("/bin/mv"))
             return QStringLiteral("Authorization Error: 1");
-        QFile in(arguments.at(1));
-        QFile out(arguments.at(2));
+        QFile in(arguments.at(arguments.size() - 2));
+        QFile out(arguments.last());
         if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly | QIODevice::NewOnly))
             return QStringLiteral("Authorization Error: 1");
         out.write(in.readAll());
         out.close();
         in.close();
-        QFile::remove(arguments.at(1));
+        QFile::remove(in.fileName());
         return QString();
     }
 };

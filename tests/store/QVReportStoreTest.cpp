@@ -193,6 +193,16 @@ TEST(ReportStore, ClearingRemovesReportsAndIndexButKeepsFolderAndOutsideFiles)
     EXPECT_TRUE(QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(outside));
     EXPECT_EQ(store.reportFilesDataArray().size(), 3); // the caller resets it
+
+    // The Reports folder replaced by a link: nothing where it points is deleted.
+    const QString elsewhere = QFileInfo(outside).absolutePath();
+    home.writeFile(QStringLiteral("Documents/dataSource"), "theirs");
+    ASSERT_TRUE(QDir().rename(folder, folder + QStringLiteral(".real")));
+    ASSERT_TRUE(QFile::link(elsewhere, folder));
+    store.addFileToReportsDataSource(folder + QStringLiteral("/keep.html"), QStringLiteral("Linked"), {});
+    store.clearReports();
+    EXPECT_FALSE(store.removeReports({ folder + QStringLiteral("/keep.html") }).isEmpty());
+    EXPECT_EQ(QDir(elsewhere).entryList(QDir::Files), QStringList({ "dataSource", "keep.html" }));
 }
 
 TEST(ReportStore, RenameAndRemoveFollowTheNewestReportInTheSettings)
@@ -239,6 +249,11 @@ TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsFcCacheWithRights)
     const QString tag = home.writeFile(QStringLiteral(".cache/fontconfig/CACHEDIR.TAG"), "tag");
     const QString other = home.writeFile(QStringLiteral(".cache/other/x.cache-8"), "other");
 
+    // A tool of that name first in PATH is not what root runs.
+    const QString decoy = home.writeFile(QStringLiteral("bin/fc-cache"), "#!/bin/sh\n");
+    QFile::setPermissions(decoy, QFile::permissions(decoy) | QFileDevice::ExeOwner);
+    const QByteArray savedPath = qgetenv("PATH");
+    qputenv("PATH", QFileInfo(decoy).absolutePath().toUtf8() + ":" + savedPath);
     auto runner = std::make_shared<RecordingRunner>(QString());
     QVPrivilegedRunner::setShared(runner);
     QVReportStore store;
@@ -247,10 +262,9 @@ TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsFcCacheWithRights)
     EXPECT_FALSE(QFileInfo::exists(cache));
     EXPECT_TRUE(QFileInfo::exists(tag));
     EXPECT_TRUE(QFileInfo::exists(other));
+    qputenv("PATH", savedPath);
     ASSERT_EQ(runner->calls.size(), 1);
-    EXPECT_TRUE(runner->calls.first().first().endsWith(QStringLiteral("/fc-cache")));
-    EXPECT_TRUE(QFileInfo(runner->calls.first().first()).isAbsolute());
-    EXPECT_EQ(runner->calls.first().mid(1), QStringList({ "-r" }));
+    EXPECT_EQ(runner->calls.first(), QStringList({ "/usr/bin/fc-cache", "-r" }));
 
     QVPrivilegedRunner::setShared(std::make_shared<RecordingRunner>(QStringLiteral("Not Authorized")));
     EXPECT_EQ(store.cleanFontCaches(), QStringLiteral("Not Authorized"));

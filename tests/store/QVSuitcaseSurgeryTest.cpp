@@ -8,6 +8,7 @@
 #include "store/QVQuarantineRuns.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVStoreFixtures.h"
+#include "support/QVSmallDisk.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
@@ -438,6 +439,35 @@ TEST_F(SuitcaseTest, ASuitcaseThatCannotBeRewrittenKeepsItsFontAndNothingIsMarke
     EXPECT_FALSE(QFileInfo::exists(store.quarantineFolderPath() + "/._DejaVu Serif"));
     EXPECT_EQ(forkHashes(path), before);
     // Nothing half-done is left for a later load to record.
+    EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
+}
+
+TEST_F(SuitcaseTest, AFullDiskLeavesTheSourceForkByteIdenticalWhereverItLives)
+{
+    QVSmallDisk disk(home.path() + "/disk");
+    if (!disk.mounted())
+        GTEST_SKIP() << "mounting a small tmpfs needs root";
+    const QString sidecar = disk.path() + "/ad/Times", netatalk = disk.path() + "/nt/Times";
+    ASSERT_TRUE(makeSuitcase(sidecar, mergeForks(c059, serif), QVForkStorage::Place::AppleDouble));
+    ASSERT_TRUE(makeSuitcase(netatalk, mergeForks(c059, serif), QVForkStorage::Place::NetatalkFolder));
+    const QStringList companions = { disk.path() + "/ad/._Times", disk.path() + "/nt/.AppleDouble/Times" };
+    const QStringList before = { fileSha256(companions.at(0)), fileSha256(companions.at(1)) };
+    ASSERT_TRUE(disk.fill());
+    for (const QString &path : { sidecar, netatalk }) {
+        auto file = suitcaseRecord(path);
+        auto serifStatus = member(file, "DejaVu Serif", 10, "Plain");
+        ASSERT_TRUE(serifStatus);
+        // The copy reaches the quarantine (another disk); rewriting the source cannot.
+        const QString error = surgery.moveFontFromSuitcaseToQuarantine(file, serifStatus, "r");
+        EXPECT_EQ(error, QStringLiteral("File Resource Error (Disk is full)")) << qPrintable(path);
+        EXPECT_FALSE(serifStatus->movedToQuarantine);
+    }
+    EXPECT_EQ(fileSha256(companions.at(0)), before.at(0));
+    EXPECT_EQ(fileSha256(companions.at(1)), before.at(1));
+    EXPECT_EQ(QDir(disk.path() + "/ad").entryList(QDir::Files | QDir::Hidden).size(), 2);
+    EXPECT_EQ(QDir(disk.path() + "/nt/.AppleDouble").entryList(QDir::Files | QDir::Hidden).size(), 1);
+    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
+    EXPECT_FALSE(QFileInfo::exists(store.quarantineFolderPath() + "/DejaVu Serif"));
     EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
 }
 
