@@ -3,6 +3,7 @@
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVWriteFault.h"
 
 #include <QDir>
 #include <QFile>
@@ -77,9 +78,9 @@ int copyBytes(const QString &from, const QString &to)
         ::close(in);
         return error;
     }
-    int error = 0;
+    int error = QVWriteFault::check();
     char buffer[64 * 1024];
-    for (;;) {
+    while (!error) {
         const ssize_t got = ::read(in, buffer, sizeof buffer);
         if (got < 0) {
             if (errno == EINTR)

@@ -4,6 +4,7 @@
 #include "engine/QVResourceManager.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
+#include "platform/QVWriteFault.h"
 
 #include <QDir>
 #include <QFile>
@@ -74,6 +75,8 @@ std::optional<QByteArray> readFile(const QString &path, qint16 *error)
 // Writes a file atomically (temporary file and rename).
 qint16 writeFileAtomically(const QString &path, const QByteArray &bytes)
 {
+    if (QVWriteFault::check())
+        return QVResourceError::DskFull;
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return file.error() == QFileDevice::PermissionsError ? QVResourceError::Permission

@@ -1,11 +1,14 @@
 #include "store/QVPropertyList.h"
 
+#include "platform/QVWriteFault.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QSaveFile>
 #include <QTimeZone>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
+#include <cstring>
 
 namespace
 {
@@ -182,10 +185,17 @@ private:
             if (m_xml.hasError())
                 return QVariant();
             list.append(value);
+            if (depth == 0)
+                salvaged.append(value);
         }
         return list;
     }
 
+public:
+    // The complete items of the root array read before any error.
+    QVariantList salvaged;
+
+private:
     QXmlStreamReader m_xml;
 };
 
@@ -213,8 +223,17 @@ QVariant QVPropertyList::fromXml(const QByteArray &xml, QString *error)
     return Reader(xml).read(error);
 }
 
+QVariantList QVPropertyList::salvageList(const QByteArray &xml)
+{
+    Reader reader(xml);
+    reader.read(nullptr);
+    return reader.salvaged;
+}
+
 QString QVPropertyList::writeFile(const QString &path, const QVariant &root)
 {
+    if (const int fault = QVWriteFault::check())
+        return QString::fromLocal8Bit(std::strerror(fault));
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return file.errorString();

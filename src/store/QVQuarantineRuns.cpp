@@ -11,7 +11,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <algorithm>
-#include <set>
 
 namespace
 {
@@ -77,7 +76,9 @@ void QVQuarantineRuns::updateRowArray()
             row.insert(QStringLiteral("fontFileType"), record.value(QStringLiteral("fontFileType")).toInt());
             row.insert(QStringLiteral("quarantineFileName"), value(record, "quarantineFileName"));
             row.insert(QStringLiteral("originalFilePath"), original);
-            row.insert(QStringLiteral("fileName"), QFileInfo(original).fileName());
+            // A file found in the quarantine without a record has only its own name.
+            row.insert(QStringLiteral("fileName"),
+                original.isEmpty() ? value(record, "quarantineFileName") : QFileInfo(original).fileName());
             row.insert(QStringLiteral("reason"), value(record, "reason"));
             rowArray.append(row);
         }
@@ -136,7 +137,8 @@ double QVQuarantineRuns::rowHeight(const QVariantMap &row)
 }
 
 template <typename Handler>
-QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QString &label)
+QVQuarantineRuns::RunResult QVQuarantineRuns::run(
+    Handler handleRow, const QString &label, const QString &kind)
 {
     RunResult result;
     cancelRequested = false;
@@ -150,7 +152,8 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QStri
         progress->setLabel(label);
         progress->setMaximum(100);
     }
-    std::set<int> recordsToRemove;
+    QList<QVariantMap> recordsToRemove;
+    const QString quarantine = m_store->quarantineFolderPath();
     for (const int rowNumber : checked) {
         if (withProgress) {
             if (cancelRequested) {
@@ -163,6 +166,26 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QStri
         if (rowNumber < 0 || rowNumber >= rowArray.size())
             continue;
         const QVariantMap row = rowArray.at(rowNumber);
+        // The records that belong to the row.
+        const QString name = value(row, "quarantineFileName");
+        const bool member = isSuitcaseMember(row);
+        QList<QVariantMap> records;
+        for (const QVariantMap &record : std::as_const(m_store->quarantinedFilesDataArray)) {
+            if (value(record, "quarantineFileName") != name)
+                continue;
+            if (member
+                && !record.value(QStringLiteral("fontNames")).toStringList().contains(value(row, "fontName")))
+                continue;
+            records.append(record);
+        }
+        // Recorded before the file leaves, so that a run cut short still
+        // knows it left; a run whose journal cannot be written stops here.
+        if (!name.isEmpty() && !name.contains(QLatin1Char('/'))
+            && exists(quarantine + QLatin1Char('/') + name)
+            && !m_store->journalRemoval(kind, name, records)) {
+            result.errors << m_store->quarantineError();
+            break;
+        }
         QString error;
         if (!handleRow(row, &error)) {
             if (!error.isEmpty())
@@ -170,27 +193,12 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QStri
             continue;
         }
         result.handledRows << rowNumber;
-        // The records that belong to the row.
-        const QString name = value(row, "quarantineFileName");
-        const bool member = isSuitcaseMember(row);
-        const auto &records = m_store->quarantinedFilesDataArray;
-        for (int i = 0; i < records.size(); ++i) {
-            if (value(records.at(i), "quarantineFileName") != name)
-                continue;
-            if (member
-                && !records.at(i)
-                        .value(QStringLiteral("fontNames"))
-                        .toStringList()
-                        .contains(value(row, "fontName")))
-                continue;
-            recordsToRemove.insert(i);
-        }
+        recordsToRemove += records;
     }
     if (withProgress)
         progress->setValue(100);
     if (!result.handledRows.isEmpty()) {
-        for (auto it = recordsToRemove.rbegin(); it != recordsToRemove.rend(); ++it)
-            m_store->quarantinedFilesDataArray.removeAt(*it);
+        m_store->removeRecords(recordsToRemove);
         checkedRowsArray.clear();
         updateRowArray();
         result.commitError = m_store->commitQuarantine();
@@ -218,7 +226,9 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         }
         QString failure;
         const QString parent = QFileInfo(destination).absolutePath();
-        if (folder.isEmpty()) {
+        if (destination.isEmpty()) {
+            failure = QStringLiteral("Where it came from is not known; restore it into a chosen folder");
+        } else if (folder.isEmpty()) {
             if (QFileInfo(parent).isDir()) {
                 if (!QFileInfo(parent).isWritable())
                     failure = QStringLiteral("You don't have permission to write to the folder \"%1\"")
@@ -262,7 +272,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         after();
         return failure.isEmpty();
     };
-    return run(restoreRow, QStringLiteral("Restoring Font files..."));
+    return run(restoreRow, QStringLiteral("Restoring Font files..."), QStringLiteral("restore"));
 }
 
 QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
@@ -287,7 +297,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
         }
         return true;
     };
-    return run(removeRow, QStringLiteral("Removing Font Files..."));
+    return run(removeRow, QStringLiteral("Removing Font Files..."), QStringLiteral("remove"));
 }
 
 qint16 QVQuarantineRuns::removeFontFromSuitcase(const QVariantMap &row)

@@ -2,6 +2,7 @@
 
 #include "engine/QVResourceManager.h"
 #include "platform/QVFilePair.h"
+#include "platform/QVFileTimes.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVLog.h"
 #include "store/QVQuarantineStore.h"
@@ -186,8 +187,9 @@ QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
             }
         }
         const QVResourceHandle there = memberResource(suitcaseRef, size, listedID);
-        // A family added anew brings the members the suitcase lacks; a merge brings none.
-        if (there ? there->data != held->data : bool(existing))
+        // The member must be there as it is, or arrive: under its own ID when
+        // the family record is to list it there and that ID is free.
+        if (there ? there->data != held->data : listedID != id)
             problem = QStringLiteral("The suitcase \"%1\" does not hold the %2 of \"%3\" (size %4, style %5, "
                                      "ID %6); the quarantined copy is kept")
                           .arg(suitcasePath, size < 1 ? QStringLiteral("outline") : QStringLiteral("strike"),
@@ -238,6 +240,11 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
     const QString path = fontStatus->fontURL.isEmpty() ? fontFile->URL : fontStatus->fontURL;
     const QString destinationName = QFileInfo(destination).fileName();
     const QDateTime created = QVForkStorage::creationDate(path);
+    // Taking a font out makes no font newer: the source keeps its times, and
+    // the new suitcase gets them and the source's Finder info.
+    const QVFileTimes times = QVFileTimes::read(path);
+    QByteArray finderInfo;
+    QVForkStorage::readFinderInfo(path, &finderInfo);
     const bool isTrueType = fontStatus->fontSize == 0;
 
     auto finish = [&]() {
@@ -263,7 +270,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
         if (toQuarantine
             && !m_store->journalIntent(QStringLiteral("file"), path,
                 QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason)))
-            return QStringLiteral("Could not write the quarantine journal");
+            return m_store->quarantineError();
         const QVFilePair::Result moved = QVFilePair::move(path, destination);
         QString error = moved ? QString() : moved.message;
         // Refused for lack of rights: moved with administrator rights instead
@@ -293,6 +300,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
 
     // Copy phase: a new suitcase holding the family record cut down to the font.
     bool copied = false;
+    QString copyError;
     for (int i = 1; i <= count && !copied; ++i) {
         const QVResourceHandle fond = m_fork.getIndexResource(ref, kFOND, i);
         if (!fond || m_fork.resourceError() != 0 || fond->data.size() < kMinimumFONDSize)
@@ -300,7 +308,6 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
         HandleLock locked(fond);
         const QVariantMap info = m_fork.getResourceInfo(fond);
         const QString familyName = info.value(QStringLiteral("name")).toString();
-        const qint16 familyID = qint16(info.value(QStringLiteral("id")).toInt());
         if (familyName != fontStatus->fontName)
             continue;
         const int entries = entryCount(fond);
@@ -310,8 +317,10 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 continue;
             if (toQuarantine
                 && !m_store->journalIntent(QStringLiteral("suitcase"), path,
-                    QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason)))
-                break;
+                    QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason))) {
+                m_fork.closeResourceFile(ref);
+                return m_store->quarantineError();
+            }
             qint16 error = m_fork.createNewResourceFileAtPath(destination, kCreator, kSuitcaseType);
             const qint16 newRef
                 = error == 0 ? m_fork.openResourceFile(QVPermission::ReadWrite, destination) : -1;
@@ -327,7 +336,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             m_fork.useResourceFile(newRef);
             // A copy, so the source suitcase keeps its own record untouched.
             const QVResourceHandle family = newHandleFromBytes(fond->data);
-            error = m_fork.addResource(family, kFOND, familyID, familyName);
+            error = addCopy(fond, family, kFOND);
             if (error == 0) {
                 removeFONDAssocTables(family, psName, isTrueType, fontFile);
                 // No member of the font's kind under that name: the record went
@@ -341,15 +350,20 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             m_fork.closeResourceFile(newRef);
             if (error == 0)
                 error = m_fork.resourceError();
+            if (error == 0)
+                error = QVForkStorage::setCreationDate(destination, created);
+            if (error == 0 && finderInfo.count('\0') != finderInfo.size())
+                error = QVForkStorage::writeFinderInfo(destination, finderInfo);
             if (error != 0) {
                 qCWarning(lcStore, "Error: could not write the suitcase %s (%d)", qUtf8Printable(destination),
                     error);
                 QVFilePair::remove(destination);
                 if (toQuarantine)
                     m_store->dropLastIntent();
+                copyError = resourceErrorText(error);
                 continue;
             }
-            QVForkStorage::setCreationDate(destination, created);
+            times.apply(destination);
             if (toQuarantine) {
                 fontStatus->movedToQuarantine = true;
                 if (m_store->movedHook)
@@ -362,6 +376,8 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
     m_fork.closeResourceFile(ref);
 
     // Removal phase, only once the font is safe in its new suitcase.
+    if (!copied && !copyError.isNull())
+        return copyError;
     if (!copied || target == Target::FolderCopyOnly)
         return finish();
     ref = m_fork.openResourceFile(QVPermission::ReadWrite, path);
@@ -408,6 +424,8 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 }
                 return text;
             }
+            if (left > 0)
+                times.apply(path);
             // The marking goes by name; members of the other kind (an outline
             // beside bitmaps of the same name) are still in the suitcase.
             QList<QVStatusPtr> otherKind;
@@ -473,8 +491,6 @@ QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
     HandleLock locked(fond);
     const QVariantMap info = m_fork.getResourceInfo(fond);
     const QString familyName = info.value(QStringLiteral("name")).toString();
-    const qint16 familyID = qint16(info.value(QStringLiteral("id")).toInt());
-
     // Only into a file that is a resource file already: opening for writing
     // would give any other file a new, empty fork.
     if (!m_fork.hasResourceFork(suitcasePath)) {
@@ -488,14 +504,19 @@ QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
         m_fork.closeResourceFile(quarantineRef);
         return resourceErrorText(error);
     }
+    const QVFileTimes times = QVFileTimes::read(suitcasePath);
     m_fork.useResourceFile(suitcaseRef);
     const QVResourceHandle existing = m_fork.getNamedResource(familyName, kFOND, suitcaseRef);
+    // The family record lists the font again, and the suitcase gets its strike
+    // or outline unless it holds it already: a family record never lists a
+    // font its suitcase lacks.
     if (existing && existing->data.size() >= kMinimumFONDSize) {
         addAssocTables(fond, existing);
+        addFONDAssociatedResources(fond, quarantineRef, suitcaseRef);
     } else {
         m_fork.useResourceFile(suitcaseRef);
         const QVResourceHandle family = newHandleFromBytes(fond->data);
-        if (m_fork.addResource(family, kFOND, familyID, familyName) == 0)
+        if (addCopy(fond, family, kFOND) == 0)
             addFONDAssociatedResources(fond, quarantineRef, suitcaseRef);
     }
     m_fork.useResourceFile(quarantineRef);
@@ -504,7 +525,10 @@ QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
     m_fork.closeResourceFile(quarantineRef);
     if (error != 0)
         return resourceErrorText(error);
-    QVForkStorage::setCreationDate(suitcasePath, created);
+    // Putting a font back makes the suitcase no newer than it was.
+    if (const qint16 dated = QVForkStorage::setCreationDate(suitcasePath, created); dated != 0)
+        return resourceErrorText(dated);
+    times.apply(suitcasePath);
     return QString();
 }
 
@@ -546,7 +570,6 @@ void QVSuitcaseSurgery::addFONDAssociatedResources(const QVResourceHandle &fond,
 {
     std::lock_guard guard(QVResouceFork::lock());
     m_fork.useResourceFile(fromRes);
-    const QString familyName = m_fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
     QVMemoryHandler &mem = *m_fork.memoryHandler;
     const int entries = entryCount(fond);
     for (int j = 0; j < entries; ++j) {
@@ -557,21 +580,34 @@ void QVSuitcaseSurgery::addFONDAssociatedResources(const QVResourceHandle &fond,
             if (outline) {
                 m_fork.useResourceFile(toRes);
                 if (!m_fork.getResourceOfID(id, kSfnt, toRes))
-                    m_fork.addResource(newHandleFromBytes(outline->data), kSfnt, id, familyName);
+                    addCopy(outline, newHandleFromBytes(outline->data), kSfnt);
             }
         } else {
             QVResourceHandle strike = m_fork.getResourceOfID(id, kNFNT, fromRes);
-            if (!strike)
+            quint32 type = kNFNT;
+            if (!strike) {
                 strike = m_fork.getResourceOfID(id, kFONT, fromRes);
+                type = kFONT;
+            }
             if (!strike)
                 continue;
             m_fork.useResourceFile(toRes);
-            // An old FONT travels as NFNT: that is how newer systems expect it.
-            if (!m_fork.getResourceOfID(id, kNFNT, toRes))
-                m_fork.addResource(newHandleFromBytes(strike->data), kNFNT, id, familyName);
+            // A strike keeps its type (an old FONT stays a FONT), so that a
+            // suitcase taken apart and put together again is the one it was.
+            if (!m_fork.getResourceOfID(id, kNFNT, toRes) && !m_fork.getResourceOfID(id, kFONT, toRes))
+                addCopy(strike, newHandleFromBytes(strike->data), type);
         }
         m_fork.useResourceFile(fromRes);
     }
+}
+
+qint16 QVSuitcaseSurgery::addCopy(const QVResourceHandle &source, const QVResourceHandle &copy, quint32 type)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    copy->attributes = source->attributes;
+    if (QVResourceManager::addResource(copy, type, source->id, source->name, source->hasName) == 0)
+        QVResourceManager::writeResource(copy);
+    return QVResourceManager::resError();
 }
 
 void QVSuitcaseSurgery::addAssocTables(const QVResourceHandle &source, const QVResourceHandle &destination)

@@ -1,0 +1,42 @@
+#include "platform/QVWriteFault.h"
+
+#include <atomic>
+#include <cerrno>
+
+namespace
+{
+
+std::atomic<int> writes { 0 };
+// 0: no failure chosen.
+std::atomic<int> failingWrite { 0 };
+std::atomic<bool> full { false };
+
+} // namespace
+
+void QVWriteFault::failWrite(int nth, bool staysFull)
+{
+    writes = 0;
+    failingWrite = nth;
+    full = staysFull;
+}
+
+void QVWriteFault::clear()
+{
+    writes = 0;
+    failingWrite = 0;
+    full = false;
+}
+
+int QVWriteFault::check()
+{
+    const int n = ++writes;
+    const int chosen = failingWrite.load();
+    if (chosen > 0 && (n == chosen || (full && n > chosen)))
+        return ENOSPC;
+    return 0;
+}
+
+int QVWriteFault::count()
+{
+    return writes.load();
+}
