@@ -1,5 +1,7 @@
 #include "diagnosis/QVDiagnosis.h"
 
+#include "diagnosis/QVProblemCounts.h"
+
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDuplicateIndex.h"
 #include "engine/QVFontConstants.h"
@@ -191,8 +193,7 @@ void QVDiagnosis::finishDiagnosis()
     m_isShowingDoneButton = true;
     setButtons(text("any.done.title"), true);
 
-    const qint32 total = duplicateProblemCount() + fileStructureProblemCount() + missingPSProblemCount()
-        + missingBitmapProblemCount();
+    const qint32 total = qint32(QVProblemCounts::problemFonts(problemFontsArray()));
     setTotalFontProblems(total);
 
     const bool cancelled = doCancel();

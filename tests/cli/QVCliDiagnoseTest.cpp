@@ -41,7 +41,7 @@ TEST(QuorvelCliDiagnose, HealthyFontsEndWithNoProblemsAndRecordTheScan)
     ASSERT_EQ(text.exitCode, 0) << qPrintable(text.err);
     EXPECT_TRUE(text.out.startsWith(QStringLiteral("2 font files, 2 fonts\nNo Problems Found!\n")))
         << qPrintable(text.out);
-    EXPECT_TRUE(text.out.contains(QStringLiteral("Total font problems:       0\n"))) << qPrintable(text.out);
+    EXPECT_TRUE(text.out.contains(QStringLiteral("Fonts with problems:       0\n"))) << qPrintable(text.out);
 
     const QVCliRun json = runDiagnose(home, { "diagnose", "--json", folder });
     ASSERT_EQ(json.exitCode, 0) << qPrintable(json.err);
@@ -127,5 +127,38 @@ TEST(QuorvelCliDiagnose, ReportIsWrittenAfterTheResolutionAndListed)
     const QJsonArray reports = QJsonDocument::fromJson(list.out.toUtf8()).array();
     ASSERT_EQ(reports.size(), 1) << qPrintable(list.out);
     EXPECT_EQ(reports.at(0)[QStringLiteral("filePath")].toString(), reportPath);
-    EXPECT_EQ(reports.at(0)[QStringLiteral("qv_total_problems")].toVariant().toString(), QStringLiteral("2"));
+    // The damaged font and both copies of DejaVu Sans.
+    EXPECT_EQ(reports.at(0)[QStringLiteral("qv_total_problems")].toVariant().toString(), QStringLiteral("3"));
+}
+
+TEST(QuorvelCliDiagnose, EachCountMeansOneThingInTheSummaryTheJsonAndTheReport)
+{
+    QVTestHome home;
+    const QString folder = home.path() + QStringLiteral("/Fonts");
+    QDir().mkpath(folder);
+    QFile::copy(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf"), folder + "/DejaVuSerif.ttf");
+    // Three copies of one damaged font: each is a structure problem and a duplicate.
+    QFile source(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"));
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+    QByteArray damaged = source.readAll();
+    const qsizetype kern = damaged.indexOf("kern");
+    ASSERT_GT(kern, 0);
+    damaged.replace(kern + 4, 4, QByteArray(4, '\0'));
+    for (const char *copy : { "a", "b", "c" })
+        home.writeFile(QStringLiteral("Fonts/%1/Sans.ttf").arg(QLatin1String(copy)), damaged);
+
+    const QVCliRun run = runDiagnose(home, { "diagnose", "--json", "--resolve", "--report", folder });
+    ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
+    const QJsonObject object = QJsonDocument::fromJson(run.out.toUtf8()).object();
+    EXPECT_EQ(object.value("totalFontProblems").toInt(), 3) << qPrintable(run.out);
+    const QJsonObject resolution = object.value("resolution").toObject();
+    EXPECT_EQ(resolution.value("quarantined").toArray().size(), 3);
+    EXPECT_EQ(resolution.value("qv_total_quarantined").toInt(), 3);
+    EXPECT_EQ(QJsonDocument::fromJson(runCli(home, { "quarantine", "list", "--json" }).out.toUtf8()).array().size(),
+        3);
+    QFile report(object.value("report").toString());
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    const QString html = QString::fromUtf8(report.readAll());
+    EXPECT_TRUE(html.contains("\"value\">3</span><span class=\"label\">Problem fonts")) << qPrintable(html);
+    EXPECT_TRUE(html.contains("\"value\">3</span><span class=\"label\">Moved to quarantine"));
 }

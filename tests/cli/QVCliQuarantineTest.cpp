@@ -1,5 +1,7 @@
 // quorvel-cli quarantine, run as a separate process over a quarantine made here.
+#include "platform/QVForkStorage.h"
 #include "store/QVQuarantineStore.h"
+#include "store/QVStoreFixtures.h"
 #include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
@@ -126,4 +128,39 @@ TEST(QuorvelCliQuarantine, DiagnoseResolveReportsItsResolution)
     EXPECT_EQ(resolution["repaired"].toArray().size(), 0);
     EXPECT_EQ(resolution["quarantined"].toArray().size(), 0);
     EXPECT_TRUE(QFileInfo::exists(fonts + "/DejaVuSans.ttf"));
+}
+
+TEST(QuorvelCliQuarantine, ASuitcaseSplitByAResolutionComesBackWholeInEitherOrder)
+{
+    for (const QStringList &order : { QStringList { "1", "2" }, QStringList { "2", "1" } }) {
+        SCOPED_TRACE(order.join(' ').toStdString());
+        QVTestHome home;
+        const QString path = QVStoreFixtures::timesSuitcase(home.path() + "/Fonts", home.path() + "/work");
+        ASSERT_FALSE(path.isEmpty());
+        const QString sidecar = QVForkStorage::sidecarPath(path);
+        auto state = [&](const QString &name) -> QString {
+            QByteArray info;
+            QVForkStorage::readFinderInfo(path, &info);
+            // Every resource as it was, in whatever order the map lists them.
+            QStringList resources = QVStoreFixtures::fontToolsResources(
+                QVStoreFixtures::extractFork(path, home.path() + "/" + name)).split('\n');
+            resources.sort();
+            return resources.join('\n') + info.toHex() + " " + QFileInfo(path).lastModified().toString(Qt::ISODate) + " "
+                + QFileInfo(sidecar).lastModified().toString(Qt::ISODate);
+        };
+        const QString before = state("before");
+        ASSERT_TRUE(before.contains("FONT")) << qPrintable(before);
+
+        QVCliRun run = runCli(home, { "diagnose", "--resolve", home.path() + "/Fonts" });
+        ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
+        ASSERT_FALSE(QFileInfo::exists(path)) << qPrintable(run.out);
+        const QJsonArray rows = QJsonDocument::fromJson(quarantine(home, { "list", "--json" }).out.toUtf8()).array();
+        ASSERT_EQ(rows.size(), 2);
+
+        run = quarantine(home, QStringList { "restore" } + order);
+        EXPECT_EQ(run.exitCode, 0) << qPrintable(run.err);
+        EXPECT_EQ(run.out, "Restored 2 of 2 fonts.\n");
+        EXPECT_EQ(state("after").toStdString(), before.toStdString());
+        EXPECT_EQ(quarantine(home, { "list" }).out, "The quarantine is empty.\n");
+    }
 }
