@@ -189,7 +189,8 @@ QString timesSuitcase(const QString &folder, const QString &workDir)
     const QString roman = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Roman.otf");
     const QString bold = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Bold.otf");
     qint16 error = 0;
-    auto fork = QVResourceFile::parse(ufondFork(workDir + QStringLiteral("/times"), { { roman, 10 }, { bold, 10 } }), &error);
+    auto fork = QVResourceFile::parse(
+        ufondFork(workDir + QStringLiteral("/times"), { { roman, 10 }, { bold, 10 } }), &error);
     if (!fork)
         return QString();
     for (QVResourceFile::Entry &entry : fork->entries) {
@@ -204,7 +205,14 @@ QString timesSuitcase(const QString &folder, const QString &workDir)
             QByteArray styles(58, '\0');
             styles[10] = 2; // plain: suffix list 2
             styles[11] = 3; // bold: suffix list 3
-            entry.data += styles + QByteArray("\x00\x05\x04" "C059" "\x01\x04" "\x01\x05" "\x06-Roman" "\x05-Bold", 24);
+            entry.data += styles
+                + QByteArray("\x00\x05\x04"
+                             "C059"
+                             "\x01\x04"
+                             "\x01\x05"
+                             "\x06-Roman"
+                             "\x05-Bold",
+                    24);
         }
     }
     const QString path = folder + QStringLiteral("/Times");
@@ -223,6 +231,34 @@ QString timesSuitcase(const QString &folder, const QString &workDir)
             return QString();
     }
     return path;
+}
+
+QStringList fontToolsMembers(const QStringList &bareForks)
+{
+    QStringList lines = python(QStringLiteral(R"(
+import hashlib, struct, sys
+from fontTools.misc.macRes import ResourceReader
+for path in sys.argv[1:]:
+    r = ResourceReader(path)
+    def find(types, rid):
+        for t in types:
+            for res in r.get(t, []):
+                if res.id == rid:
+                    return hashlib.sha256(res.data).hexdigest()
+        return 'missing'
+    for res in r.get('FOND', []):
+        d = res.data
+        n = struct.unpack('>h', d[52:54])[0] + 1
+        for i in range(n):
+            size, style, rid = struct.unpack('>hhh', d[54 + 6 * i:60 + 6 * i])
+            kinds = ['sfnt'] if size == 0 else ['NFNT', 'FONT']
+            print(res.name, size, style, find(kinds, rid))
+)"),
+        bareForks)
+                            .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    lines.sort();
+    lines.removeDuplicates();
+    return lines;
 }
 
 QString fontToolsFONDEntries(const QString &bareFork)

@@ -38,6 +38,10 @@ QString showfond(const QString &bareFork, int *status = nullptr);
 QString fontToolsListing(const QString &bareFork);
 // Every resource as fontTools reads it: "TYPE ID NAME ATTRIBUTES SHA256" lines.
 QString fontToolsResources(const QString &bareFork);
+// Every family member the bare forks hold, each once however many hold it:
+// "FAMILY SIZE STYLE SHA256" of its strike or outline ("missing" when the
+// family lists one its file lacks), sorted.
+QStringList fontToolsMembers(const QStringList &bareForks);
 // Family names and (size, style) entries of every FOND, as fontTools reads them.
 QString fontToolsFONDEntries(const QString &bareFork);
 // Runs /usr/bin/python3 with a script; stdout (stderr appended on failure).
