@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <algorithm>
 
 namespace
@@ -154,6 +155,17 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
     }
     QList<QVariantMap> recordsToRemove;
     const QString quarantine = m_store->quarantineFolderPath();
+    if (!checked.isEmpty()) {
+        if (const QString error = m_store->lockForChange(); !error.isNull()) {
+            result.errors << error;
+            return result;
+        }
+    }
+    // The records of each quarantined file, looked up once per row.
+    QHash<QString, QList<qsizetype>> recordsByName;
+    const QList<QVariantMap> &index = m_store->quarantinedFilesDataArray;
+    for (qsizetype i = 0; i < index.size(); ++i)
+        recordsByName[value(index.at(i), "quarantineFileName")].append(i);
     for (const int rowNumber : checked) {
         if (withProgress) {
             if (cancelRequested) {
@@ -170,9 +182,8 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
         const QString name = value(row, "quarantineFileName");
         const bool member = isSuitcaseMember(row);
         QList<QVariantMap> records;
-        for (const QVariantMap &record : std::as_const(m_store->quarantinedFilesDataArray)) {
-            if (value(record, "quarantineFileName") != name)
-                continue;
+        for (const qsizetype i : recordsByName.value(name)) {
+            const QVariantMap &record = index.at(i);
             if (member
                 && !record.value(QStringLiteral("fontNames")).toStringList().contains(value(row, "fontName")))
                 continue;

@@ -678,21 +678,24 @@ bool QVQuarantineStore::recordUnrecordedFiles()
     return changed;
 }
 
-bool QVQuarantineStore::appendToJournal(const QVariantMap &entry)
+QString QVQuarantineStore::lockForChange()
 {
-    if (!quarantineError().isNull())
-        return false;
     if (!holdsLock()) {
         if (!acquire(kChangeLockWaitMs)) {
             qCWarning(lcStore) << "Error: the quarantine is being changed by another process" << lockPath();
-            return false;
+            return QStringLiteral("The quarantine is being changed by another run (%1)").arg(lockPath());
         }
         // A journal left by a run that died is settled here and stays until
         // our commit, as our own entries do.
         syncUnderLock(true);
-        if (!quarantineError().isNull())
-            return false;
     }
+    return quarantineError();
+}
+
+bool QVQuarantineStore::appendToJournal(const QVariantMap &entry)
+{
+    if (!quarantineError().isNull() || !lockForChange().isNull())
+        return false;
     getQuarantineFolder();
     if (!m_journal)
         m_journal = std::make_unique<QVJournalFile>(journalPath());

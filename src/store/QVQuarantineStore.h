@@ -92,6 +92,12 @@ public:
     // written). The lock is held until unlock() or the store's end.
     QString lockForRun(int timeoutMs = kLockWaitMs, const std::function<bool(qint64)> &waiting = {});
     void unlock();
+    // Takes the lock for a change when no run holds it yet (waiting a little
+    // for another run), laying this store's unsaved changes over the index as
+    // it is on disk; held until the next commit. Null, or why nothing may be
+    // changed. Journalling does this itself; a caller that holds positions in
+    // the index across a change calls it first.
+    QString lockForChange();
     bool holdsLock() const;
     QString lockPath() const;
     // Null while fonts may be moved into the quarantine; else why not (the
