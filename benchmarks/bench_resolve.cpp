@@ -1,10 +1,13 @@
 // Times the resolution of many damaged font files, each quarantined whole
 // (one in four with its fork in an AppleDouble sidecar), then the quarantine's
 // list and the restore of every row, on real files in a temporary folder: the
-// time per font must stay flat as the count grows.
+// time per font must stay flat as the count grows. The files lie in folders of
+// 200 that all use the same 200 names, as copies of one collection do, so the
+// quarantine numbers most of them.
 //
 // With --cli PATH it also times `PATH diagnose --resolve` on a folder of as
-// many damaged files (empty .otf files), scan and diagnosis included.
+// many damaged files (empty .otf files, named the same way), scan and
+// diagnosis included.
 //
 // Usage: bench_resolve [--cli PATH] [FILES...]   (default 500 2000 20000)
 #include "diagnosis/QVDiagnosisResolution.h"
@@ -48,7 +51,7 @@ QList<QVProblemFontPtr> makeProblems(const QString &root, int count)
     for (int i = 0; i < count; ++i) {
         const QString folder = QStringLiteral("%1/fonts/%2").arg(root).arg(i / 200);
         QDir().mkpath(folder);
-        const QString path = QStringLiteral("%1/Font %2.otf").arg(folder).arg(i);
+        const QString path = QStringLiteral("%1/Font %2.otf").arg(folder).arg(i % 200);
         QFile file(path);
         if (!file.open(QIODevice::WriteOnly) || file.write(QByteArray(2048, char(i))) != 2048)
             return {};
@@ -142,7 +145,7 @@ int main(int argc, char *argv[])
             for (int i = 0; i < count; ++i) {
                 const QString sub = QStringLiteral("%1/%2").arg(folder).arg(i / 200);
                 QDir().mkpath(sub);
-                QFile(QStringLiteral("%1/Broken %2.otf").arg(sub).arg(i)).open(QIODevice::WriteOnly);
+                QFile(QStringLiteral("%1/Broken %2.otf").arg(sub).arg(i % 200)).open(QIODevice::WriteOnly);
             }
             QProcess process;
             QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

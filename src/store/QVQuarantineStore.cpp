@@ -173,7 +173,19 @@ QUrl QVQuarantineStore::getQuarantineFolder() const
     return QUrl::fromLocalFile(folder + QLatin1Char('/'));
 }
 
-QString QVQuarantineStore::uniqueDestination(const QString &folder, const QString &name, bool keepExtension)
+QString QVQuarantineStore::quarantineDestination(const QString &name, bool keepExtension)
+{
+    const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
+    int &last = m_lastNumbers[name + (keepExtension ? QStringLiteral("\n1") : QStringLiteral("\n0"))];
+    int number = last + 1;
+    const QString destination = uniqueDestination(folder, name, keepExtension, &number);
+    if (number > 0)
+        last = number;
+    return destination;
+}
+
+QString QVQuarantineStore::uniqueDestination(
+    const QString &folder, const QString &name, bool keepExtension, int *firstNumber)
 {
     auto taken = [](const QString &path) {
         if (existsOrLink(path))
@@ -184,17 +196,23 @@ QString QVQuarantineStore::uniqueDestination(const QString &folder, const QStrin
             || existsOrLink(info.absolutePath() + QStringLiteral("/.AppleDouble/") + info.fileName());
     };
     QString destination = QStringLiteral("%1/%2").arg(folder, name);
-    if (!taken(destination))
+    if (!taken(destination)) {
+        if (firstNumber)
+            *firstNumber = 0;
         return destination;
+    }
     const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
     const bool hasExtension = keepExtension && dot > 0 && dot < name.size() - 1;
     const QString base = hasExtension ? name.left(dot) : name;
     const QString extension = hasExtension ? name.mid(dot + 1) : QString();
-    for (int i = 1;; ++i) {
+    for (int i = firstNumber ? qMax(1, *firstNumber) : 1;; ++i) {
         destination = hasExtension ? QStringLiteral("%1/%2 %3.%4").arg(folder, base).arg(i).arg(extension)
                                    : QStringLiteral("%1/%2 %3").arg(folder, base).arg(i);
-        if (!taken(destination))
+        if (!taken(destination)) {
+            if (firstNumber)
+                *firstNumber = i;
             return destination;
+        }
     }
 }
 
@@ -243,9 +261,9 @@ QString QVQuarantineStore::moveFileToQuarantine(
 {
     if (fontFile->fileMovedToQuarantine || fontStatus->movedToQuarantine)
         return QString();
-    const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
+    const QString folder = quarantineFolderPath();
     const QString source = fontFile->URL;
-    const QString destination = uniqueDestination(folder, QFileInfo(source).fileName(), true);
+    const QString destination = quarantineDestination(QFileInfo(source).fileName(), true);
     const QString destinationName = QFileInfo(destination).fileName();
 
     if (existsOrLink(source)) {
@@ -287,12 +305,18 @@ bool QVQuarantineStore::moveSisterPostScriptFontToQuarantine(
 {
     if (fontFile->fontFileType != 0 || fontStatus->fontType != 0 || !dataMgr)
         return false;
-    const QString folder = folderOf(fontFile->URL);
+    // The scan's files by folder, made once: looking through all of them for
+    // each bitmap font would make a resolution quadratic.
+    if (m_foldersOf != dataMgr || m_foldersCount != dataMgr->fontFileItems.size()) {
+        m_filesByFolder.clear();
+        for (const QVFontFilePtr &item : std::as_const(dataMgr->fontFileItems))
+            m_filesByFolder[folderOf(item->URL)].append(item);
+        m_foldersOf = dataMgr;
+        m_foldersCount = dataMgr->fontFileItems.size();
+    }
     QList<QPair<QVFontFilePtr, QVStatusPtr>> sisters;
     bool otherUser = false;
-    for (const QVFontFilePtr &item : std::as_const(dataMgr->fontFileItems)) {
-        if (folderOf(item->URL) != folder)
-            continue;
+    for (const QVFontFilePtr &item : m_filesByFolder.value(folderOf(fontFile->URL))) {
         for (const QVStatusPtr &status : std::as_const(item->fontStatusArray)) {
             if (status->PSname != fontStatus->PSname || item->fontFileType != 0)
                 continue;

@@ -27,6 +27,7 @@
 #include "engine/QVFontFile.h"
 #include "engine/QVStatus.h"
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QUrl>
@@ -123,7 +124,13 @@ public:
     // The first free "FOLDER/NAME", "FOLDER/BASE N.EXT" or (keepExtension
     // false, or no extension) "FOLDER/NAME N". A name counts as taken when the
     // file or one of its companions exists there.
-    static QString uniqueDestination(const QString &folder, const QString &name, bool keepExtension);
+    // With firstNumber, numbered names are tried from *firstNumber on, and it
+    // gets the number taken (0 for the plain name).
+    static QString uniqueDestination(
+        const QString &folder, const QString &name, bool keepExtension, int *firstNumber = nullptr);
+    // uniqueDestination() in the quarantine folder, remembering the numbers
+    // this store took so that many fonts of one name do not each try them all.
+    QString quarantineDestination(const QString &name, bool keepExtension);
 
     // Records a move about to happen: on the disk before it returns; the
     // entry leaves the journal with the next commit. kind: "file" or
@@ -181,5 +188,10 @@ private:
     QList<QVariantMap> m_loaded;
     QString m_writeError;
     int m_lockError = 0;
+    QHash<QString, int> m_lastNumbers;
+    // The data manager's files by folder, for the sister PostScript rule.
+    QHash<QString, QList<QVFontFilePtr>> m_filesByFolder;
+    const QVFontDataManager *m_foldersOf = nullptr;
+    qsizetype m_foldersCount = -1;
     bool m_authorized = false;
 };

@@ -214,9 +214,8 @@ QString QVSuitcaseSurgery::moveFontFromSuitcaseToQuarantine(
 {
     if (fontStatus->movedToQuarantine || fontFile->fileMovedToQuarantine)
         return QString();
-    const QString folder = m_store->getQuarantineFolder().toLocalFile().chopped(1);
     const QString destination
-        = QVQuarantineStore::uniqueDestination(folder, fileNameForFamily(fontStatus->fontName), false);
+        = m_store->quarantineDestination(fileNameForFamily(fontStatus->fontName), false);
     return takeFontOut(fontFile, fontStatus, reason, destination, Target::Quarantine);
 }
 
