@@ -62,7 +62,7 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     // A resolution changes the quarantine: one run at a time, from the scan
     // on, so that no other run moves the fonts this one examined.
     QVQuarantineStore store(&dataManager);
-    if (resolve && !QVQuarantineCommand::lockQuarantine(&store, &QVCliScanRun::interrupted))
+    if (resolve && !QVQuarantineCommand::lockQuarantine(&store, true, &QVCliScanRun::interrupted))
         return QVCliScanRun::interrupted() ? Cancelled : ProblemsFound;
     if (!run.scanFolders(folders)) {
         err() << "quorvel-cli: scan cancelled; " << dataManager.fontFileItems.size()

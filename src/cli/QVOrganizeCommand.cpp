@@ -145,7 +145,7 @@ int QVOrganizeCommand::run(const QStringList &arguments)
     QVCliScanRun run(&dataManager);
     // Organizing moves fonts as a resolution does: one run at a time.
     QVQuarantineStore store(&dataManager);
-    if (!QVQuarantineCommand::lockQuarantine(&store, &QVCliScanRun::interrupted)) {
+    if (!QVQuarantineCommand::lockQuarantine(&store, false, &QVCliScanRun::interrupted)) {
         settings.setOrganizeFonts(false);
         return QVCliScanRun::interrupted() ? Cancelled : ProblemsFound;
     }

@@ -44,7 +44,7 @@ int QVQuarantineCommand::run(const QStringList &arguments)
     const QString action = arguments.value(0);
     QStringList rest = arguments.mid(1);
     QVQuarantineStore store;
-    if (!lockQuarantine(&store))
+    if (!lockQuarantine(&store, false))
         return ProblemsFound;
     QVSuitcaseSurgery surgery(&store);
     QVQuarantineRuns runs(&store, &surgery);
@@ -169,7 +169,8 @@ int QVQuarantineCommand::remove(QVQuarantineRuns &runs, const QStringList &argum
     return result.errors.isEmpty() && result.commitError.isNull() ? Success : ProblemsFound;
 }
 
-bool QVQuarantineCommand::lockQuarantine(QVQuarantineStore *store, const std::function<bool()> &interrupted)
+bool QVQuarantineCommand::lockQuarantine(
+    QVQuarantineStore *store, bool movingIn, const std::function<bool()> &interrupted)
 {
     bool told = false;
     const QString error = store->lockForRun(QVQuarantineStore::kLockWaitMs, [&](qint64 holder) {
@@ -191,8 +192,13 @@ bool QVQuarantineCommand::lockQuarantine(QVQuarantineStore *store, const std::fu
                  "quarantine without a record\"\n";
     if (!error.isNull())
         err() << "quorvel-cli: " << error << '\n';
+    else if (!store->quarantineError().isNull())
+        err() << "quorvel-cli: " << store->quarantineError()
+              << (movingIn ? QStringLiteral("; nothing is quarantined until it can be written")
+                           : QStringLiteral("; fonts can still be listed, restored and removed"))
+              << '\n';
     err().flush();
-    return error.isNull();
+    return error.isNull() && (!movingIn || store->quarantineError().isNull());
 }
 
 QJsonObject QVQuarantineCommand::resolve(QVQuarantineStore *store,

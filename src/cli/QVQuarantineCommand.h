@@ -25,8 +25,10 @@ public:
 
     // Takes the quarantine's lock for the command's run, waiting for another
     // run (with a message) until interrupted says to give up. False, after
-    // saying why, when the run cannot go on.
-    static bool lockQuarantine(QVQuarantineStore *store, const std::function<bool()> &interrupted = {});
+    // saying why, when the run cannot go on: also when it would move fonts
+    // into a quarantine whose index cannot be written.
+    static bool lockQuarantine(
+        QVQuarantineStore *store, bool movingIn, const std::function<bool()> &interrupted = {});
     // Resolves every problem font by its recommended action (every row
     // checked): repairs in place, quarantines the rest, until stopRequested.
     // Returns what was repaired and quarantined (each font once), the errors

@@ -190,12 +190,16 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
             records.append(record);
         }
         // Recorded before the file leaves, so that a run cut short still
-        // knows it left; a run whose journal cannot be written stops here.
+        // knows it left. A restore moves fonts: one that cannot be recorded
+        // stops the run. A removal goes on (it frees the disk; at worst the
+        // row outlives its file).
         if (!name.isEmpty() && !name.contains(QLatin1Char('/'))
-            && exists(quarantine + QLatin1Char('/') + name)
-            && !m_store->journalRemoval(kind, name, records)) {
-            result.errors << m_store->quarantineError();
-            break;
+            && exists(quarantine + QLatin1Char('/') + name)) {
+            const QString unrecorded = m_store->journalRemoval(kind, name, records);
+            if (!unrecorded.isNull() && kind == QLatin1String("restore")) {
+                result.errors << unrecorded;
+                break;
+            }
         }
         QString error;
         if (!handleRow(row, &error)) {

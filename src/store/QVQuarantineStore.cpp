@@ -432,7 +432,7 @@ QString QVQuarantineStore::lockForRun(int timeoutMs, const std::function<bool(qi
     m_runLock = true;
     m_writeError.clear();
     syncUnderLock(true);
-    return quarantineError();
+    return hasQuarantineIndex ? QString() : quarantineError();
 }
 
 QVQuarantineStore::IndexState QVQuarantineStore::readIndex(QList<QVariantMap> *records, QByteArray *raw) const
@@ -713,24 +713,28 @@ QString QVQuarantineStore::lockForChange()
         // our commit, as our own entries do.
         syncUnderLock(true);
     }
-    return quarantineError();
+    return hasQuarantineIndex ? QString() : quarantineError();
 }
 
-bool QVQuarantineStore::appendToJournal(const QVariantMap &entry)
+QString QVQuarantineStore::appendToJournal(const QVariantMap &entry, bool intoQuarantine)
 {
-    if (!quarantineError().isNull() || !lockForChange().isNull())
-        return false;
+    if (intoQuarantine && !quarantineError().isNull())
+        return quarantineError();
+    if (const QString error = lockForChange(); !error.isNull())
+        return error;
     getQuarantineFolder();
     if (!m_journal)
         m_journal = std::make_unique<QVJournalFile>(journalPath());
     const int error
         = m_journal->append(QJsonDocument(QJsonObject::fromVariantMap(entry)).toJson(QJsonDocument::Compact));
     if (error == 0)
-        return true;
-    m_writeError = QStringLiteral("Could not write the quarantine journal %1: %2")
-                       .arg(journalPath(), errnoText(error));
-    qCWarning(lcStore, "Error: %s", qUtf8Printable(m_writeError));
-    return false;
+        return QString();
+    const QString text = QStringLiteral("Could not write the quarantine journal %1: %2")
+                             .arg(journalPath(), errnoText(error));
+    qCWarning(lcStore, "Error: %s", qUtf8Printable(text));
+    if (intoQuarantine)
+        m_writeError = text;
+    return text;
 }
 
 bool QVQuarantineStore::journalIntent(const QString &kind, const QString &source, const QVariantMap &record)
@@ -739,24 +743,24 @@ bool QVQuarantineStore::journalIntent(const QString &kind, const QString &source
     entry.insert(QStringLiteral("kind"), kind);
     entry.insert(QStringLiteral("source"), source);
     entry.insert(QStringLiteral("record"), record);
-    return appendToJournal(entry);
+    return appendToJournal(entry, true).isNull();
 }
 
-bool QVQuarantineStore::journalRemoval(
+QString QVQuarantineStore::journalRemoval(
     const QString &kind, const QString &quarantineFileName, const QList<QVariantMap> &records)
 {
     QVariantMap entry;
     entry.insert(QStringLiteral("kind"), kind);
     entry.insert(QStringLiteral("quarantineFileName"), quarantineFileName);
     entry.insert(QStringLiteral("records"), toVariantList(records));
-    return appendToJournal(entry);
+    return appendToJournal(entry, false);
 }
 
 void QVQuarantineStore::dropLastIntent()
 {
     // Should this fail, the entry stays; settling finds the move undone. The
     // run stops all the same: its journal can no longer be trusted to be whole.
-    appendToJournal({ { QStringLiteral("kind"), QStringLiteral("drop") } });
+    appendToJournal({ { QStringLiteral("kind"), QStringLiteral("drop") } }, true);
 }
 
 void QVQuarantineStore::removeRecords(const QList<QVariantMap> &records)

@@ -89,15 +89,18 @@ public:
     // Takes the data folder's lock for a run and reloads the index from disk,
     // settling and repairing it. Waits up to timeoutMs for another run,
     // calling waiting (see QVFileLock) meanwhile. Null, or why the run cannot
-    // go on (another run still holds the lock, or the index cannot be read or
-    // written). The lock is held until unlock() or the store's end.
+    // go on (another run still holds the lock, or the index cannot be read).
+    // When what was settled could not be written (a full disk), the run may
+    // list, restore and remove, but quarantineError() stops moves into the
+    // quarantine. The lock is held until unlock() or the store's end.
     QString lockForRun(int timeoutMs = kLockWaitMs, const std::function<bool(qint64)> &waiting = {});
     void unlock();
     // Takes the lock for a change when no run holds it yet (waiting a little
     // for another run), laying this store's unsaved changes over the index as
     // it is on disk; held until the next commit. Null, or why nothing may be
-    // changed. Journalling does this itself; a caller that holds positions in
-    // the index across a change calls it first.
+    // changed (the lock, or an index that cannot be read). Journalling does
+    // this itself; a caller that holds positions in the index across a change
+    // calls it first.
     QString lockForChange();
     bool holdsLock() const;
     QString lockPath() const;
@@ -138,8 +141,9 @@ public:
     // recorded: the move must not happen then.
     bool journalIntent(const QString &kind, const QString &source, const QVariantMap &record);
     // Records that the quarantined file `quarantineFileName` is about to leave
-    // (kind "restore" or "remove") and that these records go with it.
-    bool journalRemoval(
+    // (kind "restore" or "remove") and that these records go with it. Null,
+    // or the error; a failure here does not stop moves into the quarantine.
+    QString journalRemoval(
         const QString &kind, const QString &quarantineFileName, const QList<QVariantMap> &records);
     // Forgets the last intent (the move failed before anything changed).
     void dropLastIntent();
@@ -177,7 +181,9 @@ private:
     bool recordUnrecordedFiles();
     // Keeps a damaged index beside it; the path, or null when it failed.
     QString setDamagedIndexAside();
-    bool appendToJournal(const QVariantMap &entry);
+    // Null, or the error. A failure to record a move into the quarantine
+    // stops further moves in.
+    QString appendToJournal(const QVariantMap &entry, bool intoQuarantine);
     QList<QVariantMap> readJournal() const;
     QString writeIndex();
 
