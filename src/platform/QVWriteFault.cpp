@@ -10,6 +10,7 @@ std::atomic<int> writes { 0 };
 // 0: no failure chosen.
 std::atomic<int> failingWrite { 0 };
 std::atomic<bool> full { false };
+std::atomic<void (*)(int)> observer { nullptr };
 
 } // namespace
 
@@ -30,10 +31,17 @@ void QVWriteFault::clear()
 int QVWriteFault::check()
 {
     const int n = ++writes;
+    if (const auto watch = observer.load())
+        watch(n);
     const int chosen = failingWrite.load();
     if (chosen > 0 && (n == chosen || (full && n > chosen)))
         return ENOSPC;
     return 0;
+}
+
+void QVWriteFault::setObserver(void (*watch)(int))
+{
+    observer = watch;
 }
 
 int QVWriteFault::count()

@@ -16,4 +16,7 @@ public:
     static int check();
     // Writes asked about since the last failWrite() or clear().
     static int count();
+    // Called with each write's number before it is made (null: none); a test
+    // that stops a process at a chosen write sets it.
+    static void setObserver(void (*observer)(int write));
 };

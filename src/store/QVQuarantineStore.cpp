@@ -680,6 +680,13 @@ bool QVQuarantineStore::recordUnrecordedFiles()
     const QStringList names = QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
     bool changed = false;
     for (const QString &name : names) {
+        // A suitcase a killed run was still building (".NAME.partial"): its
+        // font is still in its source.
+        if (name.startsWith(QLatin1Char('.')) && !name.startsWith(QLatin1String("._"))
+            && name.endsWith(QLatin1String(".partial"))) {
+            QVFilePair::remove(folder + QLatin1Char('/') + name);
+            continue;
+        }
         if (name.startsWith(QLatin1Char('.')) || name.startsWith(kIndexName) || recorded.contains(name))
             continue;
         QVariantMap record;

@@ -102,6 +102,12 @@ int QVSuitcaseSurgery::entryCount(const QVResourceHandle &fond)
     return int(qMin<qint64>(countMinusOne + 1, qMax<qint64>(fitting, 0)));
 }
 
+QString QVSuitcaseSurgery::partialSuitcasePath(const QString &destination)
+{
+    const QFileInfo info(destination);
+    return info.absolutePath() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".partial");
+}
+
 QString QVSuitcaseSurgery::fileNameForFamily(const QString &name)
 {
     QString result;
@@ -320,14 +326,19 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 m_fork.closeResourceFile(ref);
                 return m_store->quarantineError();
             }
-            qint16 error = m_fork.createNewResourceFileAtPath(destination, kCreator, kSuitcaseType);
+            // Built under a hidden name and renamed when whole, so that
+            // nothing half made ever stands under the name recorded for it.
+            const QString building = partialSuitcasePath(destination);
+            if (QFileInfo::exists(building))
+                QVFilePair::remove(building);
+            qint16 error = m_fork.createNewResourceFileAtPath(building, kCreator, kSuitcaseType);
             const qint16 newRef
-                = error == 0 ? m_fork.openResourceFile(QVPermission::ReadWrite, destination) : -1;
+                = error == 0 ? m_fork.openResourceFile(QVPermission::ReadWrite, building) : -1;
             if (newRef < 1) {
                 qCWarning(lcStore, "Error: could not create the suitcase %s (%d)",
                     qUtf8Printable(destination), error ? error : m_fork.resourceError());
-                if (QFileInfo::exists(destination))
-                    QVFilePair::remove(destination);
+                if (QFileInfo::exists(building))
+                    QVFilePair::remove(building);
                 if (toQuarantine)
                     m_store->dropLastIntent();
                 continue;
@@ -350,19 +361,22 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             if (error == 0)
                 error = m_fork.resourceError();
             if (error == 0)
-                error = QVForkStorage::setCreationDate(destination, created);
+                error = QVForkStorage::setCreationDate(building, created);
             if (error == 0 && finderInfo.count('\0') != finderInfo.size())
-                error = QVForkStorage::writeFinderInfo(destination, finderInfo);
+                error = QVForkStorage::writeFinderInfo(building, finderInfo);
+            if (error == 0)
+                times.apply(building);
+            if (error == 0 && !QVFilePair::move(building, destination))
+                error = QVResourceError::IoErr;
             if (error != 0) {
                 qCWarning(lcStore, "Error: could not write the suitcase %s (%d)", qUtf8Printable(destination),
                     error);
-                QVFilePair::remove(destination);
+                QVFilePair::remove(building);
                 if (toQuarantine)
                     m_store->dropLastIntent();
                 copyError = resourceErrorText(error);
                 continue;
             }
-            times.apply(destination);
             if (toQuarantine) {
                 fontStatus->movedToQuarantine = true;
                 if (m_store->movedHook)

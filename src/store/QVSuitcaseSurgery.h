@@ -74,6 +74,11 @@ public:
     // is cut, so the file always lands directly in the folder meant.
     static QString fileNameForFamily(const QString &name);
 
+    // Where the suitcase for `destination` is built: a hidden name beside it
+    // (".NAME.partial"), renamed to NAME once whole. One left by a crash holds
+    // nothing that is not still in its source.
+    static QString partialSuitcasePath(const QString &destination);
+
     // The PostScript name of association entry `index` of a FOND.
     QString entryPostScriptName(const QVResourceHandle &fond, int index);
 

@@ -187,6 +187,25 @@ TEST(QVResolutionCrash, AResolutionKilledAfterEachMoveLosesNoFont)
     }
 }
 
+TEST(QVResolutionCrash, AResolutionKilledBeforeAnyWriteLosesNoFont)
+{
+    QVTestHome work;
+    const QByteArray both = QVStoreFixtures::mergeForks(
+        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    ASSERT_FALSE(both.isEmpty());
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        QVTestHome home;
+        const Fonts fonts = makeAllFonts(home, both);
+        QString output;
+        const int status = runPeer(
+            QStringList { "--kill-at-write", QString::number(n), "0" } + fonts.peerArguments(), &output);
+        expectNothingLost(home, fonts);
+        if (status != -1)
+            break; // the run ended before its nth write: it was killed at every one
+    }
+}
+
 TEST(QVResolutionCrash, TheIndexIsWrittenOnceAndTheJournalHoldsEveryMoveUntilThen)
 {
     QVTestHome home;
