@@ -17,6 +17,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <memory>
 
 int QVDiagnoseCommand::run(const QStringList &arguments)
 {
@@ -61,8 +62,10 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     QVCliScanRun run(&dataManager);
     // A resolution changes the quarantine: one run at a time, from the scan
     // on, so that no other run moves the fonts this one examined.
-    QVQuarantineStore store(&dataManager);
-    if (resolve && !QVQuarantineCommand::lockQuarantine(&store, true, &QVCliScanRun::interrupted))
+    std::unique_ptr<QVQuarantineStore> store;
+    if (resolve)
+        store = std::make_unique<QVQuarantineStore>(&dataManager);
+    if (store && !QVQuarantineCommand::lockQuarantine(store.get(), true, &QVCliScanRun::interrupted))
         return QVCliScanRun::interrupted() ? Cancelled : ProblemsFound;
     if (!run.scanFolders(folders)) {
         err() << "quorvel-cli: scan cancelled; " << dataManager.fontFileItems.size()
@@ -91,7 +94,7 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     // Every problem font resolved by its recommended action.
     const bool resolving = resolve && !diagnosis.doCancel();
     const QJsonObject resolution = resolving
-        ? QVQuarantineCommand::resolve(&store, diagnosis.problemFontsArray(), &QVCliScanRun::interrupted)
+        ? QVQuarantineCommand::resolve(store.get(), diagnosis.problemFontsArray(), &QVCliScanRun::interrupted)
         : QJsonObject();
     // Stopped by Ctrl-C or SIGTERM: what was done is committed and printed.
     const bool stopped = resolving && QVCliScanRun::interrupted();
