@@ -1,9 +1,8 @@
 #include "diagnosis/QVDiagnosis.h"
 
-#include "diagnosis/QVProblemCounts.h"
-
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDuplicateIndex.h"
+#include "diagnosis/QVProblemCounts.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "settings/QVHelperCommunications.h"
