@@ -35,11 +35,13 @@ QVCliScanRun::QVCliScanRun(QVFontDataManager *dataManager, FILE *progressStream)
     action.sa_handler = onInterrupt;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, &m_previous);
+    sigaction(SIGTERM, &action, &m_previousTerm);
 }
 
 QVCliScanRun::~QVCliScanRun()
 {
     sigaction(SIGINT, &m_previous, nullptr);
+    sigaction(SIGTERM, &m_previousTerm, nullptr);
 }
 
 QString QVCliScanRun::folderError(const QStringList &folders)

@@ -1,7 +1,7 @@
 // The manual scan as the command line runs it: the discovery scan of some
 // folders into a data manager, then the diagnosis of what was found, each with
-// a terminal bar on stderr. Ctrl-C asks the running step to stop instead of
-// killing the process, for as long as this object lives.
+// a terminal bar on stderr. Ctrl-C (or SIGTERM) asks the running step to stop
+// instead of killing the process, for as long as this object lives.
 #pragma once
 
 #include "diagnosis/QVDiagnosis.h"
@@ -41,7 +41,7 @@ public:
     // An empty list becomes the configured font folders; returns folderError.
     static QString prepareFolders(QStringList *folders);
 
-    // Whether Ctrl-C was pressed while this object lived.
+    // Whether Ctrl-C was pressed (or SIGTERM came) while this object lived.
     static bool interrupted();
 
 private:
@@ -62,5 +62,7 @@ private:
     Delegate m_delegate;
     std::unique_ptr<QVDiagnosis> m_diagnosis;
     struct sigaction m_previous {
+    };
+    struct sigaction m_previousTerm {
     };
 };

@@ -11,11 +11,13 @@
 #include "reports/QVReportManager.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
+#include "store/QVQuarantineStore.h"
 #include "store/QVReportStore.h"
 
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <memory>
 
 int QVDiagnoseCommand::run(const QStringList &arguments)
 {
@@ -58,6 +60,13 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
 
     QVFontDataManager dataManager;
     QVCliScanRun run(&dataManager);
+    // A resolution changes the quarantine: one run at a time, from the scan
+    // on, so that no other run moves the fonts this one examined.
+    std::unique_ptr<QVQuarantineStore> store;
+    if (resolve)
+        store = std::make_unique<QVQuarantineStore>(&dataManager);
+    if (store && !QVQuarantineCommand::lockQuarantine(store.get(), true, &QVCliScanRun::interrupted))
+        return QVCliScanRun::interrupted() ? Cancelled : ProblemsFound;
     if (!run.scanFolders(folders)) {
         err() << "quorvel-cli: scan cancelled; " << dataManager.fontFileItems.size()
               << " font files were examined before it stopped\n";
@@ -85,8 +94,10 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     // Every problem font resolved by its recommended action.
     const bool resolving = resolve && !diagnosis.doCancel();
     const QJsonObject resolution = resolving
-        ? QVQuarantineCommand::resolve(&dataManager, diagnosis.problemFontsArray())
+        ? QVQuarantineCommand::resolve(store.get(), diagnosis.problemFontsArray(), &QVCliScanRun::interrupted)
         : QJsonObject();
+    // Stopped by Ctrl-C or SIGTERM: what was done is committed and printed.
+    const bool stopped = resolving && QVCliScanRun::interrupted();
     // The report, after the resolution so that it shows what was done.
     QString reportPath;
     if (report && !diagnosis.doCancel()) {
@@ -130,13 +141,17 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
         out() << QVDiagnosisSummary::toText(diagnosis);
         if (resolving)
             out() << QVQuarantineCommand::resolutionText(resolution);
+        if (stopped)
+            out() << "Interrupted: the resolution stopped after the font in hand; what was done is kept.\n";
         if (!reportPath.isEmpty())
             out() << "Report: " << reportPath << '\n';
     }
     out().flush();
-    if (diagnosis.doCancel())
+    if (diagnosis.doCancel() || stopped)
         return Cancelled;
     if (reportUnreadable(dataManager))
         return UsageError;
+    if (resolution.contains(QStringLiteral("error")))
+        return ProblemsFound;
     return diagnosis.totalFontProblems() > 0 ? ProblemsFound : Success;
 }

@@ -1,6 +1,7 @@
 #include "cli/QVOrganizeCommand.h"
 
 #include "cli/QVCliScanRun.h"
+#include "cli/QVQuarantineCommand.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
@@ -164,6 +165,12 @@ int QVOrganizeCommand::run(const QStringList &arguments)
 
     QVFontDataManager dataManager;
     QVCliScanRun run(&dataManager);
+    // Organizing moves fonts as a resolution does: one run at a time.
+    QVQuarantineStore store(&dataManager);
+    if (!QVQuarantineCommand::lockQuarantine(&store, false, &QVCliScanRun::interrupted)) {
+        settings.setOrganizeFonts(false);
+        return QVCliScanRun::interrupted() ? Cancelled : ProblemsFound;
+    }
     const QStringList folders { source };
     if (!run.scanFolders(folders)) {
         settings.setOrganizeFonts(false);
@@ -186,7 +193,6 @@ int QVOrganizeCommand::run(const QStringList &arguments)
     out().flush();
 
     // No resolution: fonts with problems stay where they are.
-    QVQuarantineStore store(&dataManager);
     QVSuitcaseSurgery surgery(&store);
     QVFontOrganizer organizer(&dataManager, &surgery, &settings);
     {

@@ -11,6 +11,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QSet>
 #include <cstdio>
 
 namespace
@@ -44,11 +45,8 @@ int QVQuarantineCommand::run(const QStringList &arguments)
     const QString action = arguments.value(0);
     QStringList rest = arguments.mid(1);
     QVQuarantineStore store;
-    if (!store.hasQuarantineIndex) {
-        err() << "quorvel-cli: the quarantine index " << store.indexPath() << " cannot be read\n";
-        err().flush();
+    if (!lockQuarantine(&store, false))
         return ProblemsFound;
-    }
     QVSuitcaseSurgery surgery(&store);
     QVQuarantineRuns runs(&store, &surgery);
     if (action == QLatin1String("list")) {
@@ -172,14 +170,47 @@ int QVQuarantineCommand::remove(QVQuarantineRuns &runs, const QStringList &argum
     return result.errors.isEmpty() && result.commitError.isNull() ? Success : ProblemsFound;
 }
 
-QJsonObject QVQuarantineCommand::resolve(
-    QVFontDataManager *dataMgr, const QList<QVProblemFontPtr> &problemFonts)
+bool QVQuarantineCommand::lockQuarantine(
+    QVQuarantineStore *store, bool movingIn, const std::function<bool()> &interrupted)
 {
-    QVQuarantineStore store(dataMgr);
-    QVSuitcaseSurgery surgery(&store);
-    QVDiagnosisResolution resolution(&store, &surgery);
+    bool told = false;
+    const QString error = store->lockForRun(QVQuarantineStore::kLockWaitMs, [&](qint64 holder) {
+        if (!told) {
+            err() << "quorvel-cli: waiting for another Quorvel run"
+                  << (holder > 0 ? QStringLiteral(" (process %1)").arg(holder) : QString())
+                  << " to finish with " << QFileInfo(store->lockPath()).absolutePath() << "...\n";
+            err().flush();
+            told = true;
+        }
+        return !(interrupted && interrupted());
+    });
+    if (!store->damagedIndexPath.isEmpty())
+        err() << "quorvel-cli: the quarantine index was damaged; it was kept as " << store->damagedIndexPath
+              << " and rebuilt from what could be read of it, the journal and the files\n";
+    if (!store->unrecordedFiles.isEmpty())
+        err() << "quorvel-cli: " << store->unrecordedFiles.size()
+              << " files in the quarantine had no record; they are listed with the reason \"Found in the "
+                 "quarantine without a record\"\n";
+    if (!error.isNull())
+        err() << "quorvel-cli: " << error << '\n';
+    else if (!store->quarantineError().isNull())
+        err() << "quorvel-cli: " << store->quarantineError()
+              << (movingIn ? QStringLiteral("; nothing is quarantined until it can be written")
+                           : QStringLiteral("; fonts can still be listed, restored and removed"))
+              << '\n';
+    err().flush();
+    return error.isNull() && (!movingIn || store->quarantineError().isNull());
+}
+
+QJsonObject QVQuarantineCommand::resolve(QVQuarantineStore *store,
+    const QList<QVProblemFontPtr> &problemFonts, const std::function<bool()> &stopRequested)
+{
+    QVSuitcaseSurgery surgery(store);
+    QVDiagnosisResolution resolution(store, &surgery);
+    resolution.stopRequested = stopRequested;
     resolution.setProblemFontsArray(problemFonts);
     const QList<QVProblemFontPtr> rows = resolution.rowArray;
+    const qsizetype recordsBefore = store->addedRecords.size();
     const QVDiagnosisResolution::Outcome outcome = resolution.resolveIssues();
 
     QJsonArray repaired, quarantined, errors;
@@ -201,23 +232,39 @@ QJsonObject QVQuarantineCommand::resolve(
         font.insert(QStringLiteral("repaired"), fixes);
         repaired.append(font);
     }
-    auto noteMove = [&](const QVFontFilePtr &file, const QVStatusPtr &status) {
-        if (status->movedToQuarantine)
-            quarantined.append(fontJson(file, status));
-        else if (!status->movedToQuarantineErrorInfo.isEmpty())
-            errors.append(
-                QJsonObject { { QStringLiteral("fontName"), QVQuarantineStore::displayName(file, status) },
-                    { QStringLiteral("error"), status->movedToQuarantineErrorInfo } });
+    // What went into the quarantine: the records this run added, one per font.
+    for (qsizetype i = recordsBefore; i < store->addedRecords.size(); ++i) {
+        const QVariantMap &record = store->addedRecords.at(i);
+        quarantined.append(QJsonObject {
+            { QStringLiteral("fontName"), record.value(QStringLiteral("fontNames")).toStringList().value(0) },
+            { QStringLiteral("path"), record.value(QStringLiteral("originalFilePath")).toString() },
+            { QStringLiteral("quarantineFileName"),
+                record.value(QStringLiteral("quarantineFileName")).toString() } });
+    }
+    // A font in several rows (a damaged font that is also a duplicate) is one font.
+    QSet<const QVStatus *> seen;
+    auto noteError = [&](const QVFontFilePtr &file, const QVStatusPtr &status) {
+        if (status->movedToQuarantine || status->movedToQuarantineErrorInfo.isEmpty()
+            || seen.contains(status.get()))
+            return;
+        seen.insert(status.get());
+        errors.append(
+            QJsonObject { { QStringLiteral("fontName"), QVQuarantineStore::displayName(file, status) },
+                { QStringLiteral("error"), status->movedToQuarantineErrorInfo } });
     };
     for (const int row : outcome.quarantinedRows) {
         const QVProblemFontPtr &entry = rows.at(row);
         for (const QVFontRef &member : std::as_const(entry->duplicatesArray))
-            noteMove(member.fontFile, member.fontStatus);
-        noteMove(entry->fontFile, entry->fontStatus);
+            noteError(member.fontFile, member.fontStatus);
+        noteError(entry->fontFile, entry->fontStatus);
     }
-    return QJsonObject { { QStringLiteral("repaired"), repaired },
+    QJsonObject result { { QStringLiteral("repaired"), repaired },
         { QStringLiteral("quarantined"), quarantined }, { QStringLiteral("errors"), errors },
-        { QStringLiteral("qv_total_quarantined"), store.qv_total_quarantined } };
+        { QStringLiteral("qv_total_quarantined"), store->qv_total_quarantined },
+        { QStringLiteral("stopped"), outcome.cancelled } };
+    if (!outcome.error.isNull())
+        result.insert(QStringLiteral("error"), outcome.error);
+    return result;
 }
 
 QString QVQuarantineCommand::resolutionText(const QJsonObject &resolution)
@@ -243,6 +290,9 @@ QString QVQuarantineCommand::resolutionText(const QJsonObject &resolution)
                     .arg(font.value(QStringLiteral("fontName")).toString(),
                         font.value(QStringLiteral("path")).toString());
     }
+    if (resolution.contains(QStringLiteral("error")))
+        text += QStringLiteral("The resolution stopped: %1\n")
+                    .arg(resolution.value(QStringLiteral("error")).toString());
     if (!errors.isEmpty()) {
         text += QStringLiteral("Errors: %1\n").arg(errors.size());
         for (const QJsonValue &value : errors) {

@@ -8,9 +8,10 @@
 
 #include <QJsonObject>
 #include <QList>
+#include <functional>
 
-class QVFontDataManager;
 class QVQuarantineRuns;
+class QVQuarantineStore;
 
 class QVQuarantineCommand final : public QVCliCommand
 {
@@ -22,10 +23,19 @@ public:
     }
     int run(const QStringList &arguments) override;
 
+    // Takes the quarantine's lock for the command's run, waiting for another
+    // run (with a message) until interrupted says to give up. False, after
+    // saying why, when the run cannot go on: also when it would move fonts
+    // into a quarantine whose index cannot be written.
+    static bool lockQuarantine(
+        QVQuarantineStore *store, bool movingIn, const std::function<bool()> &interrupted = {});
     // Resolves every problem font by its recommended action (every row
-    // checked): repairs in place, quarantines the rest. Returns what was
-    // repaired and quarantined, with the errors met.
-    static QJsonObject resolve(QVFontDataManager *dataMgr, const QList<QVProblemFontPtr> &problemFonts);
+    // checked): repairs in place, quarantines the rest, until stopRequested.
+    // Returns what was repaired and quarantined (each font once), the errors
+    // met, whether it stopped early, and why the quarantine stopped taking
+    // fonts ("error") when it did.
+    static QJsonObject resolve(QVQuarantineStore *store, const QList<QVProblemFontPtr> &problemFonts,
+        const std::function<bool()> &stopRequested = {});
     // The same as lines of text.
     static QString resolutionText(const QJsonObject &resolution);
 

@@ -2,6 +2,7 @@
 
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDuplicateIndex.h"
+#include "diagnosis/QVProblemCounts.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "settings/QVHelperCommunications.h"
@@ -191,8 +192,7 @@ void QVDiagnosis::finishDiagnosis()
     m_isShowingDoneButton = true;
     setButtons(text("any.done.title"), true);
 
-    const qint32 total = duplicateProblemCount() + fileStructureProblemCount() + missingPSProblemCount()
-        + missingBitmapProblemCount();
+    const qint32 total = qint32(QVProblemCounts::problemFonts(problemFontsArray()));
     setTotalFontProblems(total);
 
     const bool cancelled = doCancel();

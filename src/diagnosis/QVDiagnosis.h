@@ -130,6 +130,7 @@ public:
     qint32 missingBitmapProblemCount() const { return m_missingBitmapProblemCount.load(); }
     qint32 missingPSProblemCount() const { return m_missingPSProblemCount.load(); }
     qint32 duplicateProblemCount() const { return m_duplicateProblemCount.load(); }
+    // The problem fonts (see QVProblemCounts), set when the run finishes.
     qint32 totalFontProblems() const { return m_totalFontProblems.load(); }
     void setFileStructureProblemCount(qint32 count) { m_fileStructureProblemCount.store(count); }
     void setMissingBitmapProblemCount(qint32 count) { m_missingBitmapProblemCount.store(count); }

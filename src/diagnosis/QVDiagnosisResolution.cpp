@@ -157,10 +157,12 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     showCloseWarning = true;
     m_store->setQv_total_quarantined(0);
     cancelRequested = false;
+    const qsizetype recordsBefore = m_store->addedRecords.size();
 
     const QList<int> checked = checkedRowsArray;
     bool withProgress = progress && rowArray.size() >= kProgressThreshold;
-    // Cancel is offered only through the progress bar.
+    // The window offers cancel only through its progress bar; a caller with
+    // another way to stop (a signal on the command line) polls stopRequested.
     const bool cancellable = withProgress;
     double step = checked.isEmpty() ? 0 : 100.0 / (2.0 * double(checked.size()));
     if (step == 0)
@@ -174,9 +176,9 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     // Before each row of either sweep. A cancel in the repair sweep ends that
     // sweep; the quarantine sweep meets the same request at its first row.
     auto stopHere = [&]() {
-        if (!cancellable)
-            return false;
-        if (cancelRequested) {
+        const bool stop = (cancellable && cancelRequested) || (stopRequested && stopRequested())
+            || !m_store->quarantineError().isNull();
+        if (stop) {
             if (withProgress) {
                 progress->setValue(100);
                 withProgress = false;
@@ -209,11 +211,15 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
         const QVProblemFontPtr entry = rowArray.at(row);
         if (getActionTitleForErrors(entry->fontStatus) == kQuarantine) {
             quarantineFile(entry);
-            // Once per row, so a run cut short keeps what it did.
-            m_store->commitQuarantine();
             outcome.quarantinedRows << row;
         }
     }
+    // Each move was journalled before it happened; the index is written once.
+    outcome.error = m_store->quarantineError();
+    if (const QString commitError = m_store->commitQuarantine(); outcome.error.isNull())
+        outcome.error = commitError;
+    // Each font moved in counts once, however many of its problems led there.
+    m_store->setQv_total_quarantined(int(m_store->addedRecords.size() - recordsBefore));
     checkedRowsArray.clear();
     if (withProgress)
         progress->setValue(100);
@@ -247,25 +253,25 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
     const QVFontFilePtr file = entry->fontFile;
     const QVStatusPtr status = entry->fontStatus;
     const QString reason = getDiagnosisReasons(status->fontErrorsInfo);
+    // A stop asked for (or a journal that can no longer be written) ends the
+    // work after the font in hand.
+    auto mustStop
+        = [this]() { return (stopRequested && stopRequested()) || !m_store->quarantineError().isNull(); };
 
     // The other members of a duplicate group go first; this one is the kept copy.
     for (const QVFontRef &member : std::as_const(entry->duplicatesArray)) {
+        if (mustStop())
+            return true;
         const QString memberReason = getDiagnosisReasons(member.fontStatus->fontErrorsInfo);
         QString error;
         if (isSuitcaseFont(member.fontFile, member.fontStatus)) {
             error = m_surgery->moveFontFromSuitcaseToQuarantine(
                 member.fontFile, member.fontStatus, memberReason);
-            if (error.isNull()) {
-                ++m_store->qv_total_quarantined;
-                if (member.fontStatus->fontType == 0
-                    && m_store->moveSisterPostScriptFontToQuarantine(
-                        member.fontFile, member.fontStatus, memberReason))
-                    ++m_store->qv_total_quarantined;
-            }
+            if (error.isNull() && member.fontStatus->fontType == 0)
+                m_store->moveSisterPostScriptFontToQuarantine(
+                    member.fontFile, member.fontStatus, memberReason);
         } else {
             error = m_store->moveFileToQuarantine(member.fontFile, member.fontStatus, memberReason);
-            if (error.isNull())
-                ++m_store->qv_total_quarantined;
         }
         if (!error.isNull())
             member.fontStatus->movedToQuarantineErrorInfo = error;
@@ -280,19 +286,16 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
             || defect == QLatin1String(QVDefect::FoundDuplicateFonts))
             ++kept;
     }
-    if (kept >= status->fontErrorsInfo.size())
+    if (kept >= status->fontErrorsInfo.size() || mustStop())
         return true;
 
     QString error;
     if (isSuitcaseFont(file, status)) {
         error = m_surgery->moveFontFromSuitcaseToQuarantine(file, status, reason);
-        ++m_store->qv_total_quarantined;
-        if (error.isNull() && status->fontType == 0
-            && m_store->moveSisterPostScriptFontToQuarantine(file, status, reason))
-            ++m_store->qv_total_quarantined;
+        if (error.isNull() && status->fontType == 0)
+            m_store->moveSisterPostScriptFontToQuarantine(file, status, reason);
     } else {
         error = m_store->moveFileToQuarantine(file, status, reason);
-        ++m_store->qv_total_quarantined;
     }
     if (!error.isNull()) {
         status->movedToQuarantineErrorInfo = error;

@@ -34,6 +34,9 @@ public:
         QList<int> quarantinedRows;
         // After a cancel: the rows taken out of rowArray (their fonts moved).
         QList<int> removedRows;
+        // Why the quarantine stopped taking fonts (a journal or index write
+        // failed), or null.
+        QString error;
     };
 
     QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery);
@@ -55,7 +58,10 @@ public:
     static QString rowTitle(const QVProblemFontPtr &entry);
 
     // Repairs the checked rows, then quarantines the checked rows, each sweep
-    // in the order the rows were checked.
+    // in the order the rows were checked, and commits the quarantine once.
+    // It stops after the font in hand when asked (or when the quarantine can
+    // no longer record its moves), as a cancel does. The store's
+    // qv_total_quarantined becomes the number of fonts moved in.
     Outcome resolveIssues();
     // Always true: failures are stored on the statuses.
     bool quarantineFile(const QVProblemFontPtr &entry);
@@ -83,6 +89,8 @@ public:
 
     QVProgress *progress = nullptr;
     std::atomic<bool> cancelRequested { false };
+    // Polled before every font; true stops the resolution.
+    std::function<bool()> stopRequested;
 
     // Collaborators the window connects; each may be left empty.
     std::function<void()> generateReport;

@@ -54,7 +54,7 @@ QString QVDiagnosisSummary::toText(const QVDiagnosis &diagnosis)
     text += QStringLiteral("Missing bitmap fonts:      %1\n").arg(diagnosis.missingBitmapProblemCount());
     text += QStringLiteral("Missing PostScript fonts:  %1\n").arg(diagnosis.missingPSProblemCount());
     text += QStringLiteral("Duplicate fonts:           %1\n").arg(diagnosis.duplicateProblemCount());
-    text += QStringLiteral("Total font problems:       %1\n").arg(diagnosis.totalFontProblems());
+    text += QStringLiteral("Fonts with problems:       %1\n").arg(diagnosis.totalFontProblems());
 
     const QList<QVProblemFontPtr> problems = diagnosis.problemFontsArray();
     // Duplicates first, as the resolution window lists them.

@@ -1,6 +1,7 @@
 #include "platform/QVAtomicFile.h"
 
 #include "platform/QVFileName.h"
+#include "platform/QVWriteFault.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -69,6 +70,8 @@ QByteArray temporaryName(const QByteArray &name)
 
 int QVAtomicFile::write(const QString &path, const QByteArray &bytes, int options)
 {
+    if (const int fault = QVWriteFault::check())
+        return fault;
     const QFileInfo info(path);
     const QByteArray folder = QVFileName::encode(info.absolutePath());
     const QByteArray name = QVFileName::encode(info.fileName());

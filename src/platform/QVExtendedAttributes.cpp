@@ -1,6 +1,7 @@
 #include "platform/QVExtendedAttributes.h"
 
 #include "platform/QVFileName.h"
+#include "platform/QVWriteFault.h"
 
 #include <QFile>
 #include <cerrno>
@@ -52,6 +53,8 @@ std::optional<QByteArray> QVExtendedAttributes::get(const QString &path, const c
 
 int QVExtendedAttributes::set(const QString &path, const char *name, const QByteArray &value)
 {
+    if (const int fault = QVWriteFault::check())
+        return fault;
     const QByteArray native = QVFileName::encode(path);
     if (::lsetxattr(native.constData(), name, value.constData(), size_t(value.size()), 0) == 0)
         return 0;

@@ -6,6 +6,7 @@
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVWriteFault.h"
 
 #include <QDir>
 #include <QFile>
@@ -94,9 +95,9 @@ int copyBytes(const QString &from, const QString &to)
         ::close(in);
         return error;
     }
-    int error = 0;
+    int error = QVWriteFault::check();
     char buffer[64 * 1024];
-    for (;;) {
+    while (!error) {
         const ssize_t got = ::read(in, buffer, sizeof buffer);
         if (got < 0) {
             if (errno == EINTR)

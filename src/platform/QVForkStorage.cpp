@@ -7,6 +7,7 @@
 #include "platform/QVExtendedAttributes.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
+#include "platform/QVWriteFault.h"
 #include "settings/QVLog.h"
 
 #include <QDir>

@@ -1,5 +1,6 @@
 #include "reports/QVReportManager.h"
 
+#include "diagnosis/QVProblemCounts.h"
 #include "engine/QVFontConstants.h"
 #include "platform/QVFileName.h"
 #include "platform/QVUserAccount.h"
@@ -190,8 +191,8 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
     data.qv_date = date;
     data.qv_total_examined = m_input.totalFonts;
     data.qv_total_quarantined = m_input.qv_total_quarantined;
-    data.qv_total_problems = m_input.problemFontsArray.size();
-    data.qv_total_healthy = qint64(m_input.totalFonts) - data.qv_total_problems;
+    data.qv_total_problems = QVProblemCounts::problemFonts(m_input.problemFontsArray);
+    data.qv_total_healthy = QVProblemCounts::healthyFonts(m_input.totalFonts, m_input.problemFontsArray);
     data.qv_scan_summary = scanSummary(m_input);
 
     // Sort the problem list into the sections.

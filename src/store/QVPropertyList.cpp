@@ -7,6 +7,7 @@
 #include <QTimeZone>
 #include <QXmlStreamReader>
 #include <QXmlStreamWriter>
+#include <cstring>
 
 namespace
 {
@@ -184,10 +185,17 @@ private:
             if (m_xml.hasError())
                 return QVariant();
             list.append(value);
+            if (depth == 0)
+                salvaged.append(value);
         }
         return list;
     }
 
+public:
+    // The complete items of the root array read before any error.
+    QVariantList salvaged;
+
+private:
     QXmlStreamReader m_xml;
 };
 
@@ -213,6 +221,13 @@ QByteArray QVPropertyList::toXml(const QVariant &root)
 QVariant QVPropertyList::fromXml(const QByteArray &xml, QString *error)
 {
     return Reader(xml).read(error);
+}
+
+QVariantList QVPropertyList::salvageList(const QByteArray &xml)
+{
+    Reader reader(xml);
+    reader.read(nullptr);
+    return reader.salvaged;
 }
 
 QString QVPropertyList::writeFile(const QString &path, const QVariant &root)

@@ -18,6 +18,10 @@ public:
     // not a property list. Nesting deeper than 64 levels is refused.
     static QVariant fromXml(const QByteArray &xml, QString *error = nullptr);
 
+    // What can be saved of a damaged list (a file cut short, say): the items
+    // of the root array that were complete before the damage.
+    static QVariantList salvageList(const QByteArray &xml);
+
     // Writes the XML atomically: the old file stays whole until the new one is
     // on the disk. Neither the file nor its folder may be a symbolic link.
     // Returns a null string on success, else the error.

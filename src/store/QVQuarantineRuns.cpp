@@ -13,8 +13,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <algorithm>
-#include <set>
 
 namespace
 {
@@ -99,7 +99,9 @@ void QVQuarantineRuns::updateRowArray()
             row.insert(QStringLiteral("fontFileType"), record.value(QStringLiteral("fontFileType")).toInt());
             row.insert(QStringLiteral("quarantineFileName"), value(record, "quarantineFileName"));
             row.insert(QStringLiteral("originalFilePath"), original);
-            row.insert(QStringLiteral("fileName"), QFileInfo(original).fileName());
+            // A file found in the quarantine without a record has only its own name.
+            row.insert(QStringLiteral("fileName"),
+                original.isEmpty() ? value(record, "quarantineFileName") : QFileInfo(original).fileName());
             row.insert(QStringLiteral("reason"), value(record, "reason"));
             rowArray.append(row);
         }
@@ -158,7 +160,8 @@ double QVQuarantineRuns::rowHeight(const QVariantMap &row)
 }
 
 template <typename Handler>
-QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QString &label)
+QVQuarantineRuns::RunResult QVQuarantineRuns::run(
+    Handler handleRow, const QString &label, const QString &kind)
 {
     RunResult result;
     cancelRequested = false;
@@ -172,7 +175,19 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QStri
         progress->setLabel(label);
         progress->setMaximum(100);
     }
-    std::set<int> recordsToRemove;
+    QList<QVariantMap> recordsToRemove;
+    const QString quarantine = m_store->quarantineFolderPath();
+    if (!checked.isEmpty()) {
+        if (const QString error = m_store->lockForChange(); !error.isNull()) {
+            result.errors << error;
+            return result;
+        }
+    }
+    // The records of each quarantined file, looked up once per row.
+    QHash<QString, QList<qsizetype>> recordsByName;
+    const QList<QVariantMap> &index = m_store->quarantinedFilesDataArray;
+    for (qsizetype i = 0; i < index.size(); ++i)
+        recordsByName[value(index.at(i), "quarantineFileName")].append(i);
     for (const int rowNumber : checked) {
         if (withProgress) {
             if (cancelRequested) {
@@ -185,6 +200,29 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QStri
         if (rowNumber < 0 || rowNumber >= rowArray.size())
             continue;
         const QVariantMap row = rowArray.at(rowNumber);
+        // The records that belong to the row.
+        const QString name = value(row, "quarantineFileName");
+        const bool member = isSuitcaseMember(row);
+        QList<QVariantMap> records;
+        for (const qsizetype i : recordsByName.value(name)) {
+            const QVariantMap &record = index.at(i);
+            if (member
+                && !record.value(QStringLiteral("fontNames")).toStringList().contains(value(row, "fontName")))
+                continue;
+            records.append(record);
+        }
+        // Recorded before the file leaves, so that a run cut short still
+        // knows it left. A restore moves fonts: one that cannot be recorded
+        // stops the run. A removal goes on (it frees the disk; at worst the
+        // row outlives its file).
+        if (!name.isEmpty() && !name.contains(QLatin1Char('/'))
+            && exists(quarantine + QLatin1Char('/') + name)) {
+            const QString unrecorded = m_store->journalRemoval(kind, name, records);
+            if (!unrecorded.isNull() && kind == QLatin1String("restore")) {
+                result.errors << unrecorded;
+                break;
+            }
+        }
         QString error;
         if (!handleRow(row, &error)) {
             if (!error.isEmpty())
@@ -192,27 +230,12 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(Handler handleRow, const QStri
             continue;
         }
         result.handledRows << rowNumber;
-        // The records that belong to the row.
-        const QString name = value(row, "quarantineFileName");
-        const bool member = isSuitcaseMember(row);
-        const auto &records = m_store->quarantinedFilesDataArray;
-        for (int i = 0; i < records.size(); ++i) {
-            if (value(records.at(i), "quarantineFileName") != name)
-                continue;
-            if (member
-                && !records.at(i)
-                        .value(QStringLiteral("fontNames"))
-                        .toStringList()
-                        .contains(value(row, "fontName")))
-                continue;
-            recordsToRemove.insert(i);
-        }
+        recordsToRemove += records;
     }
     if (withProgress)
         progress->setValue(100);
     if (!result.handledRows.isEmpty()) {
-        for (auto it = recordsToRemove.rbegin(); it != recordsToRemove.rend(); ++it)
-            m_store->quarantinedFilesDataArray.removeAt(*it);
+        m_store->removeRecords(recordsToRemove);
         checkedRowsArray.clear();
         updateRowArray();
         result.commitError = m_store->commitQuarantine();
@@ -257,7 +280,9 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         }
         QString failure;
         const QString parent = QFileInfo(destination).absolutePath();
-        if (folder.isEmpty()) {
+        if (destination.isEmpty()) {
+            failure = QStringLiteral("Where it came from is not known; restore it into a chosen folder");
+        } else if (folder.isEmpty()) {
             if (QVFileSystem::isDirectory(parent)) {
                 if (!QFileInfo(parent).isWritable())
                     failure = QStringLiteral("You don't have permission to write to the folder \"%1\"")
@@ -300,7 +325,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         after();
         return failure.isEmpty();
     };
-    return run(restoreRow, QStringLiteral("Restoring Font files..."));
+    return run(restoreRow, QStringLiteral("Restoring Font files..."), QStringLiteral("restore"));
 }
 
 QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
@@ -330,7 +355,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()
         }
         return true;
     };
-    return run(removeRow, QStringLiteral("Removing Font Files..."));
+    return run(removeRow, QStringLiteral("Removing Font Files..."), QStringLiteral("remove"));
 }
 
 qint16 QVQuarantineRuns::removeFontFromSuitcase(const QVariantMap &row)

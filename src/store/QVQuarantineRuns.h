@@ -68,7 +68,8 @@ public:
     std::atomic<bool> cancelRequested { false };
 
 private:
-    template <typename Handler> RunResult run(Handler handleRow, const QString &label);
+    // kind: "restore" or "remove", as the journal records it.
+    template <typename Handler> RunResult run(Handler handleRow, const QString &label, const QString &kind);
 
     QVQuarantineStore *m_store;
     QVSuitcaseSurgery *m_surgery;

@@ -2,27 +2,38 @@
 
 #include "engine/QVFontDataManager.h"
 #include "platform/QVAtomicFile.h"
+#include "platform/QVFileLock.h"
+#include "platform/QVFileName.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVJournalFile.h"
 #include "platform/QVPackageFiles.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
 #include "settings/QVLog.h"
 #include "store/QVPropertyList.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QLockFile>
+#include <QHash>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
 
 const QString kIndexName = QStringLiteral("dataSource");
 const QString kJournalName = QStringLiteral("dataSource.journal");
+// How long a store used without a run's lock waits for it at its first change.
+constexpr int kChangeLockWaitMs = 10000;
 
 bool existsOrLink(const QString &path)
 {
@@ -60,9 +71,64 @@ bool toRecords(const QVariant &value, QList<QVariantMap> *records)
 
 bool sameRecord(const QVariantMap &a, const QVariantMap &b)
 {
-    return a.value(QStringLiteral("quarantineFileName")) == b.value(QStringLiteral("quarantineFileName"))
-        && a.value(QStringLiteral("originalFilePath")) == b.value(QStringLiteral("originalFilePath"))
-        && a.value(QStringLiteral("fontNames")) == b.value(QStringLiteral("fontNames"));
+    return a.value(QStringLiteral("quarantineFileName")).toString()
+        == b.value(QStringLiteral("quarantineFileName")).toString()
+        && a.value(QStringLiteral("originalFilePath")).toString()
+        == b.value(QStringLiteral("originalFilePath")).toString()
+        && a.value(QStringLiteral("fontNames")).toStringList()
+        == b.value(QStringLiteral("fontNames")).toStringList();
+}
+
+// The whole record as one text: equal for equal records, however their lists
+// and numbers are typed in memory.
+QByteArray recordKey(const QVariantMap &record)
+{
+    return QJsonDocument(QJsonObject::fromVariantMap(record)).toJson(QJsonDocument::Compact);
+}
+
+// `records` without one of each of `gone`.
+QList<QVariantMap> withoutRecords(const QList<QVariantMap> &records, const QList<QVariantMap> &gone)
+{
+    QHash<QByteArray, int> toDrop;
+    for (const QVariantMap &record : gone)
+        ++toDrop[recordKey(record)];
+    QList<QVariantMap> result;
+    result.reserve(records.size());
+    for (const QVariantMap &record : records) {
+        if (!toDrop.isEmpty()) {
+            const auto it = toDrop.find(recordKey(record));
+            if (it != toDrop.end()) {
+                if (--it.value() == 0)
+                    toDrop.erase(it);
+                continue;
+            }
+        }
+        result.append(record);
+    }
+    return result;
+}
+
+// What changed from `before` to `after` (records added and removed), done to
+// `base` instead.
+QList<QVariantMap> replayChanges(
+    const QList<QVariantMap> &base, const QList<QVariantMap> &before, const QList<QVariantMap> &after)
+{
+    if (before == after)
+        return base;
+    const QList<QVariantMap> added = withoutRecords(after, before);
+    const QList<QVariantMap> removed = withoutRecords(before, after);
+    return withoutRecords(base, removed) + added;
+}
+
+QString errnoText(int error)
+{
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+QVariantMap fromJsonLine(const QByteArray &line)
+{
+    const QJsonDocument document = QJsonDocument::fromJson(line);
+    return document.isObject() ? document.object().toVariantMap() : QVariantMap();
 }
 
 } // namespace
@@ -90,9 +156,9 @@ QString QVQuarantineStore::journalPath() const
     return quarantineFolderPath() + QLatin1Char('/') + kJournalName;
 }
 
-QString QVQuarantineStore::journalLockPath() const
+QString QVQuarantineStore::lockPath() const
 {
-    return journalPath() + QStringLiteral(".lock");
+    return QVDataFolder::path() + QStringLiteral("/.lock");
 }
 
 QUrl QVQuarantineStore::getQuarantineFolder() const
@@ -115,7 +181,19 @@ QString QVQuarantineStore::folderProblem() const
     return QString();
 }
 
-QString QVQuarantineStore::uniqueDestination(const QString &folder, const QString &name, bool keepExtension)
+QString QVQuarantineStore::quarantineDestination(const QString &name, bool keepExtension)
+{
+    const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
+    int &last = m_lastNumbers[name + (keepExtension ? QStringLiteral("\n1") : QStringLiteral("\n0"))];
+    int number = last + 1;
+    const QString destination = uniqueDestination(folder, name, keepExtension, &number);
+    if (number > 0)
+        last = number;
+    return destination;
+}
+
+QString QVQuarantineStore::uniqueDestination(
+    const QString &folder, const QString &name, bool keepExtension, int *firstNumber)
 {
     auto taken = [](const QString &path) {
         if (existsOrLink(path))
@@ -126,18 +204,24 @@ QString QVQuarantineStore::uniqueDestination(const QString &folder, const QStrin
             || existsOrLink(info.absolutePath() + QStringLiteral("/.AppleDouble/") + info.fileName());
     };
     QString destination = QStringLiteral("%1/%2").arg(folder, name);
-    if (!taken(destination))
+    if (!taken(destination)) {
+        if (firstNumber)
+            *firstNumber = 0;
         return destination;
+    }
     const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
     const bool hasExtension = keepExtension && dot > 0 && dot < name.size() - 1;
     const QString base = hasExtension ? name.left(dot) : name;
     const QString extension = hasExtension ? name.mid(dot + 1) : QString();
-    for (int i = 1;; ++i) {
+    for (int i = firstNumber ? qMax(1, *firstNumber) : 1;; ++i) {
         // Joined, never formatted: a "%1" in a font's name stays as it is.
         destination = folder + QLatin1Char('/') + base + QLatin1Char(' ') + QString::number(i)
             + (hasExtension ? QLatin1Char('.') + extension : QString());
-        if (!taken(destination))
+        if (!taken(destination)) {
+            if (firstNumber)
+                *firstNumber = i;
             return destination;
+        }
     }
 }
 
@@ -178,6 +262,7 @@ void QVQuarantineStore::addFileToQuarantineDataSource(const QString &quarantineF
     if (!fontStatus->movedToQuarantine)
         return;
     quarantinedFilesDataArray.append(makeRecord(quarantineFileName, fontFile, fontStatus, reason));
+    addedRecords.append(quarantinedFilesDataArray.last());
 }
 
 QString QVQuarantineStore::moveFileToQuarantine(
@@ -187,17 +272,18 @@ QString QVQuarantineStore::moveFileToQuarantine(
         return QString();
     if (const QString problem = folderProblem(); !problem.isNull())
         return problem;
+    const QString folder = quarantineFolderPath();
     const QString source = fontFile->URL;
     if (QVPackageFiles::isPackageFile(source))
         return QVPackageFiles::refusal(source);
-    const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
-    const QString destination = uniqueDestination(folder, QFileInfo(source).fileName(), true);
+    const QString folder = quarantineFolderPath();
+    const QString destination = quarantineDestination(QFileInfo(source).fileName(), true);
     const QString destinationName = QFileInfo(destination).fileName();
 
     if (existsOrLink(source)) {
         if (!journalIntent(
                 QStringLiteral("file"), source, makeRecord(destinationName, fontFile, fontStatus, reason)))
-            return QStringLiteral("Could not write the quarantine journal in %1").arg(folder);
+            return quarantineError();
         const QVFilePair::Result moved = QVFilePair::move(source, destination);
         QString error;
         if (!moved) {
@@ -233,12 +319,18 @@ bool QVQuarantineStore::moveSisterPostScriptFontToQuarantine(
 {
     if (fontFile->fontFileType != 0 || fontStatus->fontType != 0 || !dataMgr)
         return false;
-    const QString folder = folderOf(fontFile->URL);
+    // The scan's files by folder, made once: looking through all of them for
+    // each bitmap font would make a resolution quadratic.
+    if (m_foldersOf != dataMgr || m_foldersCount != dataMgr->fontFileItems.size()) {
+        m_filesByFolder.clear();
+        for (const QVFontFilePtr &item : std::as_const(dataMgr->fontFileItems))
+            m_filesByFolder[folderOf(item->URL)].append(item);
+        m_foldersOf = dataMgr;
+        m_foldersCount = dataMgr->fontFileItems.size();
+    }
     QList<QPair<QVFontFilePtr, QVStatusPtr>> sisters;
     bool otherUser = false;
-    for (const QVFontFilePtr &item : std::as_const(dataMgr->fontFileItems)) {
-        if (folderOf(item->URL) != folder)
-            continue;
+    for (const QVFontFilePtr &item : m_filesByFolder.value(folderOf(fontFile->URL))) {
         for (const QVStatusPtr &status : std::as_const(item->fontStatusArray)) {
             if (status->PSname != fontStatus->PSname || item->fontFileType != 0)
                 continue;
@@ -300,70 +392,254 @@ void QVQuarantineStore::updateFontMovedStatusForAllFonts(const QVFontFilePtr &fo
         status->movedToQuarantine = true;
 }
 
-QString QVQuarantineStore::commitQuarantine()
+QString QVQuarantineStore::quarantineError() const
 {
     if (!hasQuarantineIndex)
-        return QStringLiteral("The quarantine index %1 cannot be read; it was not overwritten")
+        return QStringLiteral("The quarantine index %1 cannot be read; nothing is quarantined until it can")
             .arg(indexPath());
+    return m_writeError;
+}
+
+bool QVQuarantineStore::holdsLock() const
+{
+    return m_lock && m_lock->isLocked();
+}
+
+bool QVQuarantineStore::acquire(int timeoutMs, const std::function<bool(qint64)> &waiting)
+{
+    if (holdsLock())
+        return true;
+    m_lockError = 0;
+    if (QVDataFolder::ensure().isEmpty()) {
+        m_lockError = EACCES;
+        return false;
+    }
+    auto lock = std::make_unique<QVFileLock>(lockPath());
+    if (!lock->lock(timeoutMs, waiting)) {
+        m_lockError = lock->error();
+        return false;
+    }
+    m_lock = std::move(lock);
+    return true;
+}
+
+void QVQuarantineStore::unlock()
+{
+    m_journal.reset();
+    m_lock.reset();
+    m_runLock = false;
+}
+
+QString QVQuarantineStore::lockForRun(int timeoutMs, const std::function<bool(qint64)> &waiting)
+{
+    if (!holdsLock()) {
+        if (!acquire(timeoutMs, waiting)) {
+            if (m_lockError != 0)
+                return QStringLiteral("Could not lock %1: %2").arg(lockPath(), errnoText(m_lockError));
+            const qint64 holder = QVFileLock(lockPath()).holder();
+            return QStringLiteral(
+                "Another Quorvel run (process %1) is changing the quarantine in %2; try again "
+                "when it has finished")
+                .arg(holder > 0 ? QString::number(holder) : QStringLiteral("unknown"), QVDataFolder::path());
+        }
+    }
+    m_runLock = true;
+    m_writeError.clear();
+    syncUnderLock(true);
+    return hasQuarantineIndex ? QString() : quarantineError();
+}
+
+QVQuarantineStore::IndexState QVQuarantineStore::readIndex(QList<QVariantMap> *records, QByteArray *raw) const
+{
+    records->clear();
+    QFile file(indexPath());
+    if (!file.exists())
+        return IndexState::Missing;
+    QByteArray bytes;
+    if (file.open(QIODevice::ReadOnly))
+        bytes = file.readAll();
+    QString error;
+    const QVariant root = QVPropertyList::fromXml(bytes, &error);
+    if (toRecords(root, records))
+        return IndexState::Good;
+    qCWarning(lcStore) << "Error: the quarantine index cannot be read" << indexPath() << error;
+    records->clear();
+    if (raw)
+        *raw = bytes;
+    return IndexState::Damaged;
+}
+
+QString QVQuarantineStore::setDamagedIndexAside()
+{
+    // Kept already by an attempt whose rebuilt index could not be written.
+    struct stat index;
+    if (::stat(QVFileName::encode(indexPath()).constData(), &index) == 0) {
+        const QDir folder(quarantineFolderPath());
+        for (const QString &name :
+            folder.entryList({ kIndexName + QStringLiteral(".damaged-*") }, QDir::Files)) {
+            struct stat kept;
+            const QString path = folder.filePath(name);
+            if (::stat(QVFileName::encode(path).constData(), &kept) == 0 && kept.st_ino == index.st_ino
+                && kept.st_dev == index.st_dev)
+                return path;
+        }
+    }
+    const QString stamp = QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
+    QString aside = indexPath() + QStringLiteral(".damaged-") + stamp;
+    for (int i = 1; existsOrLink(aside); ++i)
+        aside = indexPath() + QStringLiteral(".damaged-%1-%2").arg(stamp).arg(i);
+    // A second name for the same bytes: nothing to write, and the index stays
+    // where it is until the rebuilt one replaces it.
+    if (::link(QVFileName::encode(indexPath()).constData(), QVFileName::encode(aside).constData()) == 0
+        || QFile::copy(indexPath(), aside))
+        return aside;
+    qCWarning(lcStore) << "Error: could not keep the damaged quarantine index as" << aside;
+    return QString();
+}
+
+void QVQuarantineStore::syncUnderLock(bool keepChanges)
+{
+    const QList<QVariantMap> before = m_loaded;
+    const QList<QVariantMap> ours = quarantinedFilesDataArray;
+    QList<QVariantMap> disk;
+    QByteArray raw;
+    bool changed = false;
+    if (readIndex(&disk, &raw) == IndexState::Damaged) {
+        const QString aside = setDamagedIndexAside();
+        if (aside.isNull()) {
+            hasQuarantineIndex = false;
+            return;
+        }
+        damagedIndexPath = aside;
+        toRecords(QVPropertyList::salvageList(raw), &disk);
+        qCWarning(lcStore) << "The damaged quarantine index was kept as" << aside << "and rebuilt;"
+                           << disk.size() << "records could be read";
+        changed = true;
+    }
+    hasQuarantineIndex = true;
+    m_loaded = disk;
+    quarantinedFilesDataArray = keepChanges ? replayChanges(disk, before, ours) : disk;
+    if (settleEntries(readJournal()))
+        changed = true;
+    if (recordUnrecordedFiles())
+        changed = true;
+    if (!changed)
+        return;
+    // What was settled or repaired is written at once, so that a run that
+    // cannot write the index does not start.
+    if (const QString error = writeIndex(); !error.isNull()) {
+        m_writeError = error;
+        return;
+    }
+    m_loaded = quarantinedFilesDataArray;
+}
+
+QString QVQuarantineStore::writeIndex()
+{
     getQuarantineFolder();
     const QString error = QVPropertyList::writeFile(indexPath(), toVariantList(quarantinedFilesDataArray));
     if (!error.isNull()) {
         qCWarning(lcStore, "Error: commitQuarantine %s", qUtf8Printable(error));
-        return error;
+        return QStringLiteral("Could not write the quarantine index %1: %2").arg(indexPath(), error);
     }
-    m_journal.clear();
-    if (QFile::exists(journalPath()) && !QFile::remove(journalPath())) {
-        // Kept locked: the entries stay ours to settle.
-        qCWarning(lcStore) << "Error: could not empty the quarantine journal" << journalPath();
-        return QString();
-    }
-    m_journalLock.reset();
+    // Everything the journal held is in the index now.
+    if (!m_journal)
+        m_journal = std::make_unique<QVJournalFile>(journalPath());
+    if (const int removed = m_journal->remove(); removed != 0)
+        qCWarning(lcStore) << "Error: could not empty the quarantine journal" << journalPath()
+                           << errnoText(removed);
     return QString();
+}
+
+QString QVQuarantineStore::commitQuarantine()
+{
+    const bool tookLock = !holdsLock();
+    if (tookLock) {
+        if (!acquire(kChangeLockWaitMs))
+            return QStringLiteral(
+                "The quarantine is being changed by another run; the index %1 was not written")
+                .arg(indexPath());
+        syncUnderLock(true);
+    }
+    QString error;
+    if (!hasQuarantineIndex) {
+        error = QStringLiteral("The quarantine index %1 cannot be read; it was not overwritten")
+                    .arg(indexPath());
+    } else {
+        error = writeIndex();
+        if (error.isNull())
+            m_loaded = quarantinedFilesDataArray;
+        else
+            m_writeError = error;
+    }
+    if (!m_runLock)
+        unlock();
+    return error;
 }
 
 void QVQuarantineStore::loadQuarantineDataSourceFromDisk()
 {
     quarantinedFilesDataArray.clear();
+    m_loaded.clear();
     hasQuarantineIndex = true;
-    if (QFile::exists(indexPath())) {
-        QString error;
-        const QVariant root = QVPropertyList::readFile(indexPath(), &error);
-        if (!toRecords(root, &quarantinedFilesDataArray)) {
-            qCWarning(lcStore) << "Error: the quarantine index cannot be read" << indexPath() << error;
-            quarantinedFilesDataArray.clear();
-            hasQuarantineIndex = false;
-            return;
+    if (holdsLock()) {
+        syncUnderLock(false);
+        return;
+    }
+    if (!QVFileSystem::isDirectory(QVDataFolder::path()))
+        return;
+    // Settling and repairs write; they are left to whoever holds the lock.
+    if (acquire(0)) {
+        syncUnderLock(false);
+        unlock();
+        return;
+    }
+    if (readIndex(&quarantinedFilesDataArray) == IndexState::Damaged)
+        hasQuarantineIndex = false;
+    m_loaded = quarantinedFilesDataArray;
+}
+
+QList<QVariantMap> QVQuarantineStore::readJournal() const
+{
+    QList<QVariantMap> entries;
+    int error = 0;
+    const QList<QByteArray> lines = QVJournalFile::readLines(journalPath(), &error);
+    if (error)
+        qCWarning(lcStore) << "Error: the quarantine journal cannot be read" << journalPath()
+                           << errnoText(error);
+    for (const QByteArray &line : lines) {
+        const QVariantMap entry = fromJsonLine(line);
+        if (entry.value(QStringLiteral("kind")).toString() == QLatin1String("drop")) {
+            if (!entries.isEmpty())
+                entries.removeLast();
+        } else if (!entry.isEmpty()) {
+            entries.append(entry);
         }
     }
-    settleJournal();
+    return entries;
 }
 
-void QVQuarantineStore::settleJournal()
-{
-    if (!QFile::exists(journalPath()))
-        return;
-    // A live process still working on its journal: leave it to that process.
-    // The lock of a process that died is stale and taken over here.
-    QLockFile lock(journalLockPath());
-    if (!lock.tryLock(0))
-        return;
-    QList<QVariantMap> entries;
-    if (!toRecords(QVPropertyList::readFile(journalPath()), &entries)) {
-        // Kept for a person to read; nothing here is lost by leaving it.
-        qCWarning(lcStore) << "Error: the quarantine journal cannot be read" << journalPath();
-        return;
-    }
-    const int settled = settleEntries(entries);
-    qCInfo(lcStore) << "Settled the quarantine journal:" << settled << "of" << entries.size()
-                    << "entries recorded";
-    commitQuarantine();
-}
-
-int QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
+bool QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
 {
     const QString folder = quarantineFolderPath();
     int settled = 0;
+    int dropped = 0;
     for (const QVariantMap &entry : std::as_const(entries)) {
+        const QString kind = entry.value(QStringLiteral("kind")).toString();
+        if (kind == QLatin1String("restore") || kind == QLatin1String("remove")) {
+            // The file left the quarantine: so do its records.
+            const QString name = entry.value(QStringLiteral("quarantineFileName")).toString();
+            if (name.isEmpty() || name.contains(QLatin1Char('/'))
+                || existsOrLink(folder + QLatin1Char('/') + name))
+                continue;
+            QList<QVariantMap> gone;
+            for (const QVariant &record : entry.value(QStringLiteral("records")).toList())
+                gone.append(record.toMap());
+            const qsizetype count = quarantinedFilesDataArray.size();
+            quarantinedFilesDataArray = withoutRecords(quarantinedFilesDataArray, gone);
+            dropped += int(count - quarantinedFilesDataArray.size());
+            continue;
+        }
         const QVariantMap record = entry.value(QStringLiteral("record")).toMap();
         const QString source = entry.value(QStringLiteral("source")).toString();
         const QString name = record.value(QStringLiteral("quarantineFileName")).toString();
@@ -374,7 +650,7 @@ int QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
         if (known)
             continue;
         const QString destination = folder + QLatin1Char('/') + name;
-        const bool isFile = entry.value(QStringLiteral("kind")).toString() == QLatin1String("file");
+        const bool isFile = kind == QLatin1String("file");
         if (existsOrLink(destination)) {
             // A move cut short between the file and its companions: bring the
             // fork and Finder info after it.
@@ -400,59 +676,117 @@ int QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
         quarantinedFilesDataArray.append(record);
         ++settled;
     }
-    return settled;
+    if (!entries.isEmpty())
+        qCInfo(lcStore) << "Settled the quarantine journal:" << settled << "records added," << dropped
+                        << "removed, from" << entries.size() << "entries";
+    return settled > 0 || dropped > 0 || !entries.isEmpty();
 }
 
-bool QVQuarantineStore::writeJournal()
+bool QVQuarantineStore::recordUnrecordedFiles()
 {
+    const QString folder = quarantineFolderPath();
+    if (!QVFileSystem::isDirectory(folder))
+        return false;
+    QSet<QString> recorded;
+    for (const QVariantMap &record : std::as_const(quarantinedFilesDataArray))
+        recorded.insert(record.value(QStringLiteral("quarantineFileName")).toString());
+    // The index, its journal and its leftovers, and companions, are not fonts.
+    const QStringList names = QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name);
+    bool changed = false;
+    for (const QString &name : names) {
+        // A suitcase a killed run was still building (".NAME.partial"): its
+        // font is still in its source.
+        if (name.startsWith(QLatin1Char('.')) && !name.startsWith(QLatin1String("._"))
+            && name.endsWith(QLatin1String(".partial"))) {
+            QVFilePair::remove(folder + QLatin1Char('/') + name);
+            continue;
+        }
+        if (name.startsWith(QLatin1Char('.')) || name.startsWith(kIndexName) || recorded.contains(name))
+            continue;
+        QVariantMap record;
+        const bool hasFork = QVForkStorage::resourceForkPlace(folder + QLatin1Char('/') + name)
+            != QVForkStorage::Place::None;
+        record.insert(QStringLiteral("fontFileType"), hasFork ? 0 : 1);
+        record.insert(QStringLiteral("quarantineFileName"), name);
+        record.insert(QStringLiteral("originalFilePath"), QString());
+        record.insert(QStringLiteral("fontCount"), 0);
+        record.insert(QStringLiteral("reason"), QStringLiteral("· Found in the quarantine without a record"));
+        record.insert(QStringLiteral("fontNames"), QStringList { name });
+        record.insert(QStringLiteral("fontPSnames"), QStringList { QString() });
+        record.insert(QStringLiteral("fontStyles"), QStringList { QStringLiteral("Plain") });
+        record.insert(QStringLiteral("fontFoundries"), QStringList { QStringLiteral("-") });
+        record.insert(QStringLiteral("fontTypes"), QVariantList { -1 });
+        quarantinedFilesDataArray.append(record);
+        unrecordedFiles.append(name);
+        changed = true;
+    }
+    return changed;
+}
+
+QString QVQuarantineStore::lockForChange()
+{
+    if (!holdsLock()) {
+        if (!acquire(kChangeLockWaitMs)) {
+            qCWarning(lcStore) << "Error: the quarantine is being changed by another process" << lockPath();
+            return QStringLiteral("The quarantine is being changed by another run (%1)").arg(lockPath());
+        }
+        // A journal left by a run that died is settled here and stays until
+        // our commit, as our own entries do.
+        syncUnderLock(true);
+    }
+    return hasQuarantineIndex ? QString() : quarantineError();
+}
+
+QString QVQuarantineStore::appendToJournal(const QVariantMap &entry, bool intoQuarantine)
+{
+    if (intoQuarantine && !quarantineError().isNull())
+        return quarantineError();
+    if (const QString error = lockForChange(); !error.isNull())
+        return error;
     getQuarantineFolder();
-    QVariantList list;
-    for (const QVariantMap &entry : std::as_const(m_journal))
-        list.append(entry);
-    const QString error = QVPropertyList::writeFile(journalPath(), list);
-    if (!error.isNull())
-        qCWarning(lcStore) << "Error: could not write the quarantine journal" << error;
-    return error.isNull();
+    if (!m_journal)
+        m_journal = std::make_unique<QVJournalFile>(journalPath());
+    const int error
+        = m_journal->append(QJsonDocument(QJsonObject::fromVariantMap(entry)).toJson(QJsonDocument::Compact));
+    if (error == 0)
+        return QString();
+    const QString text = QStringLiteral("Could not write the quarantine journal %1: %2")
+                             .arg(journalPath(), errnoText(error));
+    qCWarning(lcStore, "Error: %s", qUtf8Printable(text));
+    if (intoQuarantine)
+        m_writeError = text;
+    return text;
 }
 
 bool QVQuarantineStore::journalIntent(const QString &kind, const QString &source, const QVariantMap &record)
 {
-    if (!m_journalLock) {
-        getQuarantineFolder();
-        auto lock = std::make_unique<QLockFile>(journalLockPath());
-        // Another process resolving at the same moment: wait for its commit.
-        if (!lock->tryLock(10000)) {
-            qCWarning(lcStore) << "Error: the quarantine is being changed by another process"
-                               << journalLockPath();
-            return false;
-        }
-        m_journalLock = std::move(lock);
-        // A journal left by a run that died while this store was open: its
-        // entries are settled here and stay journalled until our commit.
-        QList<QVariantMap> leftovers;
-        if (m_journal.isEmpty() && QFile::exists(journalPath())
-            && toRecords(QVPropertyList::readFile(journalPath()), &leftovers)) {
-            settleEntries(leftovers);
-            m_journal = leftovers;
-        }
-    }
     QVariantMap entry;
     entry.insert(QStringLiteral("kind"), kind);
     entry.insert(QStringLiteral("source"), source);
     entry.insert(QStringLiteral("record"), record);
-    m_journal.append(entry);
-    if (writeJournal())
-        return true;
-    m_journal.removeLast();
-    return false;
+    return appendToJournal(entry, true).isNull();
+}
+
+QString QVQuarantineStore::journalRemoval(
+    const QString &kind, const QString &quarantineFileName, const QList<QVariantMap> &records)
+{
+    QVariantMap entry;
+    entry.insert(QStringLiteral("kind"), kind);
+    entry.insert(QStringLiteral("quarantineFileName"), quarantineFileName);
+    entry.insert(QStringLiteral("records"), toVariantList(records));
+    return appendToJournal(entry, false);
 }
 
 void QVQuarantineStore::dropLastIntent()
 {
-    if (m_journal.isEmpty())
-        return;
-    m_journal.removeLast();
-    writeJournal();
+    // Should this fail, the entry stays; settling finds the move undone. The
+    // run stops all the same: its journal can no longer be trusted to be whole.
+    appendToJournal({ { QStringLiteral("kind"), QStringLiteral("drop") } }, true);
+}
+
+void QVQuarantineStore::removeRecords(const QList<QVariantMap> &records)
+{
+    quarantinedFilesDataArray = withoutRecords(quarantinedFilesDataArray, records);
 }
 
 void QVQuarantineStore::clearQuarantine()
@@ -472,7 +806,7 @@ void QVQuarantineStore::clearQuarantine()
     }
     QFile::remove(indexPath());
     QFile::remove(journalPath());
-    m_journal.clear();
+    m_journal.reset();
 }
 
 bool QVQuarantineStore::getAuthorization()

@@ -4,19 +4,30 @@
 // keeps its resource fork and Finder info; a file the user may not move goes
 // through the privileged runner.
 //
-// Crash safety: before a font is moved, the record it will get is written to a
-// journal beside the index ("dataSource.journal"); commitQuarantine() empties
-// it. Loading the index settles what a killed run left in the journal: a font
-// that reached the quarantine gets its record (and a fork left behind at the
-// old place follows it), one that never moved is forgotten. Every font is thus
-// where it was or listed in the quarantine. A store holds a lock file beside
-// the journal while its journal has entries, so a journal is settled only when
-// the process that wrote it is gone, and two processes never share one.
+// One run at a time: whatever changes the quarantine holds the data folder's
+// lock (across processes) from reading the index to writing it back, so every
+// write of the index is a read-modify-write under that lock. A command takes
+// it for its whole run (lockForRun); a store used without it takes it at its
+// first change and lays its changes over the index as it then is on disk.
+//
+// Crash safety: before a font is moved in (or a quarantined font restored or
+// removed), what is about to happen is appended to a journal beside the index
+// ("dataSource.journal") and reaches the disk; the index is written once, by
+// commitQuarantine(), which empties the journal. Whoever takes the lock next
+// settles what a killed run left in the journal: a font that reached the
+// quarantine gets its record (and a fork left behind at the old place follows
+// it), one that never moved is forgotten, a restored or removed one loses its
+// record. A file found in the quarantine without any record gets one, so the
+// list shows every file there. A damaged index is kept aside
+// ("dataSource.damaged-DATE") and rebuilt from what can be read of it, the
+// journal and the files; while that cannot be done nothing is quarantined, and
+// neither is anything after a journal or index write failed.
 #pragma once
 
 #include "engine/QVFontFile.h"
 #include "engine/QVStatus.h"
 
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QUrl>
@@ -24,14 +35,16 @@
 #include <functional>
 #include <memory>
 
-class QLockFile;
+class QVFileLock;
 class QVFontDataManager;
+class QVJournalFile;
 
 class QVQuarantineStore
 {
 public:
-    // Loads the index (and settles the journal). dataMgr supplies the other
-    // fonts of the scan for the sister PostScript rule; it may be null.
+    // Loads the index (and settles the journal when no other run holds the
+    // lock). dataMgr supplies the other fonts of the scan for the sister
+    // PostScript rule; it may be null.
     explicit QVQuarantineStore(QVFontDataManager *dataMgr = nullptr);
     ~QVQuarantineStore();
     QVQuarantineStore(const QVQuarantineStore &) = delete;
@@ -71,8 +84,37 @@ public:
     static void updateFontMovedStatusForAllFonts(const QVFontFilePtr &fontFile);
 
     // Writes the index atomically and empties the journal. Null on success.
+    // A failure stops further moves into the quarantine (quarantineError()).
     QString commitQuarantine();
     void loadQuarantineDataSourceFromDisk();
+
+    // How long a run waits for another one by default.
+    static constexpr int kLockWaitMs = 10 * 60 * 1000;
+    // Takes the data folder's lock for a run and reloads the index from disk,
+    // settling and repairing it. Waits up to timeoutMs for another run,
+    // calling waiting (see QVFileLock) meanwhile. Null, or why the run cannot
+    // go on (another run still holds the lock, or the index cannot be read).
+    // When what was settled could not be written (a full disk), the run may
+    // list, restore and remove, but quarantineError() stops moves into the
+    // quarantine. The lock is held until unlock() or the store's end.
+    QString lockForRun(int timeoutMs = kLockWaitMs, const std::function<bool(qint64)> &waiting = {});
+    void unlock();
+    // Takes the lock for a change when no run holds it yet (waiting a little
+    // for another run), laying this store's unsaved changes over the index as
+    // it is on disk; held until the next commit. Null, or why nothing may be
+    // changed (the lock, or an index that cannot be read). Journalling does
+    // this itself; a caller that holds positions in the index across a change
+    // calls it first.
+    QString lockForChange();
+    bool holdsLock() const;
+    QString lockPath() const;
+    // Null while fonts may be moved into the quarantine; else why not (the
+    // index cannot be read, or a journal or index write failed).
+    QString quarantineError() const;
+
+    // Removes records (each equal one once) from the index; nothing is
+    // written to disk.
+    void removeRecords(const QList<QVariantMap> &records);
     // Deletes every indexed file, the index and the journal (errors ignored).
     // The in-memory index is left as it is.
     void clearQuarantine();
@@ -89,17 +131,37 @@ public:
     // The first free "FOLDER/NAME", "FOLDER/BASE N.EXT" or (keepExtension
     // false, or no extension) "FOLDER/NAME N". A name counts as taken when the
     // file or one of its companions exists there.
-    static QString uniqueDestination(const QString &folder, const QString &name, bool keepExtension);
+    // With firstNumber, numbered names are tried from *firstNumber on, and it
+    // gets the number taken (0 for the plain name).
+    static QString uniqueDestination(
+        const QString &folder, const QString &name, bool keepExtension, int *firstNumber = nullptr);
+    // uniqueDestination() in the quarantine folder, remembering the numbers
+    // this store took so that many fonts of one name do not each try them all.
+    QString quarantineDestination(const QString &name, bool keepExtension);
 
-    // Records a move about to happen (written at once, atomically); the entry
-    // leaves the journal with the next commit. kind: "file" or "suitcase".
+    // Records a move about to happen: on the disk before it returns; the
+    // entry leaves the journal with the next commit. kind: "file" or
+    // "suitcase". False (and quarantineError() says why) when it could not be
+    // recorded: the move must not happen then.
     bool journalIntent(const QString &kind, const QString &source, const QVariantMap &record);
+    // Records that the quarantined file `quarantineFileName` is about to leave
+    // (kind "restore" or "remove") and that these records go with it. Null,
+    // or the error; a failure here does not stop moves into the quarantine.
+    QString journalRemoval(
+        const QString &kind, const QString &quarantineFileName, const QList<QVariantMap> &records);
     // Forgets the last intent (the move failed before anything changed).
     void dropLastIntent();
 
     QList<QVariantMap> quarantinedFilesDataArray;
-    // False when "dataSource" exists but is not a list of records.
+    // False when "dataSource" exists but is not a list of records and could
+    // not be rebuilt.
     bool hasQuarantineIndex = true;
+    // Where the damaged index was kept when one was set aside and rebuilt.
+    QString damagedIndexPath;
+    // Files of the quarantine that had no record and were given one.
+    QStringList unrecordedFiles;
+    // The records this store added (moves into the quarantine), in order.
+    QList<QVariantMap> addedRecords;
     int qv_total_quarantined = 0;
     void setQv_total_quarantined(int total) { qv_total_quarantined = total; }
 
@@ -110,14 +172,36 @@ public:
     std::function<void(const QString &)> movedHook;
 
 private:
-    void settleJournal();
-    // Records the entries whose fonts reached the quarantine; returns how many.
-    int settleEntries(const QList<QVariantMap> &entries);
-    bool writeJournal();
+    enum class IndexState { Missing, Good, Damaged };
+    IndexState readIndex(QList<QVariantMap> *records, QByteArray *raw = nullptr) const;
+    bool acquire(int timeoutMs, const std::function<bool(qint64)> &waiting = {});
+    // Under the lock: the index as on disk (with this store's unsaved changes
+    // laid over it when keepChanges), settled, repaired and, when that
+    // changed it and the changes are not kept for a later commit, written.
+    void syncUnderLock(bool keepChanges);
+    // Settles the journal's entries; true when the index changed.
+    bool settleEntries(const QList<QVariantMap> &entries);
+    // Gives a record to every file of the quarantine that has none.
+    bool recordUnrecordedFiles();
+    // Keeps a damaged index beside it; the path, or null when it failed.
+    QString setDamagedIndexAside();
+    // Null, or the error. A failure to record a move into the quarantine
+    // stops further moves in.
+    QString appendToJournal(const QVariantMap &entry, bool intoQuarantine);
+    QList<QVariantMap> readJournal() const;
+    QString writeIndex();
 
-    QString journalLockPath() const;
-
-    QList<QVariantMap> m_journal;
-    std::unique_ptr<QLockFile> m_journalLock;
+    std::unique_ptr<QVFileLock> m_lock;
+    std::unique_ptr<QVJournalFile> m_journal;
+    bool m_runLock = false;
+    // The index as last read from or written to disk.
+    QList<QVariantMap> m_loaded;
+    QString m_writeError;
+    int m_lockError = 0;
+    QHash<QString, int> m_lastNumbers;
+    // The data manager's files by folder, for the sister PostScript rule.
+    QHash<QString, QList<QVFontFilePtr>> m_filesByFolder;
+    const QVFontDataManager *m_foldersOf = nullptr;
+    qsizetype m_foldersCount = -1;
     bool m_authorized = false;
 };

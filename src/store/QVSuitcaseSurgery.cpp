@@ -3,6 +3,7 @@
 #include "engine/QVResourceManager.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
+#include "platform/QVFileTimes.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVPackageFiles.h"
 #include "settings/QVLog.h"
@@ -103,6 +104,12 @@ int QVSuitcaseSurgery::entryCount(const QVResourceHandle &fond)
     return int(qMin<qint64>(countMinusOne + 1, qMax<qint64>(fitting, 0)));
 }
 
+QString QVSuitcaseSurgery::partialSuitcasePath(const QString &destination)
+{
+    const QFileInfo info(destination);
+    return info.absolutePath() + QStringLiteral("/.") + info.fileName() + QStringLiteral(".partial");
+}
+
 QString QVSuitcaseSurgery::fileNameForFamily(const QString &name)
 {
     QString result;
@@ -188,8 +195,9 @@ QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
             }
         }
         const QVResourceHandle there = memberResource(suitcaseRef, size, listedID);
-        // A family added anew brings the members the suitcase lacks; a merge brings none.
-        if (there ? there->data != held->data : bool(existing))
+        // The member must be there as it is, or arrive: under its own ID when
+        // the family record is to list it there and that ID is free.
+        if (there ? there->data != held->data : listedID != id)
             problem = QStringLiteral("The suitcase \"%1\" does not hold the %2 of \"%3\" (size %4, style %5, "
                                      "ID %6); the quarantined copy is kept")
                           .arg(suitcasePath, size < 1 ? QStringLiteral("outline") : QStringLiteral("strike"),
@@ -213,9 +221,8 @@ QString QVSuitcaseSurgery::moveFontFromSuitcaseToQuarantine(
         return QString();
     if (const QString problem = m_store->folderProblem(); !problem.isNull())
         return problem;
-    const QString folder = m_store->getQuarantineFolder().toLocalFile().chopped(1);
     const QString destination
-        = QVQuarantineStore::uniqueDestination(folder, fileNameForFamily(fontStatus->fontName), false);
+        = m_store->quarantineDestination(fileNameForFamily(fontStatus->fontName), false);
     return takeFontOut(fontFile, fontStatus, reason, destination, Target::Quarantine);
 }
 
@@ -241,6 +248,11 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
         return QVPackageFiles::refusal(path);
     const QString destinationName = QFileInfo(destination).fileName();
     const QDateTime created = QVForkStorage::creationDate(path);
+    // Taking a font out makes no font newer: the source keeps its times, and
+    // the new suitcase gets them and the source's Finder info.
+    const QVFileTimes times = QVFileTimes::read(path);
+    QByteArray finderInfo;
+    QVForkStorage::readFinderInfo(path, &finderInfo);
     const bool isTrueType = fontStatus->fontSize == 0;
 
     auto finish = [&]() {
@@ -266,7 +278,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
         if (toQuarantine
             && !m_store->journalIntent(QStringLiteral("file"), path,
                 QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason)))
-            return QStringLiteral("Could not write the quarantine journal");
+            return m_store->quarantineError();
         const QVFilePair::Result moved = QVFilePair::move(path, destination);
         QString error = moved ? QString() : moved.message;
         // Refused for lack of rights: moved with administrator rights instead
@@ -296,6 +308,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
 
     // Copy phase: a new suitcase holding the family record cut down to the font.
     bool copied = false;
+    QString copyError;
     for (int i = 1; i <= count && !copied; ++i) {
         const QVResourceHandle fond = m_fork.getIndexResource(ref, kFOND, i);
         if (!fond || m_fork.resourceError() != 0 || fond->data.size() < kMinimumFONDSize)
@@ -303,7 +316,6 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
         HandleLock locked(fond);
         const QVariantMap info = m_fork.getResourceInfo(fond);
         const QString familyName = info.value(QStringLiteral("name")).toString();
-        const qint16 familyID = qint16(info.value(QStringLiteral("id")).toInt());
         if (familyName != fontStatus->fontName)
             continue;
         const int entries = entryCount(fond);
@@ -313,16 +325,23 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 continue;
             if (toQuarantine
                 && !m_store->journalIntent(QStringLiteral("suitcase"), path,
-                    QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason)))
-                break;
-            qint16 error = m_fork.createNewResourceFileAtPath(destination, kCreator, kSuitcaseType);
+                    QVQuarantineStore::makeRecord(destinationName, fontFile, fontStatus, reason))) {
+                m_fork.closeResourceFile(ref);
+                return m_store->quarantineError();
+            }
+            // Built under a hidden name and renamed when whole, so that
+            // nothing half made ever stands under the name recorded for it.
+            const QString building = partialSuitcasePath(destination);
+            if (QVFileSystem::exists(building))
+                QVFilePair::remove(building);
+            qint16 error = m_fork.createNewResourceFileAtPath(building, kCreator, kSuitcaseType);
             const qint16 newRef
-                = error == 0 ? m_fork.openResourceFile(QVPermission::ReadWrite, destination) : -1;
+                = error == 0 ? m_fork.openResourceFile(QVPermission::ReadWrite, building) : -1;
             if (newRef < 1) {
                 qCWarning(lcStore, "Error: could not create the suitcase %s (%d)",
                     qUtf8Printable(destination), error ? error : m_fork.resourceError());
-                if (QVFileSystem::exists(destination))
-                    QVFilePair::remove(destination);
+                if (QVFileSystem::exists(building))
+                    QVFilePair::remove(building);
                 if (toQuarantine)
                     m_store->dropLastIntent();
                 continue;
@@ -330,7 +349,7 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             m_fork.useResourceFile(newRef);
             // A copy, so the source suitcase keeps its own record untouched.
             const QVResourceHandle family = newHandleFromBytes(fond->data);
-            error = m_fork.addResource(family, kFOND, familyID, familyName);
+            error = addCopy(fond, family, kFOND);
             if (error == 0) {
                 removeFONDAssocTables(family, psName, isTrueType, fontFile);
                 // No member of the font's kind under that name: the record went
@@ -344,15 +363,23 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
             m_fork.closeResourceFile(newRef);
             if (error == 0)
                 error = m_fork.resourceError();
+            if (error == 0)
+                error = QVForkStorage::setCreationDate(building, created);
+            if (error == 0 && finderInfo.count('\0') != finderInfo.size())
+                error = QVForkStorage::writeFinderInfo(building, finderInfo);
+            if (error == 0)
+                times.apply(building);
+            if (error == 0 && !QVFilePair::move(building, destination))
+                error = QVResourceError::IoErr;
             if (error != 0) {
                 qCWarning(lcStore, "Error: could not write the suitcase %s (%d)", qUtf8Printable(destination),
                     error);
-                QVFilePair::remove(destination);
+                QVFilePair::remove(building);
                 if (toQuarantine)
                     m_store->dropLastIntent();
+                copyError = resourceErrorText(error);
                 continue;
             }
-            QVForkStorage::setCreationDate(destination, created);
             if (toQuarantine) {
                 fontStatus->movedToQuarantine = true;
                 if (m_store->movedHook)
@@ -365,6 +392,8 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
     m_fork.closeResourceFile(ref);
 
     // Removal phase, only once the font is safe in its new suitcase.
+    if (!copied && !copyError.isNull())
+        return copyError;
     if (!copied || target == Target::FolderCopyOnly)
         return finish();
     ref = m_fork.openResourceFile(QVPermission::ReadWrite, path);
@@ -411,6 +440,8 @@ QString QVSuitcaseSurgery::takeFontOut(const QVFontFilePtr &fontFile, const QVSt
                 }
                 return text;
             }
+            if (left > 0)
+                times.apply(path);
             // The marking goes by name; members of the other kind (an outline
             // beside bitmaps of the same name) are still in the suitcase.
             QList<QVStatusPtr> otherKind;
@@ -477,8 +508,6 @@ QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
     HandleLock locked(fond);
     const QVariantMap info = m_fork.getResourceInfo(fond);
     const QString familyName = info.value(QStringLiteral("name")).toString();
-    const qint16 familyID = qint16(info.value(QStringLiteral("id")).toInt());
-
     // Only into a file that is a resource file already: opening for writing
     // would give any other file a new, empty fork.
     if (!m_fork.hasResourceFork(suitcasePath)) {
@@ -492,14 +521,19 @@ QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
         m_fork.closeResourceFile(quarantineRef);
         return resourceErrorText(error);
     }
+    const QVFileTimes times = QVFileTimes::read(suitcasePath);
     m_fork.useResourceFile(suitcaseRef);
     const QVResourceHandle existing = m_fork.getNamedResource(familyName, kFOND, suitcaseRef);
+    // The family record lists the font again, and the suitcase gets its strike
+    // or outline unless it holds it already: a family record never lists a
+    // font its suitcase lacks.
     if (existing && existing->data.size() >= kMinimumFONDSize) {
         addAssocTables(fond, existing);
+        addFONDAssociatedResources(fond, quarantineRef, suitcaseRef);
     } else {
         m_fork.useResourceFile(suitcaseRef);
         const QVResourceHandle family = newHandleFromBytes(fond->data);
-        if (m_fork.addResource(family, kFOND, familyID, familyName) == 0)
+        if (addCopy(fond, family, kFOND) == 0)
             addFONDAssociatedResources(fond, quarantineRef, suitcaseRef);
     }
     m_fork.useResourceFile(quarantineRef);
@@ -508,7 +542,10 @@ QString QVSuitcaseSurgery::moveFontFromQuarantineToSuitcase(
     m_fork.closeResourceFile(quarantineRef);
     if (error != 0)
         return resourceErrorText(error);
-    QVForkStorage::setCreationDate(suitcasePath, created);
+    // Putting a font back makes the suitcase no newer than it was.
+    if (const qint16 dated = QVForkStorage::setCreationDate(suitcasePath, created); dated != 0)
+        return resourceErrorText(dated);
+    times.apply(suitcasePath);
     return QString();
 }
 
@@ -550,7 +587,6 @@ void QVSuitcaseSurgery::addFONDAssociatedResources(const QVResourceHandle &fond,
 {
     std::lock_guard guard(QVResouceFork::lock());
     m_fork.useResourceFile(fromRes);
-    const QString familyName = m_fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
     QVMemoryHandler &mem = *m_fork.memoryHandler;
     const int entries = entryCount(fond);
     for (int j = 0; j < entries; ++j) {
@@ -561,21 +597,34 @@ void QVSuitcaseSurgery::addFONDAssociatedResources(const QVResourceHandle &fond,
             if (outline) {
                 m_fork.useResourceFile(toRes);
                 if (!m_fork.getResourceOfID(id, kSfnt, toRes))
-                    m_fork.addResource(newHandleFromBytes(outline->data), kSfnt, id, familyName);
+                    addCopy(outline, newHandleFromBytes(outline->data), kSfnt);
             }
         } else {
             QVResourceHandle strike = m_fork.getResourceOfID(id, kNFNT, fromRes);
-            if (!strike)
+            quint32 type = kNFNT;
+            if (!strike) {
                 strike = m_fork.getResourceOfID(id, kFONT, fromRes);
+                type = kFONT;
+            }
             if (!strike)
                 continue;
             m_fork.useResourceFile(toRes);
-            // An old FONT travels as NFNT: that is how newer systems expect it.
-            if (!m_fork.getResourceOfID(id, kNFNT, toRes))
-                m_fork.addResource(newHandleFromBytes(strike->data), kNFNT, id, familyName);
+            // A strike keeps its type (an old FONT stays a FONT), so that a
+            // suitcase taken apart and put together again is the one it was.
+            if (!m_fork.getResourceOfID(id, kNFNT, toRes) && !m_fork.getResourceOfID(id, kFONT, toRes))
+                addCopy(strike, newHandleFromBytes(strike->data), type);
         }
         m_fork.useResourceFile(fromRes);
     }
+}
+
+qint16 QVSuitcaseSurgery::addCopy(const QVResourceHandle &source, const QVResourceHandle &copy, quint32 type)
+{
+    std::lock_guard guard(QVResouceFork::lock());
+    copy->attributes = source->attributes;
+    if (QVResourceManager::addResource(copy, type, source->id, source->name, source->hasName) == 0)
+        QVResourceManager::writeResource(copy);
+    return QVResourceManager::resError();
 }
 
 void QVSuitcaseSurgery::addAssocTables(const QVResourceHandle &source, const QVResourceHandle &destination)

@@ -33,14 +33,16 @@ public:
     QString moveFontFromSuitcaseToFolder(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus,
         const QString &folder, const QString &name, bool copyOnly);
     // Null when putting the quarantined suitcase's first family back into the
-    // suitcase at suitcasePath keeps every font of it: each member the family
-    // record will list must be held there byte for byte (a merge copies no
-    // strikes, and an ID already in use is never overwritten). Else the reason.
-    // The restore deletes the quarantined copy only after this holds.
+    // suitcase at suitcasePath keeps every font of it: for each member the
+    // family record will list, the suitcase must hold it byte for byte or have
+    // its ID free to receive it (an ID already in use is never overwritten).
+    // Else the reason. The restore deletes the quarantined copy only after
+    // this holds.
     QString checkRestoreIntoSuitcase(const QString &quarantinedPath, const QString &suitcasePath);
     // Puts the first family of a quarantined suitcase back into the suitcase at
     // suitcasePath: merged into its family record when the suitcase still has
-    // one of that name, else added with its font resources.
+    // one of that name, else added; either way with the font resources the
+    // suitcase lacks. The suitcase keeps its times.
     QString moveFontFromQuarantineToSuitcase(const QString &quarantinedPath, const QString &suitcasePath);
     // Deletes one font from a quarantined suitcase (the file too when no family
     // is left). The resource error, 0 for success.
@@ -48,8 +50,8 @@ public:
         const QString &path, const QString &postScriptName, bool isTrueType);
 
     // Copies the strikes and outlines a FOND lists from one open file to
-    // another (a FONT goes over as NFNT); resources the destination already
-    // has under that ID are kept.
+    // another, each as it is (type, ID, name, attributes and bytes);
+    // resources the destination already has under that ID are kept.
     void addFONDAssociatedResources(const QVResourceHandle &fond, qint16 fromRes, qint16 toRes);
     // Inserts the source's association entries missing from the destination,
     // keeping it sorted by size, then style.
@@ -72,6 +74,11 @@ public:
     // is cut, so the file always lands directly in the folder meant.
     static QString fileNameForFamily(const QString &name);
 
+    // Where the suitcase for `destination` is built: a hidden name beside it
+    // (".NAME.partial"), renamed to NAME once whole. One left by a crash holds
+    // nothing that is not still in its source.
+    static QString partialSuitcasePath(const QString &destination);
+
     // The PostScript name of association entry `index` of a FOND.
     QString entryPostScriptName(const QVResourceHandle &fond, int index);
 
@@ -83,6 +90,9 @@ private:
     // what fits); 0 for a damaged count.
     int entryCount(const QVResourceHandle &fond);
     QString resourceErrorText(qint16 code) const;
+    // Adds `copy` (detached bytes of `source`) to the current file as `type`
+    // under the source's ID, name and attributes. The resource error.
+    qint16 addCopy(const QVResourceHandle &source, const QVResourceHandle &copy, quint32 type);
     // The strike (NFNT, else FONT) or outline (sfnt, for a size below 1) of an
     // entry in one open file; null when it has none.
     QVResourceHandle memberResource(qint16 ref, qint32 size, qint16 id);

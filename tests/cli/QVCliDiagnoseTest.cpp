@@ -1,5 +1,6 @@
 // quorvel-cli diagnose, run as a separate process over real folders.
 #include "platform/QVForkStorage.h"
+#include "store/QVPropertyList.h"
 #include "store/QVStoreFixtures.h"
 #include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
@@ -12,6 +13,8 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QProcessEnvironment>
+#include <QTest>
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace
@@ -43,7 +46,7 @@ TEST(QuorvelCliDiagnose, HealthyFontsEndWithNoProblemsAndRecordTheScan)
     ASSERT_EQ(text.exitCode, 0) << qPrintable(text.err);
     EXPECT_TRUE(text.out.startsWith(QStringLiteral("2 font files, 2 fonts\nNo Problems Found!\n")))
         << qPrintable(text.out);
-    EXPECT_TRUE(text.out.contains(QStringLiteral("Total font problems:       0\n"))) << qPrintable(text.out);
+    EXPECT_TRUE(text.out.contains(QStringLiteral("Fonts with problems:       0\n"))) << qPrintable(text.out);
 
     const QVCliRun json = runDiagnose(home, { "diagnose", "--json", folder });
     ASSERT_EQ(json.exitCode, 0) << qPrintable(json.err);
@@ -129,7 +132,73 @@ TEST(QuorvelCliDiagnose, ReportIsWrittenAfterTheResolutionAndListed)
     const QJsonArray reports = QJsonDocument::fromJson(list.out.toUtf8()).array();
     ASSERT_EQ(reports.size(), 1) << qPrintable(list.out);
     EXPECT_EQ(reports.at(0)[QStringLiteral("filePath")].toString(), reportPath);
-    EXPECT_EQ(reports.at(0)[QStringLiteral("qv_total_problems")].toVariant().toString(), QStringLiteral("2"));
+    // The damaged font and both copies of DejaVu Sans.
+    EXPECT_EQ(reports.at(0)[QStringLiteral("qv_total_problems")].toVariant().toString(), QStringLiteral("3"));
+}
+
+TEST(QuorvelCliDiagnose, EachCountMeansOneThingInTheSummaryTheJsonAndTheReport)
+{
+    QVTestHome home;
+    const QString folder = home.path() + QStringLiteral("/Fonts");
+    QDir().mkpath(folder);
+    QFile::copy(
+        QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf"), folder + "/DejaVuSerif.ttf");
+    // Three copies of one damaged font: each is a structure problem and a duplicate.
+    QFile source(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"));
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+    QByteArray damaged = source.readAll();
+    const qsizetype kern = damaged.indexOf("kern");
+    ASSERT_GT(kern, 0);
+    damaged.replace(kern + 4, 4, QByteArray(4, '\0'));
+    for (const char *copy : { "a", "b", "c" })
+        home.writeFile(QStringLiteral("Fonts/%1/Sans.ttf").arg(QLatin1String(copy)), damaged);
+
+    const QVCliRun run = runDiagnose(home, { "diagnose", "--json", "--resolve", "--report", folder });
+    ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
+    const QJsonObject object = QJsonDocument::fromJson(run.out.toUtf8()).object();
+    EXPECT_EQ(object.value("totalFontProblems").toInt(), 3) << qPrintable(run.out);
+    const QJsonObject resolution = object.value("resolution").toObject();
+    EXPECT_EQ(resolution.value("quarantined").toArray().size(), 3);
+    EXPECT_EQ(resolution.value("qv_total_quarantined").toInt(), 3);
+    EXPECT_EQ(
+        QJsonDocument::fromJson(runCli(home, { "quarantine", "list", "--json" }).out.toUtf8()).array().size(),
+        3);
+    QFile report(object.value("report").toString());
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    const QString html = QString::fromUtf8(report.readAll());
+    EXPECT_TRUE(html.contains("\"value\">3</span><span class=\"label\">Problem fonts")) << qPrintable(html);
+    EXPECT_TRUE(html.contains("\"value\">3</span><span class=\"label\">Moved to quarantine"));
+}
+
+TEST(QuorvelCliDiagnose, ASignalStopsAResolutionAfterTheFontInHandAndKeepsWhatItDid)
+{
+    for (const int signal : { SIGINT, SIGTERM }) {
+        SCOPED_TRACE(signal);
+        QVTestHome home;
+        const QString folder = home.path() + QStringLiteral("/Fonts");
+        const int count = 1500;
+        for (int i = 0; i < count; ++i)
+            home.writeFile(QStringLiteral("Fonts/Broken%1.otf").arg(i), QByteArray());
+        QProcess process;
+        process.setProcessEnvironment(cliEnvironment(home));
+        process.start(QStringLiteral(QV_CLI_PATH), { "diagnose", "--resolve", folder });
+        // Stopped as soon as the first damaged font reached the quarantine.
+        const QString quarantine = home.dataHome() + QStringLiteral("/Quorvel/Quarantine");
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return QDir(quarantine).entryList({ "Broken*" }, QDir::Files).size() > 0; }, 60000));
+        ::kill(pid_t(process.processId()), signal);
+        ASSERT_TRUE(process.waitForFinished(60000));
+        EXPECT_EQ(process.exitCode(), 130);
+        const QString out = QString::fromUtf8(process.readAllStandardOutput());
+        const int moved = out.section("Quarantined: ", 1).section('\n', 0, 0).toInt();
+        EXPECT_GT(moved, 0) << qPrintable(out);
+        EXPECT_LT(moved, count) << qPrintable(out);
+        EXPECT_TRUE(out.contains("Interrupted")) << qPrintable(out);
+        // What it did is committed: each moved font listed, the others in place.
+        EXPECT_EQ(QDir(folder).entryList(QDir::Files).size(), count - moved);
+        EXPECT_EQ(QVPropertyList::readFile(quarantine + "/dataSource").toList().size(), moved);
+        EXPECT_FALSE(QFile::exists(quarantine + "/dataSource.journal"));
+    }
 }
 
 TEST(QuorvelCliDiagnose, ASidecarThatIsALinkIsNeitherFollowedNorMoved)

@@ -1,9 +1,13 @@
 // quorvel-cli quarantine, run as a separate process over a quarantine made here.
+#include "platform/QVFileLock.h"
 #include "platform/QVForkStorage.h"
+#include "store/QVPropertyList.h"
 #include "store/QVQuarantineStore.h"
+#include "store/QVStoreFixtures.h"
 #include "support/QVCliRunner.h"
 #include "support/QVTestHome.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -153,4 +157,95 @@ TEST(QuorvelCliQuarantine, AFontOfATypedDfontGoesToTheQuarantineAndBack)
     const QVCliRun rescanned = runCli(home, { "scan", fonts });
     EXPECT_TRUE(rescanned.out.endsWith("8 fonts in 2 files, no problems found\n"))
         << qPrintable(rescanned.out);
+}
+
+TEST(QuorvelCliQuarantine, ASuitcaseSplitByAResolutionComesBackWholeInEitherOrder)
+{
+    for (const QStringList &order : { QStringList { "1", "2" }, QStringList { "2", "1" } }) {
+        SCOPED_TRACE(order.join(' ').toStdString());
+        QVTestHome home;
+        const QString path = QVStoreFixtures::timesSuitcase(home.path() + "/Fonts", home.path() + "/work");
+        ASSERT_FALSE(path.isEmpty());
+        const QString sidecar = QVForkStorage::sidecarPath(path);
+        auto state = [&](const QString &name) -> QString {
+            QByteArray info;
+            QVForkStorage::readFinderInfo(path, &info);
+            // Every resource as it was, in whatever order the map lists them.
+            QStringList resources = QVStoreFixtures::fontToolsResources(
+                QVStoreFixtures::extractFork(path, home.path() + "/" + name))
+                                        .split('\n');
+            resources.sort();
+            return resources.join('\n') + info.toHex() + " "
+                + QFileInfo(path).lastModified().toString(Qt::ISODate) + " "
+                + QFileInfo(sidecar).lastModified().toString(Qt::ISODate);
+        };
+        const QString before = state("before");
+        ASSERT_TRUE(before.contains("FONT")) << qPrintable(before);
+
+        QVCliRun run = runCli(home, { "diagnose", "--resolve", home.path() + "/Fonts" });
+        ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
+        ASSERT_FALSE(QFileInfo::exists(path)) << qPrintable(run.out);
+        const QJsonArray rows
+            = QJsonDocument::fromJson(quarantine(home, { "list", "--json" }).out.toUtf8()).array();
+        ASSERT_EQ(rows.size(), 2);
+
+        run = quarantine(home, QStringList { "restore" } + order);
+        EXPECT_EQ(run.exitCode, 0) << qPrintable(run.err);
+        EXPECT_EQ(run.out, "Restored 2 of 2 fonts.\n");
+        EXPECT_EQ(state("after").toStdString(), before.toStdString());
+        EXPECT_EQ(quarantine(home, { "list" }).out, "The quarantine is empty.\n");
+    }
+}
+
+TEST(QuorvelCliQuarantine, ResolutionsSharingADataFolderTakeTurnsAndLoseNoRecord)
+{
+    QVTestHome home;
+    const int count = 150;
+    for (const char *folder : { "A", "B" }) {
+        for (int i = 0; i < count; ++i)
+            home.writeFile(QStringLiteral("%1/Broken%2.otf").arg(QLatin1String(folder)).arg(i), QByteArray());
+    }
+    QProcess first, second;
+    for (QProcess *process : { &first, &second }) {
+        process->setProcessEnvironment(cliEnvironment(home));
+        process->start(QStringLiteral(QV_CLI_PATH),
+            { "diagnose", "--resolve", home.path() + (process == &first ? "/A" : "/B") });
+    }
+    for (QProcess *process : { &first, &second }) {
+        ASSERT_TRUE(process->waitForFinished(120000));
+        EXPECT_EQ(process->exitCode(), 1) << process->readAllStandardError().constData();
+    }
+    // Every file of the quarantine has its own record, and every record its file.
+    const QString folder = home.dataHome() + "/Quorvel/Quarantine";
+    QStringList recorded;
+    for (const QVariant &record : QVPropertyList::readFile(folder + "/dataSource").toList()) {
+        const QVariantMap map = record.toMap();
+        EXPECT_FALSE(QFileInfo::exists(map.value("originalFilePath").toString()));
+        recorded << map.value("quarantineFileName").toString();
+    }
+    recorded.sort();
+    EXPECT_EQ(recorded.size(), 2 * count);
+    EXPECT_EQ(recorded, QDir(folder).entryList({ "Broken*" }, QDir::Files, QDir::Name));
+}
+
+TEST(QuorvelCliQuarantine, ACommandWaitsForTheRunHoldingTheDataFolderAndSaysSo)
+{
+    QVTestHome home;
+    QVFileLock other(home.dataHome() + "/Quorvel/.lock");
+    QDir().mkpath(home.dataHome() + "/Quorvel");
+    ASSERT_TRUE(other.lock(0));
+    QProcess list;
+    list.setProcessEnvironment(cliEnvironment(home));
+    list.start(QStringLiteral(QV_CLI_PATH), { "quarantine", "list" });
+    list.setReadChannel(QProcess::StandardError);
+    ASSERT_TRUE(list.waitForReadyRead(30000));
+    EXPECT_TRUE(
+        list.readAllStandardError().contains(QStringLiteral("waiting for another Quorvel run (process %1)")
+                                                 .arg(QCoreApplication::applicationPid())
+                                                 .toUtf8()));
+    EXPECT_EQ(list.state(), QProcess::Running);
+    other.unlock();
+    ASSERT_TRUE(list.waitForFinished(30000));
+    EXPECT_EQ(list.exitCode(), 0);
+    EXPECT_EQ(list.readAllStandardOutput(), "The quarantine is empty.\n");
 }

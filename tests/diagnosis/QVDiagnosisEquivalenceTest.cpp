@@ -4,6 +4,7 @@
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVProblemCounts.h"
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
@@ -488,8 +489,7 @@ TEST_P(QVDiagnosisEquivalenceTest, ConcurrentRunFindsTheSameAsTheLinearPassesInT
     diagnosis.diagnoseFonts();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !finished.isEmpty(); }, 60000));
 
-    EXPECT_EQ(diagnosis.totalFontProblems(),
-        linear.structureCount + linear.missingBitmapCount + linear.missingPSCount + linear.duplicateCount);
+    EXPECT_EQ(diagnosis.totalFontProblems(), QVProblemCounts::problemFonts(linear.problems));
     EXPECT_EQ(diagnosis.duplicateProblemCount(), linear.duplicateCount);
     EXPECT_EQ(diagnosis.missingPSProblemCount(), linear.missingPSCount);
     // Which pass reaches a font first decides its entry's type; the fonts

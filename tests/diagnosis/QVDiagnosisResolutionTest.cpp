@@ -5,6 +5,8 @@
 #include "engine/QVResourceFile.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVJournalFile.h"
+#include "platform/QVWriteFault.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
@@ -343,4 +345,32 @@ TEST_F(ResolutionTest, EndingTheDiagnosisAsksForTheReportAndAnswersTheHelper)
     EXPECT_EQ(reports, 1);
     EXPECT_EQ(texts, 1);
     EXPECT_TRUE(response.isEmpty());
+}
+
+TEST_F(ResolutionTest, AMoveIsRecordedFirstAndARecordThatFailsStopsTheRun)
+{
+    QList<QVProblemFontPtr> entries;
+    for (int i = 0; i < 3; ++i)
+        entries << entryFor(home.writeFile(QStringLiteral("f/F%1.otf").arg(i), "x"), { 0 },
+            { QString::fromLatin1(QVDefect::BadTableData) });
+    resolution.setProblemFontsArray(entries);
+    // The journal already holds the first move when it happens.
+    int journalled = -1;
+    store.movedHook
+        = [&](const QString &) { journalled = int(QVJournalFile::readLines(store.journalPath()).size()); };
+    // Moves within one file system write nothing: the second write is the
+    // second font's record, and the disk is full from there on.
+    QVWriteFault::failWrite(2);
+    const auto outcome = resolution.resolveIssues();
+    QVWriteFault::clear();
+    EXPECT_EQ(journalled, 1);
+    EXPECT_TRUE(outcome.error.contains("No space left on device")) << qPrintable(outcome.error);
+    EXPECT_TRUE(outcome.cancelled);
+    EXPECT_TRUE(entries.at(0)->fontStatus->movedToQuarantine);
+    EXPECT_TRUE(QFileInfo::exists(entries.at(1)->fontFile->URL));
+    EXPECT_TRUE(QFileInfo::exists(entries.at(2)->fontFile->URL));
+    EXPECT_TRUE(entries.at(2)->fontStatus->movedToQuarantineErrorInfo.isEmpty()); // never tried
+    EXPECT_EQ(store.qv_total_quarantined, 1);
+    // The index could not be written either; the journal keeps the move.
+    EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 1);
 }

@@ -149,7 +149,8 @@ TEST_F(QVDiagnosisRunTest, RunWithProblemsFinishesWithTheResolutionWindow)
     EXPECT_EQ(diagnosis->missingBitmapProblemCount(), 1);
     EXPECT_EQ(diagnosis->missingPSProblemCount(), 1);
     EXPECT_EQ(diagnosis->duplicateProblemCount(), 1);
-    EXPECT_EQ(diagnosis->totalFontProblems(), 4);
+    // The fonts listed, each once: both copies of the duplicate count.
+    EXPECT_EQ(diagnosis->totalFontProblems(), 5);
     EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Font Problems Were Found"));
     EXPECT_EQ(diagnosis->overallProgress()->value(), 0.0);
     EXPECT_EQ(diagnosis->iconName(), QStringLiteral("mac-icon-caution"));
@@ -163,7 +164,7 @@ TEST_F(QVDiagnosisRunTest, RunWithProblemsFinishesWithTheResolutionWindow)
 
     // The settings record the outcome and forget the previous report.
     QVSettings settings;
-    EXPECT_EQ(settings.lastScanProblemCount(), QStringLiteral("4"));
+    EXPECT_EQ(settings.lastScanProblemCount(), QStringLiteral("5"));
     EXPECT_EQ(settings.lastScanTotalCount(), QStringLiteral("5"));
     EXPECT_TRUE(settings.lastScanDate().isValid());
     EXPECT_FALSE(settings.lastAutoScanDate().isValid());

@@ -42,7 +42,8 @@ TEST(QVDiagnosisSummary, JsonAndTextListEveryProblemWithItsCopies)
     EXPECT_EQ(json.value("missingPSProblemCount").toInt(), 1);
     EXPECT_EQ(json.value("missingBitmapProblemCount").toInt(), 0);
     EXPECT_EQ(json.value("fileStructureProblemCount").toInt(), 0);
-    EXPECT_EQ(json.value("totalFontProblems").toInt(), 2);
+    // Three fonts: both copies of the duplicate and the lone bitmap font.
+    EXPECT_EQ(json.value("totalFontProblems").toInt(), 3);
     const QJsonArray problems = json.value("problemFonts").toArray();
     ASSERT_EQ(problems.size(), 2);
     // Sorted for the resolution window: the duplicate comes first.
@@ -62,7 +63,7 @@ TEST(QVDiagnosisSummary, JsonAndTextListEveryProblemWithItsCopies)
 
     const QString text = QVDiagnosisSummary::toText(diagnosis);
     EXPECT_TRUE(text.startsWith(QStringLiteral("Font Problems Were Found\n"))) << qPrintable(text);
-    EXPECT_TRUE(text.contains(QStringLiteral("Total font problems:       2\n"))) << qPrintable(text);
+    EXPECT_TRUE(text.contains(QStringLiteral("Fonts with problems:       3\n"))) << qPrintable(text);
     const qsizetype duplicates = text.indexOf(QStringLiteral("Found Duplicate Fonts:\n"));
     const qsizetype orphans = text.indexOf(QStringLiteral("No Matching Postscript Font:\n"));
     ASSERT_GE(duplicates, 0) << qPrintable(text);

@@ -1,15 +1,22 @@
-// A resolution killed midway loses no font: each is where it was, or in the
-// quarantine where the list shows it and a restore brings it back.
+// A resolution killed midway, or meeting a full disk at any write, loses no
+// font: each is where it was, or in the quarantine where the list shows it and
+// a restore brings it back; the same holds for a restore on a full disk.
+#include "engine/QVResourceManager.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVJournalFile.h"
+#include "platform/QVWriteFault.h"
 #include "store/QVPropertyList.h"
 #include "store/QVQuarantineRuns.h"
 #include "store/QVQuarantineStore.h"
+#include "store/QVStoreFixtures.h"
 #include "store/QVSuitcaseSurgery.h"
 #include "support/QVTestHome.h"
 
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <gtest/gtest.h>
 
@@ -53,13 +60,79 @@ QStringList makeFonts(const QVTestHome &home)
     return paths;
 }
 
-int runPeer(int killAfter, const QStringList &paths)
+// -1 when the peer died; *output gets what it printed.
+int runPeer(const QStringList &arguments, QString *output = nullptr)
 {
     QProcess peer;
-    peer.setProcessChannelMode(QProcess::ForwardedChannels);
-    peer.start(QStringLiteral(QV_RESOLUTION_PEER_PATH), QStringList { QString::number(killAfter) } + paths);
+    peer.setProcessChannelMode(output ? QProcess::ForwardedErrorChannel : QProcess::ForwardedChannels);
+    peer.start(QStringLiteral(QV_RESOLUTION_PEER_PATH), arguments);
     EXPECT_TRUE(peer.waitForFinished(120000));
+    if (output)
+        *output = QString::fromUtf8(peer.readAllStandardOutput());
     return peer.exitStatus() == QProcess::CrashExit ? -1 : peer.exitCode();
+}
+
+int runPeer(int killAfter, const QStringList &paths)
+{
+    return runPeer(QStringList { QString::number(killAfter) } + paths);
+}
+
+// The six fonts of makeFonts and a suitcase of two families whose members
+// are taken out singly; what each holds before a run.
+struct Fonts {
+    QStringList paths;
+    QStringList hashes;
+    QString suitcase;
+    QStringList members;
+    QStringList peerArguments() const { return paths + QStringList { "suitcase:" + suitcase }; }
+};
+
+Fonts makeAllFonts(const QVTestHome &home, const QByteArray &suitcaseFork)
+{
+    Fonts fonts;
+    fonts.paths = makeFonts(home);
+    for (const QString &path : std::as_const(fonts.paths))
+        fonts.hashes << hashes(path);
+    fonts.suitcase = home.path() + "/fonts/Two";
+    EXPECT_TRUE(
+        QVStoreFixtures::makeSuitcase(fonts.suitcase, suitcaseFork, QVForkStorage::Place::AppleDouble));
+    fonts.members = QVStoreFixtures::fontToolsMembers(
+        { QVStoreFixtures::extractFork(fonts.suitcase, home.path() + "/m") });
+    return fonts;
+}
+
+// Every font where it was and unchanged, or listed in the quarantine with its
+// bytes (a family member: in its suitcase or a listed copy, strike and all).
+void expectNothingLost(const QVTestHome &home, const Fonts &fonts)
+{
+    QVQuarantineStore store;
+    EXPECT_TRUE(store.quarantineError().isNull()) << qPrintable(store.quarantineError());
+    EXPECT_TRUE(store.unrecordedFiles.isEmpty()) << qPrintable(store.unrecordedFiles.join(", "));
+    QStringList forks;
+    if (QFileInfo::exists(fonts.suitcase))
+        forks << QVStoreFixtures::extractFork(fonts.suitcase, home.path() + "/check");
+    for (int i = 0; i < fonts.paths.size(); ++i) {
+        if (QFileInfo::exists(fonts.paths.at(i))) {
+            EXPECT_EQ(hashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
+            continue;
+        }
+        bool listed = false;
+        for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray)) {
+            const QString path
+                = store.quarantineFolderPath() + "/" + record.value("quarantineFileName").toString();
+            if (record.value("originalFilePath").toString() == fonts.paths.at(i))
+                listed = hashes(path) == fonts.hashes.at(i);
+        }
+        EXPECT_TRUE(listed) << qPrintable(fonts.paths.at(i)) << " is neither in place nor listed whole";
+    }
+    for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray)) {
+        if (record.value("originalFilePath").toString() == fonts.suitcase)
+            forks << QVStoreFixtures::extractFork(
+                store.quarantineFolderPath() + "/" + record.value("quarantineFileName").toString(),
+                home.path() + "/check/" + QString::number(forks.size()));
+    }
+    EXPECT_EQ(QVStoreFixtures::fontToolsMembers(forks), fonts.members);
+    QVResourceManager::closeAll();
 }
 
 } // namespace
@@ -114,18 +187,36 @@ TEST(QVResolutionCrash, AResolutionKilledAfterEachMoveLosesNoFont)
     }
 }
 
-TEST(QVResolutionCrash, TheIndexOnDiskLagsAndTheJournalHoldsTheRest)
+TEST(QVResolutionCrash, AResolutionKilledBeforeAnyWriteLosesNoFont)
+{
+    QVTestHome work;
+    const QByteArray both = QVStoreFixtures::mergeForks(
+        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    ASSERT_FALSE(both.isEmpty());
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        QVTestHome home;
+        const Fonts fonts = makeAllFonts(home, both);
+        QString output;
+        const int status = runPeer(
+            QStringList { "--kill-at-write", QString::number(n), "0" } + fonts.peerArguments(), &output);
+        expectNothingLost(home, fonts);
+        if (status != -1)
+            break; // the run ended before its nth write: it was killed at every one
+    }
+}
+
+TEST(QVResolutionCrash, TheIndexIsWrittenOnceAndTheJournalHoldsEveryMoveUntilThen)
 {
     QVTestHome home;
     const QStringList paths = makeFonts(home);
     ASSERT_EQ(runPeer(3, paths), -1);
-    // Read before any store settles it: two committed records, the third move journalled.
+    // Read before any store settles it: no index yet, three moves journalled.
     const QString folder = home.dataHome() + "/Quorvel/Quarantine";
-    const QVariant index = QVPropertyList::readFile(folder + "/dataSource");
-    const QVariant journal = QVPropertyList::readFile(folder + "/dataSource.journal");
-    EXPECT_EQ(index.toList().size(), 2);
-    ASSERT_EQ(journal.toList().size(), 1);
-    EXPECT_EQ(journal.toList().first().toMap().value("source").toString(),
+    EXPECT_FALSE(QFile::exists(folder + "/dataSource"));
+    const QList<QByteArray> journal = QVJournalFile::readLines(folder + "/dataSource.journal");
+    ASSERT_EQ(journal.size(), 3);
+    EXPECT_EQ(QJsonDocument::fromJson(journal.at(2)).object().value("source").toString(),
         QFileInfo(paths.at(2)).absoluteFilePath());
 
     // A run that finishes leaves no journal behind.
@@ -135,4 +226,77 @@ TEST(QVResolutionCrash, TheIndexOnDiskLagsAndTheJournalHoldsTheRest)
     EXPECT_FALSE(QFile::exists(other.dataHome() + "/Quorvel/Quarantine/dataSource.journal"));
     EXPECT_EQ(
         QVPropertyList::readFile(other.dataHome() + "/Quorvel/Quarantine/dataSource").toList().size(), 6);
+}
+
+TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
+{
+    QVTestHome work;
+    const QByteArray both = QVStoreFixtures::mergeForks(
+        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    ASSERT_FALSE(both.isEmpty());
+    int writes = 0;
+    {
+        QVTestHome home;
+        const Fonts fonts = makeAllFonts(home, both);
+        QString output;
+        ASSERT_EQ(runPeer(QStringList { "0" } + fonts.peerArguments(), &output), 0);
+        writes = output.section("writes ", 1).trimmed().toInt();
+        ASSERT_GT(writes, 10) << qPrintable(output);
+    }
+    for (const char *mode : { "--full-disk-at", "--write-fails-at" }) {
+        for (int n = 1; n <= writes; ++n) {
+            SCOPED_TRACE(QStringLiteral("%1 %2").arg(mode).arg(n).toStdString());
+            QVTestHome home;
+            const Fonts fonts = makeAllFonts(home, both);
+            QString output;
+            ASSERT_EQ(
+                runPeer(QStringList { mode, QString::number(n), "0" } + fonts.peerArguments(), &output), 0);
+            expectNothingLost(home, fonts);
+        }
+    }
+}
+
+TEST(QVResolutionCrash, ARestoreMeetingAFullDiskAtAnyWriteLosesNoFont)
+{
+    QVTestHome work;
+    const QByteArray both = QVStoreFixtures::mergeForks(
+        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    ASSERT_FALSE(both.isEmpty());
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        QVTestHome home;
+        const Fonts fonts = makeAllFonts(home, both);
+        QString output;
+        ASSERT_EQ(runPeer(QStringList { "0" } + fonts.peerArguments(), &output), 0);
+        int writes = 0;
+        {
+            QVQuarantineStore store;
+            QVSuitcaseSurgery surgery(&store);
+            QVQuarantineRuns runs(&store, &surgery);
+            ASSERT_EQ(runs.rowArray.size(), 8);
+            for (int i = 0; i < runs.rowArray.size(); ++i)
+                runs.checkedRowsArray << i;
+            QVWriteFault::failWrite(n);
+            runs.restoreQuarantinedFiles();
+            writes = QVWriteFault::count();
+            QVWriteFault::clear();
+        }
+        expectNothingLost(home, fonts);
+        // With room again, everything comes back as it was.
+        QVQuarantineStore store;
+        QVSuitcaseSurgery surgery(&store);
+        QVQuarantineRuns runs(&store, &surgery);
+        for (int i = 0; i < runs.rowArray.size(); ++i)
+            runs.checkedRowsArray << i;
+        const auto result = runs.restoreQuarantinedFiles();
+        EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
+        for (int i = 0; i < fonts.paths.size(); ++i)
+            EXPECT_EQ(hashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
+        EXPECT_EQ(QVStoreFixtures::fontToolsMembers(
+                      { QVStoreFixtures::extractFork(fonts.suitcase, home.path() + "/end") }),
+            fonts.members);
+        QVResourceManager::closeAll();
+        if (writes < n)
+            break; // the restore ended before its nth write: every write has failed once
+    }
 }

@@ -1,5 +1,6 @@
 #include "engine/QVFontConstants.h"
 #include "organizer/QVOrganizerFixtures.h"
+#include "platform/QVWriteFault.h"
 #include "settings/QVProgress.h"
 #include "settings/QVStringTable.h"
 #include "store/QVOperationQueue.h"
@@ -7,6 +8,7 @@
 
 #include <QEventLoop>
 #include <QFile>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTimer>
 #include <fcntl.h>
@@ -573,4 +575,54 @@ TEST(FileCopiedStatus, AFileCountsAsCopiedWhenEveryFontInItIs)
     file->fontStatusArray[1]->copiedToLibrary = true;
     QVFontOrganizer::updateFileCopiedStatus(file);
     EXPECT_TRUE(file->fileCopiedToLibrary);
+}
+
+TEST_F(LibraryLayoutTest, AMoveMeetingAFullDiskAtAnyWriteLosesNoFont)
+{
+    settings.setCopyFontFiles(false);
+    // What the source holds at the start of every run.
+    const QString original = home.path() + "/original";
+    qvtest::copyFont(kDejaVuSans, original + "/a");
+    makePanicSuitcase(original + "/b/Panic");
+    nimbusPair(original + "/c");
+    const QMap<QString, QString> before = hashesBelow(original);
+    const QStringList suitcases { "b/Panic", "c/Nimbus Sans" };
+    auto members = [&](const QString &folder, const QStringList &files) {
+        QStringList forks;
+        for (const QString &file : files) {
+            if (QVForkStorage::resourceForkPlace(folder + "/" + file) != QVForkStorage::Place::None)
+                forks << extractFork(folder + "/" + file, work + "/forks/" + QString::number(forks.size()));
+        }
+        return forks;
+    };
+    const QStringList membersBefore = fontToolsMembers(members(original, suitcases));
+    ASSERT_EQ(membersBefore.size(), 6) << qPrintable(membersBefore.join('\n'));
+
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        QDir(source).removeRecursively();
+        QDir(library).removeRecursively();
+        QDir().mkpath(library);
+        ASSERT_EQ(QProcess::execute("cp", { "-a", original, source }), 0);
+        QVWriteFault::failWrite(n);
+        organize();
+        const int writes = QVWriteFault::count();
+        QVWriteFault::clear();
+        QVResourceManager::closeAll();
+
+        // A whole file: in the source or in the library, unchanged; a suitcase
+        // member: in its suitcase or in one of the library, strike and all.
+        const QMap<QString, QString> left = hashesBelow(source);
+        const QStringList placed = hashesBelow(library).values();
+        for (auto it = before.cbegin(); it != before.cend(); ++it) {
+            if (!suitcases.contains(it.key())) {
+                EXPECT_TRUE(left.value(it.key()) == it.value() || placed.contains(it.value()))
+                    << qPrintable(it.key());
+            }
+        }
+        EXPECT_EQ(fontToolsMembers(members(source, suitcases) + members(library, filesBelow(library))),
+            membersBefore);
+        if (writes < n)
+            break; // the run ended before its nth write: every write has failed once
+    }
 }

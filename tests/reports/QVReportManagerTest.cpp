@@ -105,8 +105,9 @@ TEST_F(ReportManagerTest, DataDictionaryHoldsTitleCountsAndSectionsInOrder)
     const QVReportData data = manager.createReportDataDictionary(kScanDate);
     EXPECT_EQ(data.qv_report_title, QStringLiteral("Quorvel Report 1/2/2024"));
     EXPECT_EQ(data.qv_total_examined, 1234);
-    EXPECT_EQ(data.qv_total_problems, 8);
-    EXPECT_EQ(data.qv_total_healthy, 1226);
+    // Eight problem fonts and the two other copies of the duplicated one.
+    EXPECT_EQ(data.qv_total_problems, 10);
+    EXPECT_EQ(data.qv_total_healthy, 1224);
     EXPECT_EQ(data.qv_total_quarantined, 3);
 
     QStringList headers;
@@ -265,8 +266,8 @@ TEST_F(ReportManagerTest, FilledReportReadsBackWithItsSectionsRowsAndShades)
     EXPECT_EQ(report.value("title").toString(), QStringLiteral("Quorvel Report 1/2/2024"));
     const QJsonObject figures = report.value("figures").toObject();
     EXPECT_EQ(figures.value("Fonts examined").toString(), QStringLiteral("1,234"));
-    EXPECT_EQ(figures.value("Problem fonts").toString(), QStringLiteral("8"));
-    EXPECT_EQ(figures.value("Healthy fonts").toString(), QStringLiteral("1,226"));
+    EXPECT_EQ(figures.value("Problem fonts").toString(), QStringLiteral("10"));
+    EXPECT_EQ(figures.value("Healthy fonts").toString(), QStringLiteral("1,224"));
     EXPECT_EQ(figures.value("Moved to quarantine").toString(), QStringLiteral("3"));
     EXPECT_EQ(report.value("markers").toArray().size(), 0) << qPrintable(html.left(2000));
     EXPECT_EQ(headings(report).size(), 5);
@@ -372,7 +373,7 @@ TEST_F(ReportManagerTest, CreateReportStoresItAndRecordsTheNewestReport)
     EXPECT_EQ(settings.lastReportName(), QStringLiteral("Quorvel Report 1/2/2024"));
     EXPECT_EQ(settings.lastReportFilePath(), record.value("filePath").toString());
     EXPECT_EQ(settings.lastScanTotalCount(), QStringLiteral("1,234"));
-    EXPECT_EQ(settings.lastScanProblemCount(), QStringLiteral("8"));
+    EXPECT_EQ(settings.lastScanProblemCount(), QStringLiteral("10"));
 
     // The hook runs on the main thread, after the event loop turns.
     QCoreApplication::processEvents();

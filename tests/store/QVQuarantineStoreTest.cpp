@@ -8,6 +8,7 @@
 #include "platform/QVFilePair.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVPrivilegedRunner.h"
+#include "platform/QVWriteFault.h"
 #include "store/QVPropertyList.h"
 #include "store/QVStoreFixtures.h"
 #include "support/QVTestHome.h"
@@ -427,19 +428,57 @@ TEST(QVQuarantineStore, AJournalledMoveCutShortIsRecordedOnLoad)
     EXPECT_EQ(third.quarantinedFilesDataArray.size(), 1);
 }
 
-TEST(QVQuarantineStore, ADamagedIndexIsNeitherUsedNorOverwritten)
+TEST(QVQuarantineStore, ADamagedIndexIsKeptAsideAndRebuiltAndUntilThenNothingGoesIn)
 {
     QVTestHome home;
-    QVQuarantineStore first;
-    first.getQuarantineFolder();
-    QFile index(first.indexPath());
-    ASSERT_TRUE(index.open(QIODevice::WriteOnly));
-    index.write("<plist><dict></dict></plist>");
+    QStringList sources;
+    {
+        QVQuarantineStore store;
+        for (const char *name : { "Alpha.otf", "Beta.otf", "Gamma.otf" }) {
+            sources << home.writeFile(QStringLiteral("fonts/") + name, name);
+            auto file = fontFileWithOneFont(sources.last());
+            ASSERT_TRUE(store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
+        }
+        ASSERT_TRUE(store.commitQuarantine().isNull());
+    }
+    // Cut short inside the third record; and a file nobody recorded.
+    const QString folder = home.dataHome() + "/Quorvel/Quarantine";
+    QFile index(folder + "/dataSource");
+    ASSERT_TRUE(index.open(QIODevice::ReadWrite));
+    const QByteArray damaged = index.readAll().left(index.size() - 300);
+    index.resize(damaged.size());
     index.close();
+    home.writeFile(".local/share/Quorvel/Quarantine/Stray.ttf", "stray");
+
+    // While the rebuilt index cannot be written, nothing is quarantined and
+    // the damaged one stays as it was.
+    const QString delta = home.writeFile("fonts/Delta.otf", "delta");
+    auto file = fontFileWithOneFont(delta);
+    QVWriteFault::failWrite(1);
+    {
+        QVQuarantineStore store;
+        EXPECT_FALSE(store.quarantineError().isNull());
+        EXPECT_FALSE(store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
+    }
+    QVWriteFault::clear();
+    EXPECT_TRUE(QFileInfo::exists(delta));
+    EXPECT_EQ(fileSha256(index.fileName()), sha256(damaged));
+
+    // Then: the damaged index kept aside, and every file of the quarantine listed.
     QVQuarantineStore store;
-    EXPECT_FALSE(store.hasQuarantineIndex);
-    EXPECT_FALSE(store.commitQuarantine().isNull());
-    EXPECT_EQ(fileSha256(store.indexPath()), sha256("<plist><dict></dict></plist>"));
+    ASSERT_TRUE(store.quarantineError().isNull()) << qPrintable(store.quarantineError());
+    EXPECT_EQ(QDir(folder).entryList({ "dataSource.damaged-*" }).size(), 1);
+    EXPECT_EQ(fileSha256(store.damagedIndexPath), sha256(damaged));
+    QStringList listed;
+    for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray))
+        listed << record.value("quarantineFileName").toString() + " "
+                + record.value("originalFilePath").toString();
+    listed.sort();
+    EXPECT_EQ(listed,
+        (QStringList {
+            "Alpha.otf " + sources.at(0), "Beta.otf " + sources.at(1), "Gamma.otf ", "Stray.ttf " }));
+    EXPECT_EQ(store.unrecordedFiles, (QStringList { "Gamma.otf", "Stray.ttf" }));
+    EXPECT_TRUE(store.moveFileToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
 }
 
 TEST(QVQuarantineStore, ClearRemovesOnlyIndexedFilesInsideTheQuarantine)
@@ -481,19 +520,16 @@ TEST(QVQuarantineStore, ALiveRunsJournalIsLeftToItAndADeadOnesIsTakenOver)
     EXPECT_FALSE(QFile::exists(running.journalPath()));
     EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 1);
 
-    // A journal whose writer is gone (no lock held) is taken over by the next
-    // move, and its entry is kept until that store commits.
+    // A store that dies (its lock goes with it) after journalling a move that
+    // happened: the next store to change the quarantine settles it.
     auto barFile = fontFileWithOneFont(bar);
-    QVariantMap entry;
-    entry.insert("kind", "file");
-    entry.insert("source", QString(home.path() + "/fonts/Baz.otf"));
-    entry.insert(
-        "record", QVQuarantineStore::makeRecord("Baz.otf", barFile, barFile->fontStatusArray.first(), "r"));
-    const QVariantList leftover { entry };
+    {
+        QVQuarantineStore dead;
+        ASSERT_TRUE(dead.journalIntent("file", home.path() + "/fonts/Baz.otf",
+            QVQuarantineStore::makeRecord("Baz.otf", barFile, barFile->fontStatusArray.first(), "r")));
+    }
     home.writeFile(".local/share/Quorvel/Quarantine/Baz.otf", "moved before the crash");
-    ASSERT_TRUE(QVPropertyList::writeFile(running.journalPath(), leftover).isNull());
     ASSERT_TRUE(running.moveFileToQuarantine(barFile, barFile->fontStatusArray.first(), "r").isNull());
-    EXPECT_EQ(QVPropertyList::readFile(running.journalPath()).toList().size(), 2);
     ASSERT_TRUE(running.commitQuarantine().isNull());
     QStringList names;
     for (const QVariantMap &record : QVQuarantineStore().quarantinedFilesDataArray)

@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QtEndian>
 
 namespace QVStoreFixtures
 {
@@ -191,6 +192,96 @@ for t in sorted(r.keys()):
         print(t, res.id, res.name, len(res.data))
 )"),
         { bareFork });
+}
+
+QString fontToolsResources(const QString &bareFork)
+{
+    return python(QStringLiteral(R"(
+import hashlib, sys
+from fontTools.misc.macRes import ResourceReader
+r = ResourceReader(sys.argv[1])
+for t in sorted(r.keys()):
+    for res in r[t]:
+        print(t, res.id, res.name, res.attr, hashlib.sha256(res.data).hexdigest())
+)"),
+        { bareFork });
+}
+
+QString timesSuitcase(const QString &folder, const QString &workDir)
+{
+    const QString roman = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Roman.otf");
+    const QString bold = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Bold.otf");
+    qint16 error = 0;
+    auto fork = QVResourceFile::parse(
+        ufondFork(workDir + QStringLiteral("/times"), { { roman, 10 }, { bold, 10 } }), &error);
+    if (!fork)
+        return QString();
+    for (QVResourceFile::Entry &entry : fork->entries) {
+        if (entry.type == qvFourCC("NFNT")) {
+            entry.type = qvFourCC("FONT");
+            entry.attributes = 0x20;
+        } else if (entry.type == qvFourCC("FOND") && entry.data.size() >= 60) {
+            // ufond writes no style-mapping table; one naming the two styles
+            // C059-Roman and C059-Bold (base name plus one suffix each).
+            const qint32 table = qint32(entry.data.size());
+            qToBigEndian<qint32>(table, entry.data.data() + 24);
+            QByteArray styles(58, '\0');
+            styles[10] = 2; // plain: suffix list 2
+            styles[11] = 3; // bold: suffix list 3
+            entry.data += styles
+                + QByteArray("\x00\x05\x04"
+                             "C059"
+                             "\x01\x04"
+                             "\x01\x05"
+                             "\x06-Roman"
+                             "\x05-Bold",
+                    24);
+        }
+    }
+    const QString path = folder + QStringLiteral("/Times");
+    if (!makeSuitcase(path, fork->serialize(&error), QVForkStorage::Place::AppleDouble))
+        return QString();
+    QByteArray info;
+    QVForkStorage::readFinderInfo(path, &info);
+    info[8] = 0x01;
+    info[9] = 0x00;
+    if (QVForkStorage::writeFinderInfo(path, info) != 0)
+        return QString();
+    const QDateTime then(QDate(2001, 2, 3), QTime(4, 5, 6), Qt::UTC);
+    for (const QString &file : { path, QVForkStorage::sidecarPath(path) }) {
+        QFile f(file);
+        if (!f.open(QIODevice::ReadWrite) || !f.setFileTime(then, QFileDevice::FileModificationTime))
+            return QString();
+    }
+    return path;
+}
+
+QStringList fontToolsMembers(const QStringList &bareForks)
+{
+    QStringList lines = python(QStringLiteral(R"(
+import hashlib, struct, sys
+from fontTools.misc.macRes import ResourceReader
+for path in sys.argv[1:]:
+    r = ResourceReader(path)
+    def find(types, rid):
+        for t in types:
+            for res in r.get(t, []):
+                if res.id == rid:
+                    return hashlib.sha256(res.data).hexdigest()
+        return 'missing'
+    for res in r.get('FOND', []):
+        d = res.data
+        n = struct.unpack('>h', d[52:54])[0] + 1
+        for i in range(n):
+            size, style, rid = struct.unpack('>hhh', d[54 + 6 * i:60 + 6 * i])
+            kinds = ['sfnt'] if size == 0 else ['NFNT', 'FONT']
+            print(res.name, size, style, find(kinds, rid))
+)"),
+        bareForks)
+                            .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    lines.sort();
+    lines.removeDuplicates();
+    return lines;
 }
 
 QString fontToolsFONDEntries(const QString &bareFork)

@@ -43,10 +43,21 @@ QString extractFork(const QString &path, const QString &workDir);
 QString showfond(const QString &bareFork, int *status = nullptr);
 // fontTools' macRes: "TYPE ID NAME SIZE" lines, or "ERROR ..." when it fails.
 QString fontToolsListing(const QString &bareFork);
+// Every resource as fontTools reads it: "TYPE ID NAME ATTRIBUTES SHA256" lines.
+QString fontToolsResources(const QString &bareFork);
+// Every family member the bare forks hold, each once however many hold it:
+// "FAMILY SIZE STYLE SHA256" of its strike or outline ("missing" when the
+// family lists one its file lacks), sorted.
+QStringList fontToolsMembers(const QStringList &bareForks);
 // Family names and (size, style) entries of every FOND, as fontTools reads them.
 QString fontToolsFONDEntries(const QString &bareFork);
 // Runs /usr/bin/python3 with a script; stdout (stderr appended on failure).
 QString python(const QString &script, const QStringList &arguments, int *status = nullptr);
+
+// A classic bitmap suitcase "Times" in folder: C059 10 pt plain and bold as
+// old-style FONT resources (purgeable), no outlines, the fork in "._Times",
+// Finder flags 0x0100 and its times set in 2001. The path, or empty.
+QString timesSuitcase(const QString &folder, const QString &workDir);
 
 // A record for one suitcase member as the examiner describes it.
 QVFontFilePtr suitcaseRecord(const QString &path);

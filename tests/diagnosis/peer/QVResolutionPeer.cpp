@@ -1,15 +1,20 @@
-// A resolution in a process of its own, for the tests that kill one midway:
-//   qv-resolution-peer KILL_AFTER FILE... [suitcase:FILE]...
+// A resolution in a process of its own, for the tests that kill one midway or
+// fill its disk:
+//   qv-resolution-peer [--full-disk-at N | --write-fails-at N | --kill-at-write N] KILL_AFTER
+//                      FILE... [suitcase:FILE]...
 // Every file is a problem font ("Bad Table Data") to be quarantined whole; each
 // member of a "suitcase:" file is one to be taken out singly. The process kills
 // itself with SIGKILL as soon as KILL_AFTER fonts reached the quarantine (0:
-// never), leaving whatever a real crash would leave. At the end it prints
-// "moved PATH" or "kept PATH: ERROR" for each font.
+// never), leaving whatever a real crash would leave. --full-disk-at N makes
+// its Nth write and every later one fail with ENOSPC; --write-fails-at N only
+// the Nth; --kill-at-write N kills it just before its Nth write. At the end it prints "moved PATH" or "kept
+// PATH: ERROR" for each font, then "writes COUNT".
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceManager.h"
 #include "platform/QVForkStorage.h"
+#include "platform/QVWriteFault.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
 
@@ -30,6 +35,8 @@ QVProblemFontPtr problem(const QVFontFilePtr &file, const QVStatusPtr &status)
     status->setFontErrorInfo(QString::fromLatin1(QVDefect::BadTableData));
     return entry;
 }
+
+int killAtWrite = 0;
 
 // One status per association entry, as the examiner describes suitcase members.
 QList<QVProblemFontPtr> suitcaseMembers(const QString &path)
@@ -73,7 +80,19 @@ QList<QVProblemFontPtr> suitcaseMembers(const QString &path)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    const QStringList arguments = app.arguments().mid(1);
+    QStringList arguments = app.arguments().mid(1);
+    if (arguments.size() > 2 && arguments.first() == QLatin1String("--kill-at-write")) {
+        killAtWrite = arguments.at(1).toInt();
+        QVWriteFault::setObserver([](int write) {
+            if (write == killAtWrite)
+                std::raise(SIGKILL);
+        });
+        arguments = arguments.mid(2);
+    } else if (arguments.size() > 2 && arguments.first().startsWith(QLatin1String("--"))) {
+        QVWriteFault::failWrite(
+            arguments.at(1).toInt(), arguments.first() == QLatin1String("--full-disk-at"));
+        arguments = arguments.mid(2);
+    }
     if (arguments.size() < 2) {
         std::fprintf(stderr, "usage: qv-resolution-peer KILL_AFTER FILE... [suitcase:FILE]...\n");
         return 2;
@@ -113,5 +132,6 @@ int main(int argc, char *argv[])
             : QStringLiteral("kept %1: %2\n").arg(status->fontURL, status->movedToQuarantineErrorInfo);
         std::fputs(line.toUtf8().constData(), stdout);
     }
+    std::printf("writes %d\n", QVWriteFault::count());
     return 0;
 }
