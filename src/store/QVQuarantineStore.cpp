@@ -272,7 +272,6 @@ QString QVQuarantineStore::moveFileToQuarantine(
         return QString();
     if (const QString problem = folderProblem(); !problem.isNull())
         return problem;
-    const QString folder = quarantineFolderPath();
     const QString source = fontFile->URL;
     if (QVPackageFiles::isPackageFile(source))
         return QVPackageFiles::refusal(source);
