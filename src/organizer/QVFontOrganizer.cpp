@@ -1,6 +1,7 @@
 #include "organizer/QVFontOrganizer.h"
 
 #include "engine/QVFontDataManager.h"
+#include "platform/QVFileName.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
@@ -19,6 +20,7 @@
 #include <QThread>
 #include <QTimer>
 #include <filesystem>
+#include <sys/stat.h>
 #include <system_error>
 
 namespace
@@ -29,8 +31,8 @@ const QString kRecoverySuggestion
 
 bool existsOrLink(const QString &path)
 {
-    const QFileInfo info(path);
-    return info.exists() || info.isSymLink();
+    struct stat st;
+    return ::lstat(QVFileName::encode(path).constData(), &st) == 0;
 }
 
 QString folderOf(const QString &path)

@@ -58,14 +58,12 @@ bool fileExists(const QString &path)
 // Reads a whole small file; std::nullopt when absent or unreadable (*error set).
 std::optional<QByteArray> readFile(const QString &path, qint16 *error)
 {
-    QFile file(path);
-    if (!file.exists()) {
-        *error = QVResourceError::FileNotFound;
-        return std::nullopt;
-    }
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = file.error() == QFileDevice::PermissionsError ? QVResourceError::Permission
-                                                               : QVResourceError::IoErr;
+    QFile file;
+    int openError = 0;
+    if (!QVFileSystem::openForReading(file, path, {}, &openError)) {
+        *error = openError == ENOENT || openError == ENOTDIR ? QVResourceError::FileNotFound
+            : openError == EACCES || openError == EPERM      ? QVResourceError::Permission
+                                                             : QVResourceError::IoErr;
         return std::nullopt;
     }
     if (file.size() > QVForkStorage::kMaxForkSize) {
@@ -335,7 +333,8 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
     for (Place candidate : { Place::AppleDouble, Place::NetatalkFolder }) {
         const QString companion = companionPath(path, candidate);
         const Companion state = companionAt(companion);
-        if (state == Companion::Link || (state == Companion::File && !QFileInfo(companion).isReadable())) {
+        if (state == Companion::Link
+            || (state == Companion::File && ::access(QVFileName::encode(companion).constData(), R_OK) != 0)) {
             unreadableCompanion = true;
             continue;
         }
@@ -358,7 +357,7 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
         }
     }
     if (unreadableCompanion || attributeError == EACCES || attributeError == EPERM
-        || !QFileInfo(path).isReadable())
+        || ::access(QVFileName::encode(path).constData(), R_OK) != 0)
         return QVResourceError::Permission;
     return QVResourceError::ResFileNotFound;
 }

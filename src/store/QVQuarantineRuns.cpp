@@ -3,6 +3,7 @@
 #include "engine/QVFontConstants.h"
 #include "engine/QVResourceManager.h"
 #include "platform/QVAtomicFile.h"
+#include "platform/QVFileName.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
 #include "settings/QVLog.h"
@@ -15,6 +16,7 @@
 #include <QFileInfo>
 #include <QHash>
 #include <algorithm>
+#include <sys/stat.h>
 
 namespace
 {
@@ -26,8 +28,8 @@ QString value(const QVariantMap &map, const char *key)
 
 bool exists(const QString &path)
 {
-    const QFileInfo info(path);
-    return info.exists() || info.isSymLink();
+    struct stat st;
+    return ::lstat(QVFileName::encode(path).constData(), &st) == 0;
 }
 
 // Lower case, accents taken off: "Ärial" and "arial" compare equal.

@@ -37,8 +37,8 @@ constexpr int kChangeLockWaitMs = 10000;
 
 bool existsOrLink(const QString &path)
 {
-    const QFileInfo info(path);
-    return info.exists() || info.isSymLink();
+    struct stat st;
+    return ::lstat(QVFileName::encode(path).constData(), &st) == 0;
 }
 
 QString folderOf(const QString &path)

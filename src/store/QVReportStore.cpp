@@ -1,6 +1,7 @@
 #include "store/QVReportStore.h"
 
 #include "platform/QVAtomicFile.h"
+#include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "settings/QVDataFolder.h"
@@ -16,6 +17,7 @@
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <algorithm>
+#include <sys/stat.h>
 
 namespace
 {

@@ -52,7 +52,7 @@ TEST(QuorvelCliUnreadable, UnreadableFilesSidecarsAndFoldersAreReportedAndNothin
     EXPECT_TRUE(run->err.contains("File Unreadable (._" + qvtest::kNimbusPS533Name + ": Permission denied)"))
         << qPrintable(run->err);
     // Neither damaged nor orphaned: nothing was guessed and nothing moved.
-    EXPECT_TRUE(run->out.contains("Total font problems:       0\n")) << qPrintable(run->out);
+    EXPECT_TRUE(run->out.contains("Fonts with problems:       0\n")) << qPrintable(run->out);
     EXPECT_TRUE(run->out.contains("Quarantined: 0\n")) << qPrintable(run->out);
     for (const char *guess : { "Missing PostScript Name", "Couldn't Find", "File Error" })
         EXPECT_FALSE(run->out.contains(QLatin1String(guess))) << guess;
