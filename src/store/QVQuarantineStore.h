@@ -12,7 +12,9 @@
 //
 // Crash safety: before a font is moved in (or a quarantined font restored or
 // removed), what is about to happen is appended to a journal beside the index
-// ("dataSource.journal") and reaches the disk; the index is written once, by
+// ("dataSource.journal") and reaches the disk (a batch of moves can be
+// recorded ahead with one sync, each still before it happens); the index is
+// written once, by
 // commitQuarantine(), which empties the journal. Whoever takes the lock next
 // settles what a killed run left in the journal: a font that reached the
 // quarantine gets its record (and a fork left behind at the old place follows
@@ -133,8 +135,9 @@ public:
     // Names in `reserved` count as taken.
     static QString uniqueDestination(const QString &folder, const QString &name, bool keepExtension,
         int *firstNumber = nullptr, const QSet<QString> *reserved = nullptr);
-    // uniqueDestination() in the quarantine folder, remembering the numbers
-    // this store took so that many fonts of one name do not each try them all.
+    // uniqueDestination() in the quarantine folder, passing over the names of
+    // moves recorded ahead and remembering the numbers this store took, so
+    // that many fonts of one name do not each try them all.
     QString quarantineDestination(const QString &name, bool keepExtension);
 
     // Records a move about to happen: on the disk before it returns; the
