@@ -203,13 +203,17 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
             outcome.repairedRows << row;
         }
     }
-    for (const int row : checked) {
+    qsizetype plannedUpTo = 0;
+    for (qsizetype k = 0; k < checked.size(); ++k) {
+        const int row = checked.at(k);
         if (stopHere())
             break;
         if (row < 0 || row >= rowArray.size())
             continue;
         const QVProblemFontPtr entry = rowArray.at(row);
         if (getActionTitleForErrors(entry->fontStatus) == kQuarantine) {
+            if (k >= plannedUpTo)
+                plannedUpTo = planMoves(checked, k);
             quarantineFile(entry);
             outcome.quarantinedRows << row;
         }
@@ -248,6 +252,43 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     return outcome;
 }
 
+qsizetype QVDiagnosisResolution::planMoves(const QList<int> &checked, qsizetype from)
+{
+    QList<QVQuarantineStore::PlannedMove> moves;
+    qsizetype k = from;
+    for (; k < checked.size() && k < from + qMax(1, planBatch); ++k) {
+        const int row = checked.at(k);
+        if (row < 0 || row >= rowArray.size())
+            continue;
+        const QVProblemFontPtr &entry = rowArray.at(row);
+        if (getActionTitleForErrors(entry->fontStatus) != kQuarantine)
+            continue;
+        // The whole files quarantineFile() will move, in its order.
+        for (const QVFontRef &member : std::as_const(entry->duplicatesArray)) {
+            if (!isSuitcaseFont(member.fontFile, member.fontStatus))
+                moves.append({ member.fontFile, member.fontStatus,
+                    getDiagnosisReasons(member.fontStatus->fontErrorsInfo) });
+        }
+        if (!isSuitcaseFont(entry->fontFile, entry->fontStatus) && !keptInPlace(entry->fontStatus))
+            moves.append({ entry->fontFile, entry->fontStatus,
+                getDiagnosisReasons(entry->fontStatus->fontErrorsInfo) });
+    }
+    m_store->planMoves(moves);
+    return k;
+}
+
+bool QVDiagnosisResolution::keptInPlace(const QVStatusPtr &status)
+{
+    int kept = 0;
+    for (const QString &defect : std::as_const(status->fontErrorsInfo)) {
+        if (defect == QLatin1String(QVDefect::IncorrectFileFlags)
+            || defect == QLatin1String(QVDefect::BadFileName)
+            || defect == QLatin1String(QVDefect::FoundDuplicateFonts))
+            ++kept;
+    }
+    return kept >= status->fontErrorsInfo.size();
+}
+
 bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
 {
     const QVFontFilePtr file = entry->fontFile;
@@ -279,14 +320,7 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
             QVQuarantineStore::updateFileMovedStatus(file, true);
     }
 
-    int kept = 0;
-    for (const QString &defect : std::as_const(status->fontErrorsInfo)) {
-        if (defect == QLatin1String(QVDefect::IncorrectFileFlags)
-            || defect == QLatin1String(QVDefect::BadFileName)
-            || defect == QLatin1String(QVDefect::FoundDuplicateFonts))
-            ++kept;
-    }
-    if (kept >= status->fontErrorsInfo.size() || mustStop())
+    if (keptInPlace(status) || mustStop())
         return true;
 
     QString error;

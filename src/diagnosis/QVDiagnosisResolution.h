@@ -89,6 +89,8 @@ public:
 
     QVProgress *progress = nullptr;
     std::atomic<bool> cancelRequested { false };
+    // How many rows' moves are recorded in the quarantine's journal at once.
+    int planBatch = 64;
     // Polled before every font; true stops the resolution.
     std::function<bool()> stopRequested;
 
@@ -99,6 +101,12 @@ public:
     std::function<void()> refreshQuarantineView;
 
 private:
+    // Records ahead the whole-file moves of the rows from checked[from] on
+    // (planBatch of them); returns where the next batch starts.
+    qsizetype planMoves(const QList<int> &checked, qsizetype from);
+    // Every defect of the font is repaired in place, or it is the copy kept.
+    static bool keptInPlace(const QVStatusPtr &status);
+
     QVQuarantineStore *m_store;
     QVSuitcaseSurgery *m_surgery;
 };

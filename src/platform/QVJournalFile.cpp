@@ -51,6 +51,11 @@ bool QVJournalFile::exists() const
 
 int QVJournalFile::append(const QByteArray &line)
 {
+    return append(QList<QByteArray> { line });
+}
+
+int QVJournalFile::append(const QList<QByteArray> &lines)
+{
     if (m_fd < 0) {
         const bool created = !exists();
         m_fd = ::open(QVFileName::encode(m_path).constData(),
@@ -66,7 +71,9 @@ int QVJournalFile::append(const QByteArray &line)
         if (created)
             syncFolder(m_path);
     }
-    const QByteArray bytes = (m_needsNewline ? QByteArray("\n") : QByteArray()) + line + '\n';
+    QByteArray bytes = m_needsNewline ? QByteArray("\n") : QByteArray();
+    for (const QByteArray &line : lines)
+        bytes += line + '\n';
     int error = QVWriteFault::check();
     for (qint64 done = 0; !error && done < bytes.size();) {
         const ssize_t put = ::write(m_fd, bytes.constData() + done, size_t(bytes.size() - done));

@@ -19,6 +19,8 @@ public:
 
     // Appends the line (a newline is added; the line must hold none). 0 or errno.
     int append(const QByteArray &line);
+    // Appends the lines with one write and one sync: all of them or none.
+    int append(const QList<QByteArray> &lines);
     // Deletes the file. 0 or errno (an absent file is no error).
     int remove();
     bool exists() const;

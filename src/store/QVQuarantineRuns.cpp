@@ -190,7 +190,21 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
     const QList<QVariantMap> &index = m_store->quarantinedFilesDataArray;
     for (qsizetype i = 0; i < index.size(); ++i)
         recordsByName[value(index.at(i), "quarantineFileName")].append(i);
-    for (const int rowNumber : checked) {
+    // The records that belong to a row.
+    auto recordsOf = [&](const QVariantMap &row) {
+        const bool member = isSuitcaseMember(row);
+        QList<QVariantMap> records;
+        for (const qsizetype i : recordsByName.value(value(row, "quarantineFileName"))) {
+            const QVariantMap &record = index.at(i);
+            if (!member
+                || record.value(QStringLiteral("fontNames")).toStringList().contains(value(row, "fontName")))
+                records.append(record);
+        }
+        return records;
+    };
+    qsizetype journalledUpTo = 0;
+    for (qsizetype k = 0; k < checked.size(); ++k) {
+        const int rowNumber = checked.at(k);
         if (withProgress) {
             if (cancelRequested) {
                 progress->setValue(100);
@@ -202,29 +216,29 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
         if (rowNumber < 0 || rowNumber >= rowArray.size())
             continue;
         const QVariantMap row = rowArray.at(rowNumber);
-        // The records that belong to the row.
-        const QString name = value(row, "quarantineFileName");
-        const bool member = isSuitcaseMember(row);
-        QList<QVariantMap> records;
-        for (const qsizetype i : recordsByName.value(name)) {
-            const QVariantMap &record = index.at(i);
-            if (member
-                && !record.value(QStringLiteral("fontNames")).toStringList().contains(value(row, "fontName")))
-                continue;
-            records.append(record);
-        }
-        // Recorded before the file leaves, so that a run cut short still
-        // knows it left. A restore moves fonts: one that cannot be recorded
-        // stops the run. A removal goes on (it frees the disk; at worst the
-        // row outlives its file).
-        if (!name.isEmpty() && !name.contains(QLatin1Char('/'))
-            && exists(quarantine + QLatin1Char('/') + name)) {
-            const QString unrecorded = m_store->journalRemoval(kind, name, records);
+        // Recorded before the files leave, a batch of rows at a time (one
+        // sync for all), so that a run cut short still knows they left. A
+        // restore moves fonts: one that cannot be recorded stops the run. A
+        // removal goes on (it frees the disk; at worst a row outlives its file).
+        if (k >= journalledUpTo) {
+            QList<QVQuarantineStore::Removal> removals;
+            for (journalledUpTo = k; journalledUpTo < checked.size() && journalledUpTo < k + kJournalBatch;
+                 ++journalledUpTo) {
+                const int ahead = checked.at(journalledUpTo);
+                if (ahead < 0 || ahead >= rowArray.size())
+                    continue;
+                const QString name = value(rowArray.at(ahead), "quarantineFileName");
+                if (!name.isEmpty() && !name.contains(QLatin1Char('/'))
+                    && exists(quarantine + QLatin1Char('/') + name))
+                    removals.append({ name, recordsOf(rowArray.at(ahead)) });
+            }
+            const QString unrecorded = m_store->journalRemovals(kind, removals);
             if (!unrecorded.isNull() && kind == QLatin1String("restore")) {
                 result.errors << unrecorded;
                 break;
             }
         }
+        const QList<QVariantMap> records = recordsOf(row);
         QString error;
         if (!handleRow(row, &error)) {
             if (!error.isEmpty())

@@ -21,6 +21,8 @@ public:
     // Runs of this many checked rows or more get a progress bar (and can be
     // cancelled through it).
     static constexpr int kProgressThreshold = 11;
+    // How many rows' departures are recorded in the journal at once.
+    static constexpr int kJournalBatch = 64;
 
     struct RunResult {
         // Rows restored or removed, in the order they were handled.

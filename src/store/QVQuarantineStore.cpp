@@ -21,6 +21,8 @@
 #include <QHash>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
+#include <QUuid>
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -186,17 +188,18 @@ QString QVQuarantineStore::quarantineDestination(const QString &name, bool keepE
     const QString folder = getQuarantineFolder().toLocalFile().chopped(1);
     int &last = m_lastNumbers[name + (keepExtension ? QStringLiteral("\n1") : QStringLiteral("\n0"))];
     int number = last + 1;
-    const QString destination = uniqueDestination(folder, name, keepExtension, &number);
+    const QString destination
+        = uniqueDestination(folder, name, keepExtension, &number, &m_plannedDestinations);
     if (number > 0)
         last = number;
     return destination;
 }
 
-QString QVQuarantineStore::uniqueDestination(
-    const QString &folder, const QString &name, bool keepExtension, int *firstNumber)
+QString QVQuarantineStore::uniqueDestination(const QString &folder, const QString &name, bool keepExtension,
+    int *firstNumber, const QSet<QString> *reserved)
 {
-    auto taken = [](const QString &path) {
-        if (existsOrLink(path))
+    auto taken = [reserved](const QString &path) {
+        if (existsOrLink(path) || (reserved && reserved->contains(path)))
             return true;
         // A leftover sidecar would make the move refuse the name.
         const QFileInfo info(path);
@@ -275,13 +278,22 @@ QString QVQuarantineStore::moveFileToQuarantine(
     const QString source = fontFile->URL;
     if (QVPackageFiles::isPackageFile(source))
         return QVPackageFiles::refusal(source);
-    const QString folder = quarantineFolderPath();
-    const QString destination = quarantineDestination(QFileInfo(source).fileName(), true);
+    const Plan plan = m_planned.take(fontStatus.get());
+    const bool planned = !plan.destination.isEmpty() && !existsOrLink(plan.destination);
+    if (!plan.destination.isEmpty() && !planned) {
+        // Its name was taken after all: that intent is void.
+        m_lastIntentId = plan.id;
+        dropLastIntent();
+    }
+    const QString destination
+        = planned ? plan.destination : quarantineDestination(QFileInfo(source).fileName(), true);
     const QString destinationName = QFileInfo(destination).fileName();
 
     if (existsOrLink(source)) {
-        if (!journalIntent(
-                QStringLiteral("file"), source, makeRecord(destinationName, fontFile, fontStatus, reason)))
+        if (planned)
+            m_lastIntentId = plan.id;
+        else if (!journalIntent(QStringLiteral("file"), source,
+                     makeRecord(destinationName, fontFile, fontStatus, reason)))
             return quarantineError();
         const QVFilePair::Result moved = QVFilePair::move(source, destination);
         QString error;
@@ -541,7 +553,10 @@ QString QVQuarantineStore::writeIndex()
         qCWarning(lcStore, "Error: commitQuarantine %s", qUtf8Printable(error));
         return QStringLiteral("Could not write the quarantine index %1: %2").arg(indexPath(), error);
     }
-    // Everything the journal held is in the index now.
+    // Everything the journal held is in the index now; moves recorded ahead
+    // and not made are recorded no more.
+    m_planned.clear();
+    m_plannedDestinations.clear();
     if (!m_journal)
         m_journal = std::make_unique<QVJournalFile>(journalPath());
     if (const int removed = m_journal->remove(); removed != 0)
@@ -606,15 +621,18 @@ QList<QVariantMap> QVQuarantineStore::readJournal() const
     if (error)
         qCWarning(lcStore) << "Error: the quarantine journal cannot be read" << journalPath()
                            << errnoText(error);
+    QSet<QString> dropped;
     for (const QByteArray &line : lines) {
         const QVariantMap entry = fromJsonLine(line);
-        if (entry.value(QStringLiteral("kind")).toString() == QLatin1String("drop")) {
-            if (!entries.isEmpty())
-                entries.removeLast();
-        } else if (!entry.isEmpty()) {
+        if (entry.value(QStringLiteral("kind")).toString() == QLatin1String("drop"))
+            dropped.insert(entry.value(QStringLiteral("id")).toString());
+        else if (!entry.isEmpty())
             entries.append(entry);
-        }
     }
+    // Moves undone before anything changed.
+    entries.removeIf([&dropped](const QVariantMap &entry) {
+        return dropped.contains(entry.value(QStringLiteral("id")).toString());
+    });
     return entries;
 }
 
@@ -668,8 +686,8 @@ bool QVQuarantineStore::settleEntries(const QList<QVariantMap> &entries)
                     }
                 }
             }
-        } else if (!isFile || existsOrLink(source)) {
-            continue; // nothing moved: the font is where it was
+        } else if (!isFile || existsOrLink(source) || entry.value(QStringLiteral("planned")).toBool()) {
+            continue; // nothing moved: the font is where it was (or went elsewhere)
         }
         // Reached the quarantine (or had vanished already): it gets its record.
         quarantinedFilesDataArray.append(record);
@@ -736,7 +754,7 @@ QString QVQuarantineStore::lockForChange()
     return hasQuarantineIndex ? QString() : quarantineError();
 }
 
-QString QVQuarantineStore::appendToJournal(const QVariantMap &entry, bool intoQuarantine)
+QString QVQuarantineStore::appendToJournal(const QList<QVariantMap> &entries, bool intoQuarantine)
 {
     if (intoQuarantine && !quarantineError().isNull())
         return quarantineError();
@@ -745,8 +763,10 @@ QString QVQuarantineStore::appendToJournal(const QVariantMap &entry, bool intoQu
     getQuarantineFolder();
     if (!m_journal)
         m_journal = std::make_unique<QVJournalFile>(journalPath());
-    const int error
-        = m_journal->append(QJsonDocument(QJsonObject::fromVariantMap(entry)).toJson(QJsonDocument::Compact));
+    QList<QByteArray> lines;
+    for (const QVariantMap &entry : entries)
+        lines << QJsonDocument(QJsonObject::fromVariantMap(entry)).toJson(QJsonDocument::Compact);
+    const int error = m_journal->append(lines);
     if (error == 0)
         return QString();
     const QString text = QStringLiteral("Could not write the quarantine journal %1: %2")
@@ -757,30 +777,78 @@ QString QVQuarantineStore::appendToJournal(const QVariantMap &entry, bool intoQu
     return text;
 }
 
-bool QVQuarantineStore::journalIntent(const QString &kind, const QString &source, const QVariantMap &record)
+QVariantMap QVQuarantineStore::intentEntry(
+    const QString &kind, const QString &source, const QVariantMap &record)
 {
     QVariantMap entry;
+    entry.insert(QStringLiteral("id"), QUuid::createUuid().toString(QUuid::WithoutBraces));
     entry.insert(QStringLiteral("kind"), kind);
     entry.insert(QStringLiteral("source"), source);
     entry.insert(QStringLiteral("record"), record);
-    return appendToJournal(entry, true).isNull();
+    return entry;
 }
 
-QString QVQuarantineStore::journalRemoval(
-    const QString &kind, const QString &quarantineFileName, const QList<QVariantMap> &records)
+bool QVQuarantineStore::journalIntent(const QString &kind, const QString &source, const QVariantMap &record)
 {
-    QVariantMap entry;
-    entry.insert(QStringLiteral("kind"), kind);
-    entry.insert(QStringLiteral("quarantineFileName"), quarantineFileName);
-    entry.insert(QStringLiteral("records"), toVariantList(records));
-    return appendToJournal(entry, false);
+    const QVariantMap entry = intentEntry(kind, source, record);
+    if (!appendToJournal({ entry }, true).isNull())
+        return false;
+    m_lastIntentId = entry.value(QStringLiteral("id")).toString();
+    return true;
+}
+
+void QVQuarantineStore::planMoves(const QList<PlannedMove> &moves)
+{
+    // Under the lock before any name is chosen: taking it may settle a
+    // journal, which clears what was planned.
+    if (!quarantineError().isNull() || !lockForChange().isNull())
+        return;
+    QList<QVariantMap> entries;
+    QHash<const QVStatus *, Plan> plans;
+    for (const PlannedMove &move : moves) {
+        const QString source = move.fontFile->URL;
+        if (move.fontFile->fileMovedToQuarantine || move.fontStatus->movedToQuarantine
+            || plans.contains(move.fontStatus.get()) || m_planned.contains(move.fontStatus.get())
+            || !existsOrLink(source))
+            continue;
+        // Each gets a name of its own, though none of them has moved yet, and
+        // no other move takes it while its intent stands.
+        const QString destination = quarantineDestination(QFileInfo(source).fileName(), true);
+        m_plannedDestinations.insert(destination);
+        QVariantMap entry = intentEntry(QStringLiteral("file"), source,
+            makeRecord(QFileInfo(destination).fileName(), move.fontFile, move.fontStatus, move.reason));
+        // Recorded ahead: a font whose turn never came is found unmoved.
+        entry.insert(QStringLiteral("planned"), true);
+        plans.insert(move.fontStatus.get(), { destination, entry.value(QStringLiteral("id")).toString() });
+        entries.append(entry);
+    }
+    if (!entries.isEmpty() && appendToJournal(entries, true).isNull())
+        m_planned.insert(plans);
+}
+
+QString QVQuarantineStore::journalRemovals(const QString &kind, const QList<Removal> &removals)
+{
+    QList<QVariantMap> entries;
+    for (const Removal &removal : removals) {
+        QVariantMap entry;
+        entry.insert(QStringLiteral("kind"), kind);
+        entry.insert(QStringLiteral("quarantineFileName"), removal.quarantineFileName);
+        entry.insert(QStringLiteral("records"), toVariantList(removal.records));
+        entries.append(entry);
+    }
+    return entries.isEmpty() ? QString() : appendToJournal(entries, false);
 }
 
 void QVQuarantineStore::dropLastIntent()
 {
     // Should this fail, the entry stays; settling finds the move undone. The
     // run stops all the same: its journal can no longer be trusted to be whole.
-    appendToJournal({ { QStringLiteral("kind"), QStringLiteral("drop") } }, true);
+    if (m_lastIntentId.isEmpty())
+        return;
+    appendToJournal(
+        { { { QStringLiteral("kind"), QStringLiteral("drop") }, { QStringLiteral("id"), m_lastIntentId } } },
+        true);
+    m_lastIntentId.clear();
 }
 
 void QVQuarantineStore::removeRecords(const QList<QVariantMap> &records)

@@ -12,7 +12,9 @@
 //
 // Crash safety: before a font is moved in (or a quarantined font restored or
 // removed), what is about to happen is appended to a journal beside the index
-// ("dataSource.journal") and reaches the disk; the index is written once, by
+// ("dataSource.journal") and reaches the disk (a batch of moves can be
+// recorded ahead with one sync, each still before it happens); the index is
+// written once, by
 // commitQuarantine(), which empties the journal. Whoever takes the lock next
 // settles what a killed run left in the journal: a font that reached the
 // quarantine gets its record (and a fork left behind at the old place follows
@@ -29,6 +31,7 @@
 
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QUrl>
 #include <QVariantMap>
@@ -133,10 +136,12 @@ public:
     // file or one of its companions exists there.
     // With firstNumber, numbered names are tried from *firstNumber on, and it
     // gets the number taken (0 for the plain name).
-    static QString uniqueDestination(
-        const QString &folder, const QString &name, bool keepExtension, int *firstNumber = nullptr);
-    // uniqueDestination() in the quarantine folder, remembering the numbers
-    // this store took so that many fonts of one name do not each try them all.
+    // Names in `reserved` count as taken.
+    static QString uniqueDestination(const QString &folder, const QString &name, bool keepExtension,
+        int *firstNumber = nullptr, const QSet<QString> *reserved = nullptr);
+    // uniqueDestination() in the quarantine folder, passing over the names of
+    // moves recorded ahead and remembering the numbers this store took, so
+    // that many fonts of one name do not each try them all.
     QString quarantineDestination(const QString &name, bool keepExtension);
 
     // Records a move about to happen: on the disk before it returns; the
@@ -144,13 +149,30 @@ public:
     // "suitcase". False (and quarantineError() says why) when it could not be
     // recorded: the move must not happen then.
     bool journalIntent(const QString &kind, const QString &source, const QVariantMap &record);
-    // Records that the quarantined file `quarantineFileName` is about to leave
-    // (kind "restore" or "remove") and that these records go with it. Null,
-    // or the error; a failure here does not stop moves into the quarantine.
-    QString journalRemoval(
-        const QString &kind, const QString &quarantineFileName, const QList<QVariantMap> &records);
-    // Forgets the last intent (the move failed before anything changed).
+
+    // Forgets the intent of the move in hand (it failed before anything changed).
     void dropLastIntent();
+
+    // Records the moves of these fonts into the quarantine ahead, with one
+    // write and sync for all, so that each moveFileToQuarantine() of them
+    // finds its move recorded already: a sync per font would make a run of
+    // thousands of fonts wait on the disk thousands of times. A failure
+    // stops further moves in, as journalIntent's does.
+    struct PlannedMove {
+        QVFontFilePtr fontFile;
+        QVStatusPtr fontStatus;
+        QString reason;
+    };
+    void planMoves(const QList<PlannedMove> &moves);
+    // Records that quarantined files are about to leave (kind "restore" or
+    // "remove"), each with the records that go with it, with one write and
+    // sync for all. Null, or the error; a failure here does not stop moves
+    // into the quarantine.
+    struct Removal {
+        QString quarantineFileName;
+        QList<QVariantMap> records;
+    };
+    QString journalRemovals(const QString &kind, const QList<Removal> &removals);
 
     QList<QVariantMap> quarantinedFilesDataArray;
     // False when "dataSource" exists but is not a list of records and could
@@ -187,7 +209,8 @@ private:
     QString setDamagedIndexAside();
     // Null, or the error. A failure to record a move into the quarantine
     // stops further moves in.
-    QString appendToJournal(const QVariantMap &entry, bool intoQuarantine);
+    QString appendToJournal(const QList<QVariantMap> &entries, bool intoQuarantine);
+    static QVariantMap intentEntry(const QString &kind, const QString &source, const QVariantMap &record);
     QList<QVariantMap> readJournal() const;
     QString writeIndex();
 
@@ -199,6 +222,14 @@ private:
     QString m_writeError;
     int m_lockError = 0;
     QHash<QString, int> m_lastNumbers;
+    // Moves recorded ahead, by font, and the intent of the move in hand.
+    struct Plan {
+        QString destination;
+        QString id;
+    };
+    QHash<const QVStatus *, Plan> m_planned;
+    QSet<QString> m_plannedDestinations;
+    QString m_lastIntentId;
     // The data manager's files by folder, for the sister PostScript rule.
     QHash<QString, QList<QVFontFilePtr>> m_filesByFolder;
     const QVFontDataManager *m_foldersOf = nullptr;

@@ -354,7 +354,9 @@ TEST_F(ResolutionTest, AMoveIsRecordedFirstAndARecordThatFailsStopsTheRun)
         entries << entryFor(home.writeFile(QStringLiteral("f/F%1.otf").arg(i), "x"), { 0 },
             { QString::fromLatin1(QVDefect::BadTableData) });
     resolution.setProblemFontsArray(entries);
-    // The journal already holds the first move when it happens.
+    // One row's moves recorded at a time. The journal already holds the
+    // first move when it happens.
+    resolution.planBatch = 1;
     int journalled = -1;
     store.movedHook
         = [&](const QString &) { journalled = int(QVJournalFile::readLines(store.journalPath()).size()); };
