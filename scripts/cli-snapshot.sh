@@ -11,6 +11,9 @@ cli="$(realpath "$1")"
 out="$(realpath -m "$2")"
 data="$(cd "$(dirname "$0")/.." && pwd)/tests/data"
 work=/tmp/qv-cli-snapshot
+# The fixture is made once and kept: the tools stamp their sidecars with the
+# time, and two runs must start from the same bytes.
+fixture_copy=/tmp/qv-cli-snapshot-fixture
 rm -rf "$work" "$out"
 mkdir -p "$work/home" "$out"
 export HOME="$work/home" XDG_DATA_HOME="$work/home/.local/share" XDG_CONFIG_HOME="$work/home/.config"
@@ -44,10 +47,28 @@ fixture() { # a folder of sound, damaged, duplicated and orphaned fonts
   cp "$bdf"/*.rsrc "$dir/suitcases/P052.dfont"
 }
 
+# A hash of an AppleDouble file without its dates entry (9), which a new
+# sidecar stamps with the time it was written.
+sidecar_hash() {
+  python3 - "$1" <<'PY'
+import hashlib, struct, sys
+d = open(sys.argv[1], 'rb').read()
+h = hashlib.sha256(d[:26])
+n = struct.unpack('>H', d[24:26])[0] if len(d) >= 26 else 0
+for i in range(n):
+    e, o, l = struct.unpack('>III', d[26 + 12 * i:38 + 12 * i])
+    if e != 8:
+        h.update(struct.pack('>I', e) + d[o:o + l])
+print(h.hexdigest()[:16])
+PY
+}
+
 # A listing of a tree: path, size, content hash, attributes.
 tree() {
   (cd "$1" && find . -mindepth 1 | LC_ALL=C sort | while IFS= read -r f; do
-    if [ -f "$f" ]; then
+    if [ -f "$f" ] && [[ "$(basename "$f")" == ._* ]]; then
+      printf '%s %s %s\n' "$f" "$(stat -c %s "$f")" "$(sidecar_hash "$f")"
+    elif [ -f "$f" ]; then
       printf '%s %s %s\n' "$f" "$(stat -c %s "$f")" "$(sha256sum <"$f" | cut -c1-16)"
     else
       printf '%s/\n' "$f"
@@ -72,7 +93,11 @@ run() { # name, then the command's arguments
   } | mask >"$out/$(printf %02d $n)-$name.txt"
 }
 
-fixture "$work/f"
+if [ ! -d "$fixture_copy" ]; then
+  fixture "$fixture_copy.new"
+  mv "$fixture_copy.new" "$fixture_copy"
+fi
+cp -a "$fixture_copy" "$work/f"
 run scan-text scan "$work/f"
 run scan-json scan --json "$work/f"
 run examine examine "$work/f"/sound/DejaVuSans.ttf "$work/f"/damaged/Short.ttf "$work/f"/postscript/C059Bol
@@ -104,5 +129,5 @@ tree "$work/lib-copy" >"$out/tree-library-copy.txt"
 run organize-move organize --library "$work/lib-move" --move --name family "$work/o"
 tree "$work/lib-move" >"$out/tree-library-move.txt"
 tree "$work/o" >"$out/tree-organize-source.txt"
-tree "$work/home/.local/share" | grep -v -e '\.lock' -e 'dataSource' -e 'reports' >"$out/tree-data.txt" || true
+tree "$work/home/.local/share" | grep -v -e '\.lock' -e 'dataSource' -e 'Reports/' >"$out/tree-data.txt" || true
 echo "snapshot of $(ls "$out" | wc -l) files in $out"

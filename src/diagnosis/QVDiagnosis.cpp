@@ -104,6 +104,8 @@ void QVDiagnosis::diagnoseFonts()
         m_problemFonts.clear();
         m_problemByIndex.clear();
         m_problemStatusesByFamily.clear();
+        m_passCalls = {};
+        m_entryOrder.clear();
     }
     setDoCancel(false);
     m_isDiagnosingFonts = true;
@@ -192,6 +194,7 @@ void QVDiagnosis::finishDiagnosis()
     m_isShowingDoneButton = true;
     setButtons(text("any.done.title"), true);
 
+    sortProblemFonts();
     const qint32 total = qint32(QVProblemCounts::problemFonts(problemFontsArray()));
     setTotalFontProblems(total);
 
@@ -569,14 +572,21 @@ void QVDiagnosis::addProblemFont(const QVFontFilePtr &fontFile, const QVStatusPt
     QMutexLocker locker(&m_problemLock);
     QVProblemFontPtr entry = m_problemByIndex.value(fontStatus->index);
     const bool isNew = !entry;
+    // The passes run at once, but a font found again keeps the diagnosis of
+    // the first pass in pass order, and the list keeps each pass's own order,
+    // so a run gives the same list whichever pass finds a font first.
+    const int pass = qBound(0, diagnosisType, kPassCount - 1);
+    const quint32 sequence = m_passCalls[size_t(pass)]++;
     if (isNew) {
         entry = std::make_shared<QVProblemFont>();
         entry->fontFile = fontFile;
         entry->fontStatus = fontStatus;
-        entry->diagnosisType = diagnosisType;
     }
-    // A font found again keeps its first diagnosis; a duplicate group is
-    // attached whatever the entry was made for.
+    if (isNew || diagnosisType < entry->diagnosisType) {
+        entry->diagnosisType = diagnosisType;
+        m_entryOrder.insert(entry.get(), sequence);
+    }
+    // A duplicate group is attached whatever the entry was made for.
     if (diagnosisType == QVErrorClass::Duplicate) {
         entry->duplicatesArray = duplicatesArray.value_or(QList<QVFontRef>());
         entry->hasDuplicatesArray = duplicatesArray.has_value();
@@ -586,6 +596,17 @@ void QVDiagnosis::addProblemFont(const QVFontFilePtr &fontFile, const QVStatusPt
         m_problemByIndex.insert(fontStatus->index, entry);
         m_problemStatusesByFamily[familyKey(*fontStatus)].append(fontStatus);
     }
+}
+
+void QVDiagnosis::sortProblemFonts()
+{
+    QMutexLocker locker(&m_problemLock);
+    std::stable_sort(m_problemFonts.begin(), m_problemFonts.end(),
+        [this](const QVProblemFontPtr &a, const QVProblemFontPtr &b) {
+            if (a->diagnosisType != b->diagnosisType)
+                return a->diagnosisType < b->diagnosisType;
+            return m_entryOrder.value(a.get()) < m_entryOrder.value(b.get());
+        });
 }
 
 QList<QVProblemFontPtr> QVDiagnosis::problemFontsArray() const

@@ -113,6 +113,8 @@ public:
     void resetProgress();
 
     QList<QVProblemFontPtr> problemFontsArray() const;
+    // Orders the list as passes run one after another would have made it.
+    void sortProblemFonts();
     // What a report of this run is made from. The quarantine count is the
     // caller's: it belongs to the store that the resolution moved fonts into.
     QVReportInput reportInput() const;
@@ -188,6 +190,8 @@ private:
     mutable QMutex m_problemLock;
     QList<QVProblemFontPtr> m_problemFonts;
     QHash<qint32, QVProblemFontPtr> m_problemByIndex;
+    std::array<quint32, kPassCount> m_passCalls {};
+    QHash<const QVProblemFont *, quint32> m_entryOrder;
     QHash<QString, QList<QVStatusPtr>> m_problemStatusesByFamily;
     // Striped by status, so passes marking different fonts rarely wait on
     // one another.

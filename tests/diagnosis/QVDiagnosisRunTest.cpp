@@ -428,7 +428,8 @@ TEST_F(QVDiagnosisRunTest, ProblemEntriesAreFoundByStatusIndex)
 
     const QList<QVProblemFontPtr> problems = diagnosis->problemFontsArray();
     ASSERT_EQ(problems.size(), 1);
-    EXPECT_EQ(problems[0]->diagnosisType, 2);
+    // The earlier pass in pass order names the entry, whichever came first.
+    EXPECT_EQ(problems[0]->diagnosisType, 1);
     EXPECT_TRUE(problems[0]->hasDuplicatesArray);
     EXPECT_TRUE(problems[0]->duplicatesArray.isEmpty());
 }
@@ -461,4 +462,36 @@ TEST_F(QVDiagnosisRunTest, SettingsStartTextAndTitles)
     EXPECT_EQ(diagnosis->iconName(), QStringLiteral("AutoScan"));
     diagnosis->handleSearchComplete({ { QStringLiteral("status"), QStringLiteral("cancelled") } });
     EXPECT_EQ(diagnosis->iconName(), QStringLiteral("autoscan-cancel"));
+}
+
+TEST_F(QVDiagnosisRunTest, ListIsTheSameWhicheverPassFindsAFontFirst)
+{
+    // Two outlines without bitmaps whose file names are wrong: each is found
+    // by the structure pass and by the missing-bitmap pass.
+    auto run = [this](const QString &root, const QList<int> &order) {
+        QVFontLibrary fonts;
+        for (const QString &name : { QStringLiteral("A"), QStringLiteral("B") }) {
+            const QVFontFilePtr outline
+                = addOutline(fonts, makeOutlineFile(folder(root + QLatin1Char('/') + name), name));
+            outline->fontStatusArray[0]->setFontError(QVErrorClass::Defect);
+            outline->fontStatusArray[0]->setFontErrorInfo(QString::fromUtf8(QVDefect::BadFileName));
+        }
+        QVDiagnosis passes(&fonts.dataMgr);
+        passes.populateArrays();
+        const std::array<void (QVDiagnosis::*)(), 4> bodies { &QVDiagnosis::diagnoseFileStructure,
+            &QVDiagnosis::diagnoseMissingBitmaps, &QVDiagnosis::diagnoseMissingPostscripts,
+            &QVDiagnosis::diagnoseDuplicateFonts };
+        for (int pass : order)
+            (passes.*bodies[size_t(pass)])();
+        passes.sortProblemFonts();
+        QStringList list;
+        for (const QVProblemFontPtr &entry : passes.problemFontsArray())
+            list << QStringLiteral("%1 %2")
+                        .arg(QFileInfo(entry->fontFile->URL).fileName())
+                        .arg(entry->diagnosisType);
+        return list;
+    };
+    const QStringList inOrder = run(QStringLiteral("one"), { 0, 1, 2, 3 });
+    EXPECT_EQ(inOrder, (QStringList { QStringLiteral("A 0"), QStringLiteral("B 0") }));
+    EXPECT_EQ(run(QStringLiteral("two"), { 3, 2, 1, 0 }), inOrder);
 }
