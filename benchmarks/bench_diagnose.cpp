@@ -158,7 +158,6 @@ int main(int argc, char *argv[])
         fillLibrary(dataMgr, count);
         QVDiagnosis diagnosis(&dataMgr);
         diagnosis.setPacingEnabled(false);
-        diagnosis.setFinishDelay(0);
 
         const double populate = timed([&] { diagnosis.populateArrays(); });
         const double structure = timed([&] { diagnosis.diagnoseFileStructure(); });
@@ -196,11 +195,8 @@ int main(int argc, char *argv[])
         QVFontDataManager dataMgr;
         QVFileManager fileManager(&dataMgr);
         QEventLoop scanLoop;
-        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-            &scanLoop, [&](const QString &name, const QVariantMap &) {
-                if (name == QLatin1String(kScanFolderComplete))
-                    scanLoop.quit();
-            });
+        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kScanFolderComplete,
+            &scanLoop, &QEventLoop::quit);
         const double scan = timed([&] {
             fileManager.scanFolders({ tree });
             scanLoop.exec();
@@ -208,7 +204,6 @@ int main(int argc, char *argv[])
         });
         QVDiagnosis diagnosis(&dataMgr);
         diagnosis.setPacingEnabled(false);
-        diagnosis.setFinishDelay(0);
         QEventLoop loop;
         QObject::connect(&diagnosis, &QVDiagnosis::diagnosisFinished, &loop, &QEventLoop::quit);
         const double diagnose = timed([&] {

@@ -47,12 +47,10 @@ int main(int argc, char *argv[])
     QVFileManager fileManager(&dataManager);
     QEventLoop loop;
     QString status;
-    QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted, &loop,
-        [&](const QString &name, const QVariantMap &userInfo) {
-            if (name == QLatin1String(kScanFolderComplete)) {
-                status = userInfo.value(QStringLiteral("status")).toString();
-                loop.quit();
-            }
+    QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kScanFolderComplete, &loop,
+        [&](const QVariantMap &userInfo) {
+            status = userInfo.value(QStringLiteral("status")).toString();
+            loop.quit();
         });
 
     QElapsedTimer timer;

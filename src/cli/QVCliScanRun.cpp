@@ -76,10 +76,8 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
         QVFileManager fileManager(m_dataManager);
         QVTerminalProgress terminal(fileManager.progress(), m_progressStream);
         QEventLoop loop;
-        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-            &loop, [&](const QString &name, const QVariantMap &userInfo) {
-                if (name != QLatin1String(kScanFolderComplete))
-                    return;
+        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kScanFolderComplete,
+            &loop, [&](const QVariantMap &userInfo) {
                 scanCancelled
                     = userInfo.value(QStringLiteral("status")).toString() == QLatin1String("cancelled");
                 loop.quit();
@@ -102,16 +100,22 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
 QVDiagnosis &QVCliScanRun::diagnose(const QStringList &folders)
 {
     QVSettings().setLastScanType(QStringLiteral("Manual Scan"));
+    m_view.reset();
     m_diagnosis = std::make_unique<QVDiagnosis>(m_dataManager);
     QVDiagnosis &diagnosis = *m_diagnosis;
-    diagnosis.setDelegate(&m_delegate);
-    diagnosis.setPacingEnabled(false);
-    diagnosis.setFinishDelay(0);
+    m_view = std::make_unique<QVDiagnosisViewState>(&diagnosis);
+    QVDiagnosisViewState &view = *m_view;
+    QObject::connect(&view, &QVDiagnosisViewState::alertRequested,
+        [this](const QString &message, const QString &informativeText) {
+            m_alert = message + QStringLiteral(": ") + informativeText;
+        });
+    view.setPacingEnabled(false);
+    view.setFinishDelay(0);
     diagnosis.setManualScanFolders(folders);
     QVTerminalProgress terminal(diagnosis.overallProgress(), stderr);
     QEventLoop loop;
     bool finished = false;
-    QObject::connect(&diagnosis, &QVDiagnosis::diagnosisFinished, &loop, [&] { finished = true; });
+    QObject::connect(&view, &QVDiagnosisViewState::diagnosisFinished, &loop, [&] { finished = true; });
     QTimer poll;
     QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
         if (interruptedFlag && !diagnosis.doCancel())
@@ -121,8 +125,8 @@ QVDiagnosis &QVCliScanRun::diagnose(const QStringList &folders)
             loop.quit();
     });
     poll.start(20);
-    diagnosis.diagnoseFonts();
-    if (diagnosis.isDiagnosingFonts())
+    view.diagnoseFonts();
+    if (view.isDiagnosingFonts())
         loop.exec();
     terminal.clear();
     return diagnosis;

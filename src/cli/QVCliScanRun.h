@@ -5,7 +5,7 @@
 #pragma once
 
 #include "diagnosis/QVDiagnosis.h"
-#include "diagnosis/QVDiagnosisDelegate.h"
+#include "diagnosis/QVDiagnosisViewState.h"
 
 #include <QString>
 #include <QStringList>
@@ -32,7 +32,7 @@ public:
     QVDiagnosis &diagnose(const QStringList &folders);
     QVDiagnosis *diagnosis() const { return m_diagnosis.get(); }
     // The alert the run would have shown (no fonts at all), or empty.
-    QString alert() const { return m_delegate.alert; }
+    QString alert() const { return m_alert; }
 
     // "FOLDER: no such folder", "FOLDER: not a folder" or "FOLDER: cannot be
     // read (REASON)" for the first folder that cannot be scanned; empty when
@@ -45,22 +45,12 @@ public:
     static bool interrupted();
 
 private:
-    // The command line has no window: it keeps the one sheet a run can show.
-    class Delegate final : public QVDiagnosisDelegate
-    {
-    public:
-        void showAlert(const QString &message, const QString &informativeText, const QStringList &,
-            const QString &) override
-        {
-            alert = message + QStringLiteral(": ") + informativeText;
-        }
-        QString alert;
-    };
-
     QVFontDataManager *m_dataManager;
     FILE *m_progressStream;
-    Delegate m_delegate;
+    // The command line has no window: it keeps the one sheet a run can show.
+    QString m_alert;
     std::unique_ptr<QVDiagnosis> m_diagnosis;
+    std::unique_ptr<QVDiagnosisViewState> m_view;
     struct sigaction m_previous {
     };
     struct sigaction m_previousTerm {

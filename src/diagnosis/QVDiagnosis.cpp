@@ -5,38 +5,26 @@
 #include "diagnosis/QVProblemCounts.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
-#include "settings/QVHelperCommunications.h"
 #include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
-#include "settings/QVStringTable.h"
 
-#include <QCoreApplication>
 #include <QDateTime>
 #include <QMutexLocker>
 #include <QThread>
 #include <QThreadPool>
-#include <QTimer>
 #include <algorithm>
 
 namespace
 {
 
-const QString kManualScan = QStringLiteral("Manual Scan");
 const QString kAutoScan = QStringLiteral("AutoScan");
 const QString kPlain = QStringLiteral("Plain");
 const QString kNoName = QStringLiteral("<none>");
 const QString kComplete = QStringLiteral(" - Complete ✓");
-const QString kResponseScanFontsComplete = QStringLiteral("kResponse_ScanFonts_Complete");
-const QString kPayloadOptions = QStringLiteral("kPayloadOptions");
 // A bar's range before anyone sets it, as the view's bars start.
 constexpr double kDefaultBarMaximum = 100.0;
-
-QString text(const char *key)
-{
-    return QVStringTable::text(QString::fromLatin1(key));
-}
 
 } // namespace
 
@@ -54,22 +42,13 @@ QVDiagnosis::QVDiagnosis(QVFontDataManager *dataMgr, QObject *parent)
         m_passProgress[size_t(pass)]->setLabel(titleForProgress(pass));
     }
     setStateFromUserPrefs();
-    connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted, this,
-        [this](const QString &name, const QVariantMap &userInfo) {
-            if (name == QLatin1String(kScanFolderComplete))
-                handleSearchComplete(userInfo);
-        });
 }
 
 QVDiagnosis::~QVDiagnosis()
 {
-    // A pass reports its end to the main thread and waits for it, so keep the
-    // main thread's events moving until every pass job has returned.
+    // Passes never wait for the main thread, so waiting for them here cannot
+    // deadlock; what they queued for this object is dropped with it.
     setDoCancel(true);
-    while (m_passesInFlight.load() > 0) {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(1);
-    }
     for (auto &queue : m_queues) {
         if (queue)
             queue->waitForDone();
@@ -79,24 +58,12 @@ QVDiagnosis::~QVDiagnosis()
 // ---------------------------------------------------------------------------
 // Starting and ending a run
 
-void QVDiagnosis::diagnoseFonts()
+bool QVDiagnosis::diagnoseFonts()
 {
-    m_reportButtonEnabled = false;
-
     if (m_dataMgr->fontFileItems.isEmpty()) {
-        resetProgress();
         m_isDiagnosingFonts = false;
-        m_isShowingDoneButton = true;
-        setButtons(text("any.done.title"), true);
-        m_alertContext = QStringLiteral("diagnoseFonts");
-        if (m_delegate) {
-            m_delegate->showAlert(QStringLiteral("Fonts Not Found"),
-                QStringLiteral("No font files were found or scanned in the selected folders."),
-                { text("any.ok.title") }, m_alertContext);
-            m_delegate->setUserInterfaceEnabled(true);
-        }
         qCInfo(lcDiagnosis) << "Diagnosis: no font files to diagnose";
-        return;
+        return false;
     }
 
     {
@@ -109,38 +76,20 @@ void QVDiagnosis::diagnoseFonts()
     }
     setDoCancel(false);
     m_isDiagnosingFonts = true;
-    m_isShowingDoneButton = false;
-    setButtons(text("any.cancel.title"), true);
     m_overallProgress->setIndeterminate(false);
     m_overallProgress->setValue(0);
-    setProgressText(QStringLiteral("Diagnosing Fonts..."));
 
     const bool structure = m_settings->diagnoseFileStructure();
     const bool orphans = m_settings->findOrpanedFonts();
     const bool duplicates = m_settings->findDuplicateFonts();
-    const int passCount = (structure ? 1 : 0) + (orphans ? 2 : 0) + (duplicates ? 1 : 0);
-    m_overallStep = passCount > 0 ? double(100 / passCount) : 0.0;
+    m_passCount = (structure ? 1 : 0) + (orphans ? 2 : 0) + (duplicates ? 1 : 0);
+    m_finishedPasses = 0;
+    m_overallStep = m_passCount > 0 ? double(100 / m_passCount) : 0.0;
 
     populateArrays();
 
-    auto finishedPasses = std::make_shared<int>(0);
-    m_cleanUpBlock = [this, finishedPasses, passCount] {
-        ++*finishedPasses;
-        if (*finishedPasses < passCount && !doCancel())
-            return;
-        QMetaObject::invokeMethod(
-            this,
-            [this] {
-                m_overallProgress->setValue(100);
-                if (doCancel())
-                    setProgressText(QStringLiteral("Canceling Diagnosis..."));
-                QTimer::singleShot(m_finishDelay, this, [this] { finishDiagnosis(); });
-            },
-            Qt::QueuedConnection);
-    };
-
     qCInfo(lcDiagnosis) << "Diagnosis started:" << m_dataMgr->fontFileItems.size() << "files,"
-                        << m_dataMgr->totalFonts << "fonts," << passCount << "passes";
+                        << m_dataMgr->totalFonts << "fonts," << m_passCount << "passes";
     if (structure)
         dispatchPass(FileStructurePass, &QVDiagnosis::diagnoseFileStructure);
     if (orphans) {
@@ -149,6 +98,7 @@ void QVDiagnosis::diagnoseFonts()
     }
     if (duplicates)
         dispatchPass(DuplicatesPass, &QVDiagnosis::diagnoseDuplicateFonts);
+    return true;
 }
 
 QThreadPool *QVDiagnosis::queueForPass(int pass)
@@ -169,37 +119,31 @@ void QVDiagnosis::dispatchPass(int pass, void (QVDiagnosis::*body)())
     ++m_passesInFlight;
     queue->start([this, body] {
         (this->*body)();
+        // The end is delivered to the main thread; the pass does not wait.
         QMetaObject::invokeMethod(
-            this,
-            [this] {
-                m_overallProgress->increment(m_overallStep);
-                if (m_cleanUpBlock)
-                    m_cleanUpBlock();
-            },
-            Qt::BlockingQueuedConnection);
+            this, [this] { passReturned(); }, Qt::QueuedConnection);
         --m_passesInFlight;
     });
 }
 
+void QVDiagnosis::passReturned()
+{
+    m_overallProgress->increment(m_overallStep);
+    ++m_finishedPasses;
+    if (m_finishedPasses < m_passCount && !doCancel())
+        return;
+    m_overallProgress->setValue(100);
+    finishDiagnosis();
+}
+
 void QVDiagnosis::finishDiagnosis()
 {
-    m_overallProgress->setValue(0);
-    setProgressText(QString(""));
-    if (!m_alertContext.isEmpty()) {
-        if (m_delegate)
-            m_delegate->dismissAlert();
-        m_alertContext.clear();
-    }
     m_isDiagnosingFonts = false;
-    m_isShowingDoneButton = true;
-    setButtons(text("any.done.title"), true);
-
     sortProblemFonts();
     const qint32 total = qint32(QVProblemCounts::problemFonts(problemFontsArray()));
     setTotalFontProblems(total);
 
     const bool cancelled = doCancel();
-    const bool manual = m_settings->lastScanType() == kManualScan;
     const bool autoScan = m_settings->lastScanType() == kAutoScan;
     const QDateTime now = QDateTime::currentDateTime();
     if (autoScan)
@@ -210,68 +154,24 @@ void QVDiagnosis::finishDiagnosis()
     m_settings->removeValue(QStringLiteral("lastReportName"));
     m_settings->removeValue(QStringLiteral("lastReportFilePath"));
 
-    QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kEndDiagnosis),
-        { { QStringLiteral("object"), QVariant::fromValue<QObject *>(this) } });
-
-    const QString prefix = manual ? QStringLiteral("mac-icon") : QStringLiteral("autoscan");
-    if (cancelled)
-        setIcon(prefix + QStringLiteral("-cancel"));
-    else
-        setIcon(prefix + (total < 1 ? QStringLiteral("-ok") : QStringLiteral("-caution")));
-
-    if (total < 1) {
-        if (cancelled) {
-            setProgressText(QStringLiteral("Diagnosis was canceled"));
-        } else {
-            setProgressText(QStringLiteral("No Problems Found!"));
-            if (m_delegate)
-                m_delegate->updateScanViewText();
-            QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kEndDiagnosisAction),
-                { { QStringLiteral("object"), QVariant::fromValue<QObject *>(this) } });
-        }
-        if (autoScan) {
-            const QVariantMap options { { kPayloadOptions, m_settings->lastAutoScanDate() } };
-            if (m_helperCommunications)
-                m_helperCommunications->sendResponse(kResponseScanFontsComplete, QString(), options);
-            else if (m_delegate)
-                m_delegate->sendResponse(kResponseScanFontsComplete, QString(), options);
-        }
-        if (m_delegate && m_delegate->isAutoScanLaunch() && m_settings->autoScanQuitWhenDone()) {
-            QTimer::singleShot(2000, this, [this] {
-                if (m_delegate)
-                    m_delegate->terminateApplication();
-            });
-        }
-        if (m_delegate)
-            m_delegate->setIsAutoScanLaunch(false);
-    } else {
-        setProgressText(cancelled ? QStringLiteral("Diagnosis was canceled")
-                                  : QStringLiteral("Font Problems Were Found"));
-        m_reportButtonEnabled = !cancelled;
-        if (m_delegate)
-            m_delegate->setIsAutoScanLaunch(false);
-        if (!cancelled)
-            presentDiagnosisActionWindow();
-    }
-    qCInfo(lcDiagnosis) << "Diagnosis finished:" << total << "problems" << (cancelled ? "(cancelled)" : "");
-    Q_EMIT stateChanged();
-    Q_EMIT diagnosisFinished();
-}
-
-void QVDiagnosis::presentDiagnosisActionWindow()
-{
-    m_dataMgr->foundProblemFonts = true;
-    QList<QVProblemFontPtr> sorted;
-    {
+    if (total > 0 && !cancelled) {
+        // The resolution window lists the entries by diagnosis, last pass first.
+        m_dataMgr->foundProblemFonts = true;
         QMutexLocker locker(&m_problemLock);
         std::stable_sort(m_problemFonts.begin(), m_problemFonts.end(),
             [](const QVProblemFontPtr &a, const QVProblemFontPtr &b) {
                 return a->diagnosisType > b->diagnosisType;
             });
-        sorted = m_problemFonts;
     }
-    if (m_delegate)
-        m_delegate->presentDiagnosisActionWindow(sorted);
+
+    QVNotificationCenter *center = QVNotificationCenter::defaultCenter();
+    center->postEndDiagnosis({ { QStringLiteral("object"), QVariant::fromValue<QObject *>(this) } });
+    // A run with nothing to resolve ends its diagnosis action here.
+    if (total < 1 && !cancelled)
+        center->postEndDiagnosisAction(
+            { { QStringLiteral("object"), QVariant::fromValue<QObject *>(this) } });
+    qCInfo(lcDiagnosis) << "Diagnosis finished:" << total << "problems" << (cancelled ? "(cancelled)" : "");
+    Q_EMIT diagnosisFinished(cancelled);
 }
 
 // ---------------------------------------------------------------------------
@@ -693,20 +593,7 @@ void QVDiagnosis::addMessage(QVStatus &status, const QString &message)
 }
 
 // ---------------------------------------------------------------------------
-// State shown by the view
-
-void QVDiagnosis::setButtons(const QString &cancelTitle, bool cancelEnabled)
-{
-    m_cancelButtonTitle = cancelTitle;
-    m_cancelButtonEnabled = cancelEnabled;
-    Q_EMIT stateChanged();
-}
-
-void QVDiagnosis::setIcon(const QString &name)
-{
-    m_iconName = name;
-    Q_EMIT stateChanged();
-}
+// State
 
 void QVDiagnosis::setStateFromUserPrefs()
 {
@@ -718,89 +605,6 @@ void QVDiagnosis::setStateFromUserPrefs()
     setProgressEnabled(MissingBitmapsPass, m_settings->findOrpanedFonts());
     setProgressEnabled(MissingPostscriptsPass, m_settings->findOrpanedFonts());
     setProgressEnabled(DuplicatesPass, m_settings->findDuplicateFonts());
-}
-
-void QVDiagnosis::setScanMode()
-{
-    setIcon(
-        m_settings->lastScanType() == kManualScan ? QStringLiteral("mac-icon") : QStringLiteral("AutoScan"));
-    setStateFromUserPrefs();
-}
-
-void QVDiagnosis::handleSearchComplete(const QVariantMap &userInfo)
-{
-    const QVariant status = userInfo.value(QStringLiteral("status"));
-    if (status.isValid() && status.toString() != QLatin1String("success"))
-        setIcon(m_settings->lastScanType() == kManualScan ? QStringLiteral("mac-icon-cancel")
-                                                          : QStringLiteral("autoscan-cancel"));
-}
-
-void QVDiagnosis::cancelButtonAction()
-{
-    if (m_isDiagnosingFonts) {
-        if (m_alertContext.isEmpty()) {
-            m_alertContext = QStringLiteral("cancelButtonAction");
-            if (m_delegate)
-                m_delegate->showAlert(text("diagnosis.cancel.message"), text("diagnosis.cancel.info"),
-                    { text("any.continue.title"), text("any.cancel.title") }, m_alertContext);
-        }
-        return;
-    }
-    if (m_delegate && m_delegate->isFindingFonts()) {
-        m_delegate->handleScanButton();
-        return;
-    }
-    m_isShowingDoneButton = false;
-    resetAllProgressViews();
-    if (m_delegate) {
-        m_delegate->closeDiagnosisView(1);
-        m_delegate->selectButton(0);
-    }
-    setProgressText(QString(""));
-    m_reportButtonEnabled = false;
-    Q_EMIT stateChanged();
-}
-
-void QVDiagnosis::modalEnded(int returnCode, const QString &context)
-{
-    if (returnCode == 1001 && context == QLatin1String("cancelButtonAction")) {
-        setDoCancel(true);
-        setButtons(m_cancelButtonTitle, false);
-    }
-    m_alertContext.clear();
-}
-
-QString QVDiagnosis::getSettingsStartText() const
-{
-    QString scanType = m_settings->lastScanType();
-    if (scanType == kManualScan && m_settings->organizeFonts())
-        scanType += QStringLiteral(" & Organize");
-
-    QStringList diagnoses;
-    if (m_settings->diagnoseFileStructure())
-        diagnoses << QStringLiteral("Diagnose Corrupt Fonts");
-    if (m_settings->findDuplicateFonts())
-        diagnoses << QStringLiteral("Duplicate Fonts");
-    if (m_settings->findOrpanedFonts())
-        diagnoses << QStringLiteral("Orphaned Fonts");
-    // A missing list prints as a missing object does.
-    const QString diagnosisList
-        = diagnoses.isEmpty() ? QStringLiteral("(null)") : diagnoses.join(QStringLiteral(", "));
-
-    const QStringList folders
-        = scanType.startsWith(kManualScan) ? m_manualScanFolders : m_settings->fontFolderPaths();
-    QString folderList;
-    for (const QString &folder : folders)
-        folderList += folder + QLatin1Char('\n');
-
-    return QStringLiteral("Scan Type: %1\n\nCurrent Diagnosis Settings:\n%2\n\nScanned Folders:\n%3")
-        .arg(scanType, diagnosisList, folderList);
-}
-
-QStringList QVDiagnosis::settingsStartHeadings()
-{
-    return { QStringLiteral("Scan Type:"), QStringLiteral("Current Diagnosis Settings:"),
-        QStringLiteral("Scanned Folders:") };
 }
 
 // ---------------------------------------------------------------------------

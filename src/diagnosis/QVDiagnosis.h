@@ -1,32 +1,27 @@
 // The diagnosis run: after a discovery scan has examined the fonts, four passes
 // (file structure, missing bitmap fonts, missing PostScript fonts, duplicate
 // fonts) run at once on four serial queues and gather the problem fonts into
-// one list. The diagnosis view owns one run and shows its state: the per-pass
-// and overall progress, the buttons, the icon and the outcome; the command line
-// drives the same object without a window.
+// one list, with the counters and the progress of each pass. What a window
+// shows of a run (buttons, icon, alerts, pacing) is QVDiagnosisViewState's.
 //
 // The passes find the same fonts that a walk over every candidate would, but
 // through indexes (by PostScript name and folder, by name and type, by problem
 // entry), so a run over a hundred thousand fonts takes seconds.
 #pragma once
 
-#include "diagnosis/QVDiagnosisDelegate.h"
 #include "diagnosis/QVProblemFont.h"
 #include "engine/QVFontFile.h"
 #include "reports/QVReportInput.h"
-#include "settings/QVHelperCommunications.h"
 
 #include <QHash>
 #include <QList>
 #include <QMutex>
 #include <QObject>
-#include <QPointer>
 #include <QSet>
 #include <QString>
 #include <QStringList>
 #include <array>
 #include <atomic>
-#include <functional>
 #include <memory>
 #include <optional>
 
@@ -55,25 +50,17 @@ public:
 
     QVFontDataManager *qvDataMgr() const { return m_dataMgr; }
     QVSettings *settings() const { return m_settings.get(); }
-    QVDiagnosisDelegate *delegate() const { return m_delegate; }
-    void setDelegate(QVDiagnosisDelegate *delegate) { m_delegate = delegate; }
-    // The helper channel that an auto-scan answers on (not owned). Without one,
-    // the answer goes to the delegate's sendResponse.
-    QVHelperCommunications *helperCommunications() const { return m_helperCommunications; }
-    void setHelperCommunications(QVHelperCommunications *helper) { m_helperCommunications = helper; }
     QStringList manualScanFolders() const { return m_manualScanFolders; }
     void setManualScanFolders(const QStringList &folders) { m_manualScanFolders = folders; }
 
-    // The 1 ms pause per font status for small scans: on for the application,
-    // off for the command line and the tests.
+    // A 1 ms pause per font status for small scans (the view's choice).
     bool pacingEnabled() const { return m_pacingEnabled; }
     void setPacingEnabled(bool enabled) { m_pacingEnabled = enabled; }
-    // The pause between the last pass and the finishing sequence, in ms (1000).
-    int finishDelay() const { return m_finishDelay; }
-    void setFinishDelay(int milliseconds) { m_finishDelay = milliseconds; }
 
-    // Runs a diagnosis of the data manager's fonts. Main thread.
-    void diagnoseFonts();
+    // Starts the passes over the data manager's fonts and returns at once
+    // (main thread); false when there are no font files. diagnosisFinished()
+    // follows on the main thread.
+    bool diagnoseFonts();
     // Sorts the fonts into bitmaps and postscripts for the counterpart passes.
     void populateArrays();
     // The passes. The run calls them on their queues; they can also be called
@@ -86,18 +73,8 @@ public:
     void addProblemFont(const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, int diagnosisType,
         const std::optional<QList<QVFontRef>> &duplicatesArray = std::nullopt);
 
-    // The run's state as the view shows it.
+    // Counters to zero, and the passes the preferences turn on.
     void setStateFromUserPrefs();
-    void setScanMode();
-    // "kScanFolderComplete": a scan that did not succeed shows the cancel icon.
-    void handleSearchComplete(const QVariantMap &userInfo);
-    void cancelButtonAction();
-    // The end of an alert sheet shown through the delegate.
-    void modalEnded(int returnCode, const QString &context);
-    void presentDiagnosisActionWindow();
-    QString getSettingsStartText() const;
-    // The headings of the settings text, shown in bold.
-    static QStringList settingsStartHeadings();
 
     // Progress: one bar and label per pass, and the overall bar and label.
     QVProgress *progressForPass(int pass) const;
@@ -123,7 +100,6 @@ public:
     QList<QVFontFilePtr> postscripts() const { return m_postscripts; }
 
     bool isDiagnosingFonts() const { return m_isDiagnosingFonts; }
-    bool isShowingDoneButton() const { return m_isShowingDoneButton; }
     // The cancel request, read by every pass between items.
     bool doCancel() const { return m_doCancel.load(); }
     void setDoCancel(bool doCancel) { m_doCancel.store(doCancel); }
@@ -140,24 +116,20 @@ public:
     void setDuplicateProblemCount(qint32 count) { m_duplicateProblemCount.store(count); }
     void setTotalFontProblems(qint32 count) { m_totalFontProblems.store(count); }
 
-    QString cancelButtonTitle() const { return m_cancelButtonTitle; }
-    bool isCancelButtonEnabled() const { return m_cancelButtonEnabled; }
-    bool isReportButtonEnabled() const { return m_reportButtonEnabled; }
-    QString iconName() const { return m_iconName; }
-    bool isShowingAlert() const { return !m_alertContext.isEmpty(); }
     // Pass jobs dispatched and not yet returned.
     int passesInFlight() const { return m_passesInFlight.load(); }
 
 Q_SIGNALS:
-    // Buttons, icon, flags or the outcome changed.
+    // A pass was turned on or off.
     void stateChanged();
-    // The finishing sequence ran (after a cancellation, possibly more than once).
-    void diagnosisFinished();
+    // The passes ended and the counters, the sorted list and the last-scan
+    // preferences are set (after a cancellation, once per pass that returns).
+    void diagnosisFinished(bool cancelled);
 
 private:
-    void setButtons(const QString &cancelTitle, bool cancelEnabled);
-    void setIcon(const QString &name);
     void dispatchPass(int pass, void (QVDiagnosis::*body)());
+    // A pass job returned (main thread).
+    void passReturned();
     QThreadPool *queueForPass(int pass);
     void finishDiagnosis();
     void pace() const;
@@ -181,11 +153,8 @@ private:
 
     QVFontDataManager *m_dataMgr;
     std::unique_ptr<QVSettings> m_settings;
-    QVDiagnosisDelegate *m_delegate = nullptr;
-    QPointer<QVHelperCommunications> m_helperCommunications;
     QStringList m_manualScanFolders;
     bool m_pacingEnabled = true;
-    int m_finishDelay = 1000;
 
     mutable QMutex m_problemLock;
     QList<QVProblemFontPtr> m_problemFonts;
@@ -208,21 +177,15 @@ private:
     std::array<bool, kPassCount> m_passEnabled {};
     QVProgress *m_overallProgress = nullptr;
     double m_overallStep = 0;
-    std::function<void()> m_cleanUpBlock;
+    int m_passCount = 0;
+    int m_finishedPasses = 0;
     std::atomic<int> m_passesInFlight { 0 };
 
     bool m_isDiagnosingFonts = false;
-    bool m_isShowingDoneButton = false;
     std::atomic<bool> m_doCancel { false };
     std::atomic<qint32> m_fileStructureProblemCount { 0 };
     std::atomic<qint32> m_missingBitmapProblemCount { 0 };
     std::atomic<qint32> m_missingPSProblemCount { 0 };
     std::atomic<qint32> m_duplicateProblemCount { 0 };
     std::atomic<qint32> m_totalFontProblems { 0 };
-
-    QString m_cancelButtonTitle;
-    bool m_cancelButtonEnabled = false;
-    bool m_reportButtonEnabled = false;
-    QString m_iconName;
-    QString m_alertContext;
 };

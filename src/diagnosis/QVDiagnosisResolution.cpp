@@ -13,6 +13,8 @@
 #include "store/QVSuitcaseSurgery.h"
 
 #include <QFileInfo>
+#include <QMetaObject>
+#include <QtConcurrent/QtConcurrentRun>
 
 namespace
 {
@@ -48,10 +50,41 @@ void markRepair(const QVStatusPtr &status, const QString &defect, const QString 
 
 } // namespace
 
-QVDiagnosisResolution::QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery)
-    : m_store(store)
+QVDiagnosisResolution::QVDiagnosisResolution(
+    QVQuarantineStore *store, QVSuitcaseSurgery *surgery, QObject *parent)
+    : QObject(parent)
+    , m_store(store)
     , m_surgery(surgery)
 {
+    qRegisterMetaType<QVDiagnosisResolution::Outcome>();
+}
+
+QVDiagnosisResolution::~QVDiagnosisResolution()
+{
+    // A resolution in hand stops after its current font; it never waits for
+    // this thread, so waiting here cannot deadlock.
+    cancelRequested = true;
+    waitForResolving();
+}
+
+bool QVDiagnosisResolution::startResolving()
+{
+    bool idle = false;
+    if (!m_running.compare_exchange_strong(idle, true))
+        return false;
+    m_worker = QtConcurrent::run([this] {
+        const Outcome outcome = resolveIssues();
+        m_running = false;
+        QMetaObject::invokeMethod(
+            this, [this, outcome] { Q_EMIT resolved(outcome); }, Qt::QueuedConnection);
+    });
+    return true;
+}
+
+void QVDiagnosisResolution::waitForResolving()
+{
+    if (m_worker.isValid())
+        m_worker.waitForFinished();
 }
 
 void QVDiagnosisResolution::setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts)
@@ -231,8 +264,8 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     if (!failed) {
         showCloseWarning = false;
         isDisabled = false;
-        if (!outcome.quarantinedRows.isEmpty() && refreshQuarantineView)
-            refreshQuarantineView();
+        if (!outcome.quarantinedRows.isEmpty())
+            Q_EMIT quarantineChanged();
         return outcome;
     }
     outcome.cancelled = true;
@@ -247,8 +280,8 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     for (int i = 0; i < rowArray.size(); ++i)
         rowArray.at(i)->row = i;
     isDisabled = false;
-    if (!outcome.quarantinedRows.isEmpty() && refreshQuarantineView)
-        refreshQuarantineView();
+    if (!outcome.quarantinedRows.isEmpty())
+        Q_EMIT quarantineChanged();
     return outcome;
 }
 
@@ -422,13 +455,12 @@ void QVDiagnosisResolution::endDiagnosis()
 {
     QVSettings settings;
     if (settings.automaticallySaveReports() && !settings.organizeFonts()) {
-        if (generateReport)
-            generateReport();
-    } else if (updateScanViewText) {
-        updateScanViewText();
+        Q_EMIT reportRequested();
+    } else {
+        Q_EMIT scanViewTextChanged();
     }
-    if (settings.lastScanType() == QLatin1String("AutoScan") && sendHelperResponse)
-        sendHelperResponse(QStringLiteral("kResponse_ScanFonts_Complete"),
+    if (settings.lastScanType() == QLatin1String("AutoScan"))
+        Q_EMIT helperResponse(QStringLiteral("kResponse_ScanFonts_Complete"),
             { { QStringLiteral("kPayloadOptions"), settings.lastAutoScanDate() } });
-    QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kEndDiagnosisAction));
+    QVNotificationCenter::defaultCenter()->postEndDiagnosisAction();
 }

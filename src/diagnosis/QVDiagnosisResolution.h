@@ -2,14 +2,17 @@
 // problem font gets ("Repair" or "Quarantine"), the texts of its rows, the two
 // sweeps over the checked rows (repairs first, then quarantines), the repairs
 // themselves (Finder flags, PostScript file name) and the end of a diagnosis.
-// The window (and the command line) drive this object; a resolution runs
-// synchronously on the caller's thread, which for the window is its own
-// serial queue.
+// The window (and the command line) drive this object. resolveIssues() runs on
+// the caller's thread (the command line's); startResolving() runs it on a
+// worker and delivers the outcome to the object's thread, so a window never
+// waits for file work. What it asks of a window goes out as signals.
 #pragma once
 
 #include "diagnosis/QVProblemFont.h"
 
+#include <QFuture>
 #include <QList>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 #include <QVariantMap>
@@ -20,8 +23,10 @@ class QVProgress;
 class QVQuarantineStore;
 class QVSuitcaseSurgery;
 
-class QVDiagnosisResolution
+class QVDiagnosisResolution : public QObject
 {
+    Q_OBJECT
+
 public:
     // Lists of this many rows or more show a progress bar, through which the
     // resolution can be cancelled.
@@ -39,7 +44,8 @@ public:
         QString error;
     };
 
-    QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery);
+    QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery, QObject *parent = nullptr);
+    ~QVDiagnosisResolution() override;
 
     // Takes the entries as rows, every row checked, flags cleared.
     void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
@@ -63,6 +69,12 @@ public:
     // no longer record its moves), as a cancel does. The store's
     // qv_total_quarantined becomes the number of fonts moved in.
     Outcome resolveIssues();
+    // resolveIssues() on a worker thread; resolved() carries the outcome. The
+    // rows must not be touched until then. False while one is running.
+    bool startResolving();
+    bool isResolving() const { return m_running.load(); }
+    // Blocks until a background resolution has returned (for shutdown).
+    void waitForResolving();
     // Always true: failures are stored on the statuses.
     bool quarantineFile(const QVProblemFontPtr &entry);
     // Null, or the error of the last repair made.
@@ -91,14 +103,20 @@ public:
     std::atomic<bool> cancelRequested { false };
     // How many rows' moves are recorded in the quarantine's journal at once.
     int planBatch = 64;
-    // Polled before every font; true stops the resolution.
+    // Polled before every font; true stops the resolution (the command
+    // line's interrupt).
     std::function<bool()> stopRequested;
 
-    // Collaborators the window connects; each may be left empty.
-    std::function<void()> generateReport;
-    std::function<void()> updateScanViewText;
-    std::function<void(const QString &, const QVariantMap &)> sendHelperResponse;
-    std::function<void()> refreshQuarantineView;
+Q_SIGNALS:
+    // The outcome of startResolving(), on the object's thread.
+    void resolved(const QVDiagnosisResolution::Outcome &outcome);
+    // What the end of a diagnosis asks of the application (endDiagnosis):
+    // the report, or the scan view's text; the auto-scan answer.
+    void reportRequested();
+    void scanViewTextChanged();
+    void helperResponse(const QString &response, const QVariantMap &options);
+    // Fonts were moved into the quarantine (from the resolving thread).
+    void quarantineChanged();
 
 private:
     // Records ahead the whole-file moves of the rows from checked[from] on
@@ -109,4 +127,8 @@ private:
 
     QVQuarantineStore *m_store;
     QVSuitcaseSurgery *m_surgery;
+    std::atomic<bool> m_running { false };
+    QFuture<void> m_worker;
 };
+
+Q_DECLARE_METATYPE(QVDiagnosisResolution::Outcome)

@@ -109,23 +109,13 @@ QVFontOrganizer::~QVFontOrganizer()
     if (!m_organizeFontsQueue)
         return;
     m_doCancel = true;
-    // The walk may be waiting for the main thread: keep serving it.
-    while (!m_organizeFontsQueue->waitUntilAllOperationsAreFinished(20))
-        QCoreApplication::processEvents();
+    // The walk never waits for this thread, so waiting for it cannot deadlock.
+    m_organizeFontsQueue->waitUntilAllOperationsAreFinished();
 }
 
 bool QVFontOrganizer::copying() const
 {
     return m_settings->copyFontFiles();
-}
-
-void QVFontOrganizer::onMainThreadAndWait(const std::function<void()> &work)
-{
-    if (!QCoreApplication::instance() || QThread::currentThread() == thread()) {
-        work();
-        return;
-    }
-    QMetaObject::invokeMethod(this, work, Qt::BlockingQueuedConnection);
 }
 
 void QVFontOrganizer::onMainThread(const std::function<void()> &work)
@@ -158,8 +148,7 @@ void QVFontOrganizer::organizeFonts(const QString &libraryPath, const Completion
     m_progress->setValue(0);
     m_progress->setMaximum(m_dataManager->totalFonts);
     m_progress->setIndeterminate(true);
-    if (showProgressSheet)
-        showProgressSheet();
+    Q_EMIT progressSheetRequested();
     executeOrganizeFontsQueue(completionBlock);
 }
 
@@ -181,18 +170,16 @@ void QVFontOrganizer::organizeFontsOperation(const CompletionBlock &completionBl
         onMainThread([this] {
             m_progress->setValue(m_dataManager->totalFonts);
             m_progress->setLabel(QVStringTable::text(QStringLiteral("organize.finish.message")));
-            if (closeProgressSheet)
-                closeProgressSheet();
+            Q_EMIT progressSheetClosed();
             if (m_problemFontCount > 0)
                 m_dataManager->foundProblemFonts = true;
-            if (showAlert)
-                showAlert(QStringLiteral("Organize Fonts Completed"),
-                    QVStringTable::text(QStringLiteral("The fonts were successfully organized.")),
-                    QVStringTable::text(QStringLiteral("any.ok.title")));
+            Q_EMIT alertRequested(QStringLiteral("Organize Fonts Completed"),
+                QVStringTable::text(QStringLiteral("The fonts were successfully organized.")),
+                QVStringTable::text(QStringLiteral("any.ok.title")));
         });
-        if (m_settings->showLibraryFolder() && m_copiedOrMovedFonts && revealLibraryFolder) {
+        if (m_settings->showLibraryFolder() && m_copiedOrMovedFonts) {
             const QString library = m_libraryURL;
-            onMainThread([this, library] { revealLibraryFolder(library); });
+            onMainThread([this, library] { Q_EMIT libraryFolderRevealRequested(library); });
         }
     }
     if (completionBlock)
@@ -206,10 +193,9 @@ void QVFontOrganizer::cancelOrganizing()
         m_progress->setValue(m_dataManager->totalFonts);
         m_progress->setLabel(QVStringTable::text(QStringLiteral("organize.cancel.message")));
         QTimer::singleShot(2000, this, [this] {
-            if (closeProgressSheet)
-                closeProgressSheet();
-            if (m_settings->showLibraryFolder() && revealLibraryFolder)
-                revealLibraryFolder(m_libraryURL);
+            Q_EMIT progressSheetClosed();
+            if (m_settings->showLibraryFolder())
+                Q_EMIT libraryFolderRevealRequested(m_libraryURL);
         });
     });
 }
@@ -410,10 +396,8 @@ void QVFontOrganizer::createLibrary()
                         .arg(name));
                 const QString fileName = suitcaseMemberFileName(fontFile, fontStatus);
                 m_copiedOrMovedFonts = true;
-                onMainThreadAndWait([&] {
-                    moveSuitcaseMember(fontFile, fontStatus, folder, fileName);
-                    removeEmptyFolders(created);
-                });
+                moveSuitcaseMember(fontFile, fontStatus, folder, fileName);
+                removeEmptyFolders(created);
                 continue;
             }
 
@@ -423,10 +407,8 @@ void QVFontOrganizer::createLibrary()
                       : QStringLiteral("Moving font file \"%1\""))
                     .arg(fileName));
             m_copiedOrMovedFonts = true;
-            onMainThreadAndWait([&] {
-                moveFileToFolder(fontFile, fontStatus, folder);
-                removeEmptyFolders(created);
-            });
+            moveFileToFolder(fontFile, fontStatus, folder);
+            removeEmptyFolders(created);
             // The file's other fonts went with it.
             break;
         }

@@ -92,18 +92,17 @@ public:
     // What reached the library in this run, in order.
     QList<Placement> placements() const;
 
-    // GUI hooks, each optional. The sheet is shown at the start and closed at
+Q_SIGNALS:
+    // On the organizer's thread. The sheet is shown at the start and closed at
     // the end or 2 seconds after a cancel; the alert says the run is done.
-    std::function<void()> showProgressSheet;
-    std::function<void()> closeProgressSheet;
-    std::function<void(const QString &message, const QString &informativeText, const QString &button)>
-        showAlert;
-    std::function<void(const QString &path)> revealLibraryFolder;
+    void progressSheetRequested();
+    void progressSheetClosed();
+    void alertRequested(const QString &message, const QString &informativeText, const QString &button);
+    void libraryFolderRevealRequested(const QString &path);
 
 private:
-    // Runs the work on the organizer's (the main) thread and waits for it;
-    // inline when already there (or with no application).
-    void onMainThreadAndWait(const std::function<void()> &work);
+    // Queues the work on the organizer's thread (progress and signals), never
+    // waiting for it: file work stays on the walk's thread.
     void onMainThread(const std::function<void()> &work);
     // Moves the bar on by some fonts and shows a label (unless null).
     void advanceProgress(int fonts, const QString &label);
@@ -127,7 +126,7 @@ private:
 
     std::mutex m_moveMutex;
     // The failure reason of the last refused copy or move (under m_moveMutex's
-    // serialization: only the main thread moves files).
+    // serialization: only the walk moves files).
     QString m_lastFailureReason;
     mutable std::mutex m_placementMutex;
     QList<Placement> m_placements;

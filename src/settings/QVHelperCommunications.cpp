@@ -13,10 +13,6 @@
 #include <QTimer>
 #include <atomic>
 
-void QVHelperCommunicationsDelegate::gotCommand(const QString &, const QString &, const QVariantMap &) { }
-void QVHelperCommunicationsDelegate::gotResponse(const QString &, const QString &, const QVariantMap &) { }
-void QVHelperCommunicationsDelegate::gotTimeout(const QString &) { }
-
 namespace
 {
 
@@ -228,8 +224,7 @@ void QVHelperCommunications::gotCommand(
     if (m_settings->doLogging())
         qCInfo(lcHelpers).noquote() << QStringLiteral("Got Command: %1 from Sender: %2 with Options: %3\n")
                                            .arg(command, sender, describe(options));
-    if (m_delegate)
-        m_delegate->gotCommand(command, sender, options);
+    Q_EMIT commandReceived(command, sender, options);
 }
 
 void QVHelperCommunications::gotResponse(
@@ -243,14 +238,12 @@ void QVHelperCommunications::gotResponse(
         m_awaitedCommand = QString("");
         stopTimer();
     }
-    if (m_delegate)
-        m_delegate->gotResponse(response, sender, options);
+    Q_EMIT responseReceived(response, sender, options);
 }
 
 void QVHelperCommunications::gotTimeout(const QString &command)
 {
-    if (m_delegate)
-        m_delegate->gotTimeout(command);
+    Q_EMIT commandTimedOut(command);
 }
 
 void QVHelperCommunications::doTimeout()

@@ -18,15 +18,6 @@ inline constexpr const char kQVHelperCommunicationPath[] = "/org/quorvel/HelperC
 inline constexpr const char kQVHelperCommunicationInterface[] = "org.quorvel.HelperCommunication";
 
 // Every method has an empty default: a delegate implements what it cares about.
-class QVHelperCommunicationsDelegate
-{
-public:
-    virtual ~QVHelperCommunicationsDelegate() = default;
-    virtual void gotCommand(const QString &command, const QString &sender, const QVariantMap &options);
-    virtual void gotResponse(const QString &response, const QString &sender, const QVariantMap &options);
-    virtual void gotTimeout(const QString &command);
-};
-
 class QVHelperCommunications : public QObject
 {
     Q_OBJECT
@@ -42,9 +33,6 @@ public:
     // False when there is no session bus; messages are then dropped.
     bool isAvailable() const { return m_available; }
     QString ownIdentifier() const { return m_ownIdentifier; }
-
-    void setDelegate(QVHelperCommunicationsDelegate *delegate) { m_delegate = delegate; }
-    QVHelperCommunicationsDelegate *delegate() const { return m_delegate; }
 
     // How long a command waits for an answer.
     int timeoutInterval() const { return m_timeoutMs; }
@@ -71,6 +59,13 @@ public:
 public Q_SLOTS:
     void receivedCommunication(const QVariantMap &userInfo);
 
+Q_SIGNALS:
+    // A command or an answer from another of the three programs, and a
+    // command that got no answer in time.
+    void commandReceived(const QString &command, const QString &sender, const QVariantMap &options);
+    void responseReceived(const QString &response, const QString &sender, const QVariantMap &options);
+    void commandTimedOut(const QString &command);
+
 private:
     void post(const QString &type, const QString &name, const QString &recipient, const QVariantMap &options);
     void doTimeout();
@@ -79,7 +74,6 @@ private:
     QString m_ownIdentifier;
     QDBusConnection m_connection;
     bool m_available = false;
-    QVHelperCommunicationsDelegate *m_delegate = nullptr;
     QTimer *m_timer = nullptr;
     QString m_awaitedCommand = QString("");
     int m_timeoutMs = kDefaultTimeoutMs;

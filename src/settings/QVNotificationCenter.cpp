@@ -17,8 +17,20 @@ QVNotificationCenter *QVNotificationCenter::defaultCenter()
 
 QVNotificationCenter::QVNotificationCenter() = default;
 
-void QVNotificationCenter::postNotification(const QString &name, const QVariantMap &userInfo)
+void QVNotificationCenter::postScanFolderComplete(const QVariantMap &userInfo)
 {
     QMetaObject::invokeMethod(
-        this, [this, name, userInfo] { Q_EMIT notificationPosted(name, userInfo); }, Qt::QueuedConnection);
+        this, [this, userInfo] { Q_EMIT kScanFolderComplete(userInfo); }, Qt::QueuedConnection);
+}
+
+void QVNotificationCenter::postEndDiagnosis(const QVariantMap &userInfo)
+{
+    QMetaObject::invokeMethod(
+        this, [this, userInfo] { Q_EMIT kEndDiagnosis(userInfo); }, Qt::QueuedConnection);
+}
+
+void QVNotificationCenter::postEndDiagnosisAction(const QVariantMap &userInfo)
+{
+    QMetaObject::invokeMethod(
+        this, [this, userInfo] { Q_EMIT kEndDiagnosisAction(userInfo); }, Qt::QueuedConnection);
 }

@@ -1,15 +1,11 @@
-// In-process notifications ("kScanFolderComplete", "kEndDiagnosis",
-// "kEndDiagnosisAction"). A post from any thread is delivered to observers on
-// the main event loop.
+// The in-process notifications, one signal each: "kScanFolderComplete" (a
+// discovery scan ended), "kEndDiagnosis" (the passes of a diagnosis ended) and
+// "kEndDiagnosisAction" (the resolution, or a run with nothing to resolve,
+// ended). A post from any thread is delivered on the main thread.
 #pragma once
 
 #include <QObject>
-#include <QString>
 #include <QVariantMap>
-
-inline constexpr const char kScanFolderComplete[] = "kScanFolderComplete";
-inline constexpr const char kEndDiagnosis[] = "kEndDiagnosis";
-inline constexpr const char kEndDiagnosisAction[] = "kEndDiagnosisAction";
 
 class QVNotificationCenter : public QObject
 {
@@ -18,11 +14,17 @@ class QVNotificationCenter : public QObject
 public:
     static QVNotificationCenter *defaultCenter();
 
-    // Queues the notification for delivery on the main event loop.
-    void postNotification(const QString &name, const QVariantMap &userInfo = {});
+    // Queue the signal for delivery on the main thread.
+    void postScanFolderComplete(const QVariantMap &userInfo);
+    void postEndDiagnosis(const QVariantMap &userInfo = {});
+    void postEndDiagnosisAction(const QVariantMap &userInfo = {});
 
 Q_SIGNALS:
-    void notificationPosted(const QString &name, const QVariantMap &userInfo);
+    // userInfo "status": "success" or "cancelled".
+    void kScanFolderComplete(const QVariantMap &userInfo);
+    // userInfo "object": the diagnosis that ended.
+    void kEndDiagnosis(const QVariantMap &userInfo);
+    void kEndDiagnosisAction(const QVariantMap &userInfo);
 
 private:
     QVNotificationCenter();

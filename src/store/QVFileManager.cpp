@@ -187,9 +187,8 @@ void QVFileManager::onMainThread(std::function<void()> work)
 
 void QVFileManager::postScanFolderComplete(bool cancelled)
 {
-    QVNotificationCenter::defaultCenter()->postNotification(QString::fromLatin1(kScanFolderComplete),
-        { { QStringLiteral("status"),
-            cancelled ? QStringLiteral("cancelled") : QStringLiteral("success") } });
+    QVNotificationCenter::defaultCenter()->postScanFolderComplete({ { QStringLiteral("status"),
+        cancelled ? QStringLiteral("cancelled") : QStringLiteral("success") } });
 }
 
 void QVFileManager::scanFolders(const QStringList &folders, const CompletionBlock &completionBlock)
@@ -314,9 +313,7 @@ bool QVFileManager::findFontFiles(
     }
 
     if (isFinalDirectory) {
-        const auto close = m_closeAlertDialog;
-        if (close)
-            onMainThread(close);
+        onMainThread([this] { Q_EMIT closeAlertDialogIfShowing(); });
         bar->setValue(100);
         if (cancelled)
             bar->setValue(0);
@@ -536,11 +533,4 @@ void QVFileManager::resetProgress()
         progress()->setValue(0);
         progress()->setLabel(QString(""));
     });
-}
-
-std::optional<QStringList> QVFileManager::selectFolderToScan(const QString &initialFolder)
-{
-    if (!m_folderChooser)
-        return std::nullopt;
-    return m_folderChooser(initialFolder);
 }

@@ -30,7 +30,6 @@ public:
     using CompletionBlock = std::function<void(QVFileManager *)>;
     // The GUI's folder chooser: the chosen folders, or std::nullopt when the
     // user cancels.
-    using FolderChooser = std::function<std::optional<QStringList>(const QString &initialFolder)>;
     // The file's HFS type code (four bytes), or empty when it has none.
     using TypeCodeReader = std::function<QByteArray(const QString &path)>;
     // Monotonic clock in nanoseconds.
@@ -89,9 +88,6 @@ public:
     // "less than a minute", "%.0f minutes" or "%.0f hours" of the seconds.
     static QString timeRemainingText(double remainingSeconds);
 
-    std::optional<QStringList> selectFolderToScan(const QString &initialFolder = QString());
-    void setFolderChooser(const FolderChooser &chooser) { m_folderChooser = chooser; }
-
     bool isFindingFonts() const { return m_isFindingFonts.load(); }
     bool didCancel() const { return m_didCancel.load(); }
 
@@ -104,8 +100,6 @@ public:
     void setHelperCommunications(QVHelperCommunications *helper);
     QVOperationQueue *findFontsGlobalQueue() const { return m_findFontsGlobalQueue.get(); }
 
-    // Asked, on the main thread, to close an alert when the last folder ends.
-    void setCloseAlertDialogIfShowing(const std::function<void()> &close) { m_closeAlertDialog = close; }
     void setTypeCodeReader(const TypeCodeReader &reader) { m_typeCodeReader = reader; }
     void setClock(const Clock &clock) { m_clock = clock; }
 
@@ -113,6 +107,10 @@ public:
     int qv_total_quarantined = 0;
     // Clock reading when the walk of the current folder began.
     qint64 startTime = 0;
+
+Q_SIGNALS:
+    // The last folder of a scan ended: an alert still shown may close (main thread).
+    void closeAlertDialogIfShowing();
 
 private:
     void initCommon();
@@ -134,10 +132,8 @@ private:
     std::atomic<bool> m_didCancel = false;
     std::atomic<bool> m_isFindingFonts = false;
     QString m_rootRepository;
-    FolderChooser m_folderChooser;
     TypeCodeReader m_typeCodeReader;
     Clock m_clock;
-    std::function<void()> m_closeAlertDialog;
     // Device and inode of every file handed over in this scan.
     QSet<QPair<quint64, quint64>> m_seenFiles;
     // Links to files met by the walk, decided once every folder is walked.

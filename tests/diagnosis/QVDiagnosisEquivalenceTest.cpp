@@ -481,7 +481,6 @@ TEST_P(QVDiagnosisEquivalenceTest, ConcurrentRunFindsTheSameAsTheLinearPassesInT
 
     QVDiagnosis diagnosis(&library.dataMgr);
     diagnosis.setPacingEnabled(false);
-    diagnosis.setFinishDelay(0);
     diagnosis.settings()->setLastScanType(QStringLiteral("Manual Scan"));
     diagnosis.settings()->setMatchVersionNumbers(settings.matchVersions);
     diagnosis.settings()->setAllStylesRequirePostScript(settings.allStyles);

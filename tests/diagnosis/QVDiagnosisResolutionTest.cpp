@@ -319,17 +319,18 @@ TEST_F(ResolutionTest, EndingTheDiagnosisAsksForTheReportAndAnswersTheHelper)
     int reports = 0, texts = 0;
     QString response;
     QVariantMap payload;
-    resolution.generateReport = [&]() { ++reports; };
-    resolution.updateScanViewText = [&]() { ++texts; };
-    resolution.sendHelperResponse = [&](const QString &name, const QVariantMap &info) {
-        response = name;
-        payload = info;
-    };
+    QObject::connect(&resolution, &QVDiagnosisResolution::reportRequested, [&]() { ++reports; });
+    QObject::connect(&resolution, &QVDiagnosisResolution::scanViewTextChanged, [&]() { ++texts; });
+    QObject::connect(&resolution, &QVDiagnosisResolution::helperResponse,
+        [&](const QString &name, const QVariantMap &info) {
+            response = name;
+            payload = info;
+        });
     QStringList posted;
     // The receiver ends with the test, and the connection with it.
     QObject receiver;
-    QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-        &receiver, [&posted](const QString &name, const QVariantMap &) { posted << name; });
+    QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kEndDiagnosisAction,
+        &receiver, [&posted](const QVariantMap &) { posted << QStringLiteral("kEndDiagnosisAction"); });
     resolution.endDiagnosis();
     QCoreApplication::processEvents();
     EXPECT_EQ(reports, 1);

@@ -3,10 +3,12 @@
 // structure pass.
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVDiagnosisViewState.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
+#include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
 
 #include <QCoreApplication>
@@ -20,41 +22,37 @@ using namespace qvtest;
 namespace
 {
 
-class QVRecordingDelegate final : public QVDiagnosisDelegate
-{
-public:
-    void setUserInterfaceEnabled(bool enabled) override { interfaceEnabled = enabled; }
-    void updateScanViewText() override { ++scanViewUpdates; }
-    bool isAutoScanLaunch() const override { return autoScanLaunch; }
-    void setIsAutoScanLaunch(bool value) override { autoScanLaunch = value; }
-    void terminateApplication() override { ++terminations; }
-    void showAlert(const QString &message, const QString &informativeText, const QStringList &buttonTitles,
-        const QString &context) override
-    {
-        alerts << QStringList { message, informativeText, buttonTitles.join(QLatin1Char('|')), context };
-    }
-    void dismissAlert() override { ++dismissedAlerts; }
-    void presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &problemFonts) override
-    {
-        presented << problemFonts;
-    }
-    void sendResponse(const QString &response, const QString &recipient, const QVariantMap &options) override
-    {
-        responses << response;
-        responseRecipients << recipient;
-        responseOptions << options;
-    }
-
+// What the view state asked of a window.
+struct QVViewRecorder {
     bool interfaceEnabled = false;
     int scanViewUpdates = 0;
-    bool autoScanLaunch = false;
     int terminations = 0;
     QList<QStringList> alerts;
-    int dismissedAlerts = 0;
     QList<QList<QVProblemFontPtr>> presented;
     QStringList responses;
     QStringList responseRecipients;
     QList<QVariantMap> responseOptions;
+
+    void listen(QVDiagnosisViewState *view)
+    {
+        QObject::connect(
+            view, &QVDiagnosisViewState::userInterfaceEnabled, [this](bool on) { interfaceEnabled = on; });
+        QObject::connect(view, &QVDiagnosisViewState::scanViewTextChanged, [this] { ++scanViewUpdates; });
+        QObject::connect(view, &QVDiagnosisViewState::terminateRequested, [this] { ++terminations; });
+        QObject::connect(view, &QVDiagnosisViewState::alertRequested,
+            [this](const QString &message, const QString &info, const QStringList &buttons,
+                const QString &context) {
+                alerts << QStringList { message, info, buttons.join(QLatin1Char('|')), context };
+            });
+        QObject::connect(view, &QVDiagnosisViewState::actionWindowRequested,
+            [this](const QList<QVProblemFontPtr> &fonts) { presented << fonts; });
+        QObject::connect(view, &QVDiagnosisViewState::helperResponse,
+            [this](const QString &response, const QString &recipient, const QVariantMap &options) {
+                responses << response;
+                responseRecipients << recipient;
+                responseOptions << options;
+            });
+    }
 };
 
 class QVDiagnosisRunTest : public ::testing::Test
@@ -67,12 +65,16 @@ protected:
         QCoreApplication::processEvents();
         QVSettings().registerUserPreferences();
         diagnosis = std::make_unique<QVDiagnosis>(&library.dataMgr);
-        diagnosis->setPacingEnabled(false);
-        diagnosis->setFinishDelay(0);
-        diagnosis->setDelegate(&delegate);
+        view = std::make_unique<QVDiagnosisViewState>(diagnosis.get());
+        view->setPacingEnabled(false);
+        view->setFinishDelay(0);
+        delegate.listen(view.get());
         diagnosis->settings()->setLastScanType(QStringLiteral("Manual Scan"));
-        QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::notificationPosted,
-            &receiver, [this](const QString &name, const QVariantMap &) { notifications << name; });
+        QVNotificationCenter *center = QVNotificationCenter::defaultCenter();
+        QObject::connect(center, &QVNotificationCenter::kEndDiagnosis, &receiver,
+            [this] { notifications << QStringLiteral("kEndDiagnosis"); });
+        QObject::connect(center, &QVNotificationCenter::kEndDiagnosisAction, &receiver,
+            [this] { notifications << QStringLiteral("kEndDiagnosisAction"); });
     }
 
     QString folder(const QString &name) const { return home.path() + QLatin1Char('/') + name; }
@@ -102,8 +104,9 @@ protected:
 
     QVTestHome home;
     QVFontLibrary library;
-    QVRecordingDelegate delegate;
+    QVViewRecorder delegate;
     std::unique_ptr<QVDiagnosis> diagnosis;
+    std::unique_ptr<QVDiagnosisViewState> view;
     QObject receiver;
     QStringList notifications;
 };
@@ -112,18 +115,18 @@ protected:
 
 TEST_F(QVDiagnosisRunTest, NoFontFilesShowsTheFontsNotFoundSheetAndRunsNoPass)
 {
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
-    diagnosis->diagnoseFonts();
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
+    view->diagnoseFonts();
 
     ASSERT_EQ(delegate.alerts.size(), 1);
     EXPECT_EQ(delegate.alerts[0],
         (QStringList { "Fonts Not Found", "No font files were found or scanned in the selected folders.",
             "OK", "diagnoseFonts" }));
     EXPECT_TRUE(delegate.interfaceEnabled);
-    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Done"));
-    EXPECT_TRUE(diagnosis->isCancelButtonEnabled());
-    EXPECT_FALSE(diagnosis->isDiagnosingFonts());
-    EXPECT_TRUE(diagnosis->isShowingDoneButton());
+    EXPECT_EQ(view->cancelButtonTitle(), QStringLiteral("Done"));
+    EXPECT_TRUE(view->isCancelButtonEnabled());
+    EXPECT_FALSE(view->isDiagnosingFonts());
+    EXPECT_TRUE(view->isShowingDoneButton());
     EXPECT_EQ(diagnosis->passesInFlight(), 0);
     QTest::qWait(50);
     EXPECT_TRUE(finished.isEmpty());
@@ -135,11 +138,11 @@ TEST_F(QVDiagnosisRunTest, RunWithProblemsFinishesWithTheResolutionWindow)
     diagnosis->settings()->setMatchVersionNumbers(true);
     diagnosis->settings()->setAllStylesRequirePostScript(true);
     diagnosis->settings()->setValue(QStringLiteral("lastReportName"), QStringLiteral("Old report"));
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
 
-    diagnosis->diagnoseFonts();
-    EXPECT_TRUE(diagnosis->isDiagnosingFonts());
-    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Cancel"));
+    view->diagnoseFonts();
+    EXPECT_TRUE(view->isDiagnosingFonts());
+    EXPECT_EQ(view->cancelButtonTitle(), QStringLiteral("Cancel"));
     EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosing Fonts..."));
     ASSERT_TRUE(waitForFinish(finished));
     QTest::qWait(20);
@@ -153,11 +156,11 @@ TEST_F(QVDiagnosisRunTest, RunWithProblemsFinishesWithTheResolutionWindow)
     EXPECT_EQ(diagnosis->totalFontProblems(), 5);
     EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Font Problems Were Found"));
     EXPECT_EQ(diagnosis->overallProgress()->value(), 0.0);
-    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("mac-icon-caution"));
-    EXPECT_TRUE(diagnosis->isReportButtonEnabled());
-    EXPECT_FALSE(diagnosis->isDiagnosingFonts());
-    EXPECT_TRUE(diagnosis->isShowingDoneButton());
-    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Done"));
+    EXPECT_EQ(view->iconName(), QStringLiteral("mac-icon-caution"));
+    EXPECT_TRUE(view->isReportButtonEnabled());
+    EXPECT_FALSE(view->isDiagnosingFonts());
+    EXPECT_TRUE(view->isShowingDoneButton());
+    EXPECT_EQ(view->cancelButtonTitle(), QStringLiteral("Done"));
     for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass)
         EXPECT_EQ(
             diagnosis->progressForPass(pass)->label(), diagnosis->titleForProgress(pass, " - Complete ✓"));
@@ -189,18 +192,18 @@ TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperAndQuitsWhenAsked)
         1, QString(""), { makeStatus(3, QStringLiteral("DejaVuSans")) });
     diagnosis->settings()->setLastScanType(QStringLiteral("AutoScan"));
     diagnosis->settings()->setAutoScanQuitWhenDone(true);
-    delegate.autoScanLaunch = true;
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    view->setIsAutoScanLaunch(true);
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
 
-    diagnosis->diagnoseFonts();
+    view->diagnoseFonts();
     ASSERT_TRUE(waitForFinish(finished));
 
     EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("No Problems Found!"));
-    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("autoscan-ok"));
-    EXPECT_FALSE(diagnosis->isReportButtonEnabled());
+    EXPECT_EQ(view->iconName(), QStringLiteral("autoscan-ok"));
+    EXPECT_FALSE(view->isReportButtonEnabled());
     EXPECT_EQ(delegate.scanViewUpdates, 1);
     EXPECT_TRUE(delegate.presented.isEmpty());
-    EXPECT_FALSE(delegate.autoScanLaunch);
+    EXPECT_FALSE(view->isAutoScanLaunch());
     QTest::qWait(20);
     EXPECT_TRUE(notifications.contains(QStringLiteral("kEndDiagnosis")));
     EXPECT_TRUE(notifications.contains(QStringLiteral("kEndDiagnosisAction")));
@@ -219,10 +222,10 @@ TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperAndQuitsWhenAsked)
 
 namespace
 {
-class QVResponseRecorder final : public QVHelperCommunicationsDelegate
+class QVResponseRecorder final
 {
 public:
-    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options)
     {
         responses << response;
         senders << sender;
@@ -241,14 +244,14 @@ TEST_F(QVDiagnosisRunTest, AutoScanAnswerGoesToTheHandlerOverTheHelperChannel)
     QVHelperCommunications application;
     QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
     QVResponseRecorder recorder;
-    handler.setDelegate(&recorder);
-    diagnosis->setHelperCommunications(&application);
+    qvtest::listen(handler, recorder);
+    view->setHelperCommunications(&application);
 
     library.addFile(copyFont(QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"), folder("A")),
         1, QString(""), { makeStatus(3, QStringLiteral("DejaVuSans")) });
     diagnosis->settings()->setLastScanType(QStringLiteral("AutoScan"));
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
-    diagnosis->diagnoseFonts();
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
+    view->diagnoseFonts();
     ASSERT_TRUE(waitForFinish(finished));
     ASSERT_TRUE(QTest::qWaitFor([&] { return !recorder.responses.isEmpty(); }, 5000));
 
@@ -268,9 +271,9 @@ TEST_F(QVDiagnosisRunTest, OverallBarAdvancesByTheStepOfEachPass)
     QList<double> values;
     QObject::connect(diagnosis->overallProgress(), &QVProgress::changed, &receiver,
         [&] { values << diagnosis->overallProgress()->value(); });
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
 
-    diagnosis->diagnoseFonts();
+    view->diagnoseFonts();
     ASSERT_TRUE(waitForFinish(finished));
     EXPECT_TRUE(values.contains(50.0));
     EXPECT_TRUE(values.contains(100.0));
@@ -289,13 +292,13 @@ TEST_F(QVDiagnosisRunTest, WithEveryPassOffNothingRunsAndTheRunNeverFinishes)
     diagnosis->settings()->setFindDuplicateFonts(false);
     diagnosis->settings()->setFindOrpanedFonts(false);
     diagnosis->setStateFromUserPrefs();
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
 
-    diagnosis->diagnoseFonts();
+    view->diagnoseFonts();
     EXPECT_EQ(diagnosis->passesInFlight(), 0);
     QTest::qWait(100);
     EXPECT_TRUE(finished.isEmpty());
-    EXPECT_TRUE(diagnosis->isDiagnosingFonts());
+    EXPECT_TRUE(view->isDiagnosingFonts());
     for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass)
         EXPECT_FALSE(diagnosis->isProgressEnabled(pass));
 }
@@ -310,7 +313,7 @@ TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
     }
     diagnosis->settings()->setFindOrpanedFonts(false);
     diagnosis->settings()->setFindDuplicateFonts(false);
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
 
     // The user presses Cancel and confirms once a tenth of the fonts are done.
     QVProgress *bar = diagnosis->progressForPass(0);
@@ -322,15 +325,15 @@ TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
         },
         Qt::DirectConnection);
 
-    diagnosis->diagnoseFonts();
+    view->diagnoseFonts();
     ASSERT_TRUE(waitForFinish(finished));
 
     EXPECT_TRUE(diagnosis->doCancel());
     EXPECT_GT(diagnosis->fileStructureProblemCount(), 0);
     EXPECT_LT(diagnosis->fileStructureProblemCount(), 3000);
     EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosis was canceled"));
-    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("mac-icon-cancel"));
-    EXPECT_FALSE(diagnosis->isReportButtonEnabled());
+    EXPECT_EQ(view->iconName(), QStringLiteral("mac-icon-cancel"));
+    EXPECT_FALSE(view->isReportButtonEnabled());
     EXPECT_TRUE(delegate.presented.isEmpty());
     EXPECT_EQ(diagnosis->progressForPass(0)->label(), QStringLiteral("Font File Structure"));
     EXPECT_EQ(QVSettings().lastScanProblemCount(), QString::number(diagnosis->fileStructureProblemCount()));
@@ -339,8 +342,8 @@ TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
 TEST_F(QVDiagnosisRunTest, AfterACancelEveryFinishingPassRunsTheFinishingSequenceAgain)
 {
     addOneProblemOfEachKind();
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
-    diagnosis->diagnoseFonts();
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
+    view->diagnoseFonts();
     // Before any pass can report back: each of the four then finds the flag set.
     diagnosis->setDoCancel(true);
     ASSERT_TRUE(
@@ -358,27 +361,27 @@ TEST_F(QVDiagnosisRunTest, CancelButtonAsksFirstAndCancelsOnTheSecondButton)
     addOneProblemOfEachKind();
     diagnosis->settings()->setFindDuplicateFonts(false);
     diagnosis->settings()->setFindOrpanedFonts(false);
-    QSignalSpy finished(diagnosis.get(), &QVDiagnosis::diagnosisFinished);
-    diagnosis->diagnoseFonts();
+    QSignalSpy finished(view.get(), &QVDiagnosisViewState::diagnosisFinished);
+    view->diagnoseFonts();
 
     // The pass may well be done already; the answer is what counts.
-    diagnosis->cancelButtonAction();
+    view->cancelButtonAction();
     ASSERT_EQ(delegate.alerts.size(), 1);
     EXPECT_EQ(delegate.alerts[0][2], QStringLiteral("Continue|Cancel"));
     EXPECT_EQ(delegate.alerts[0][3], QStringLiteral("cancelButtonAction"));
-    diagnosis->cancelButtonAction();
+    view->cancelButtonAction();
     EXPECT_EQ(delegate.alerts.size(), 1);
 
-    diagnosis->modalEnded(1000, QStringLiteral("cancelButtonAction"));
+    view->modalEnded(1000, QStringLiteral("cancelButtonAction"));
     EXPECT_FALSE(diagnosis->doCancel());
-    diagnosis->cancelButtonAction();
-    diagnosis->modalEnded(1001, QStringLiteral("cancelButtonAction"));
+    view->cancelButtonAction();
+    view->modalEnded(1001, QStringLiteral("cancelButtonAction"));
     EXPECT_TRUE(diagnosis->doCancel());
-    EXPECT_FALSE(diagnosis->isCancelButtonEnabled());
+    EXPECT_FALSE(view->isCancelButtonEnabled());
     ASSERT_TRUE(waitForFinish(finished));
     EXPECT_EQ(diagnosis->overallProgress()->label(), QStringLiteral("Diagnosis was canceled"));
-    EXPECT_EQ(diagnosis->cancelButtonTitle(), QStringLiteral("Done"));
-    EXPECT_TRUE(diagnosis->isCancelButtonEnabled());
+    EXPECT_EQ(view->cancelButtonTitle(), QStringLiteral("Done"));
+    EXPECT_TRUE(view->isCancelButtonEnabled());
 }
 
 TEST_F(QVDiagnosisRunTest, StructurePassGivesOneEntryPerFileAndFontType)
@@ -438,7 +441,7 @@ TEST_F(QVDiagnosisRunTest, SettingsStartTextAndTitles)
 {
     diagnosis->setManualScanFolders({ QStringLiteral("/srv/fonts"), QStringLiteral("/home/ann/Fonts") });
     diagnosis->settings()->setOrganizeFonts(true);
-    EXPECT_EQ(diagnosis->getSettingsStartText(),
+    EXPECT_EQ(view->getSettingsStartText(),
         QStringLiteral("Scan Type: Manual Scan & Organize\n\nCurrent Diagnosis Settings:\n"
                        "Diagnose Corrupt Fonts, Duplicate Fonts, Orphaned Fonts\n\n"
                        "Scanned Folders:\n/srv/fonts\n/home/ann/Fonts\n"));
@@ -448,7 +451,7 @@ TEST_F(QVDiagnosisRunTest, SettingsStartTextAndTitles)
     diagnosis->settings()->setDiagnoseFileStructure(false);
     diagnosis->settings()->setFindDuplicateFonts(false);
     diagnosis->settings()->setFindOrpanedFonts(false);
-    EXPECT_EQ(diagnosis->getSettingsStartText(),
+    EXPECT_EQ(view->getSettingsStartText(),
         QStringLiteral("Scan Type: AutoScan\n\nCurrent Diagnosis Settings:\n(null)\n\n"
                        "Scanned Folders:\n/usr/share/fonts/\n"));
 
@@ -458,10 +461,10 @@ TEST_F(QVDiagnosisRunTest, SettingsStartTextAndTitles)
     EXPECT_TRUE(diagnosis->titleForProgress(4).isNull());
     EXPECT_EQ(diagnosis->progressForPass(4), nullptr);
 
-    diagnosis->setScanMode();
-    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("AutoScan"));
-    diagnosis->handleSearchComplete({ { QStringLiteral("status"), QStringLiteral("cancelled") } });
-    EXPECT_EQ(diagnosis->iconName(), QStringLiteral("autoscan-cancel"));
+    view->setScanMode();
+    EXPECT_EQ(view->iconName(), QStringLiteral("AutoScan"));
+    view->handleSearchComplete({ { QStringLiteral("status"), QStringLiteral("cancelled") } });
+    EXPECT_EQ(view->iconName(), QStringLiteral("autoscan-cancel"));
 }
 
 TEST_F(QVDiagnosisRunTest, ListIsTheSameWhicheverPassFindsAFontFirst)

@@ -3,6 +3,7 @@
 
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVDiagnosisViewState.h"
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 
@@ -27,12 +28,13 @@ TEST(QVDiagnosisSummary, JsonAndTextListEveryProblemWithItsCopies)
         = addSuitcase(library, makeBitmapSuitcase(home.path() + "/Screen", { 10, 12 }), { 10, 12 });
 
     QVDiagnosis diagnosis(&library.dataMgr);
-    diagnosis.setPacingEnabled(false);
-    diagnosis.setFinishDelay(0);
+    QVDiagnosisViewState view(&diagnosis);
+    view.setPacingEnabled(false);
+    view.setFinishDelay(0);
     diagnosis.settings()->setLastScanType(QStringLiteral("Manual Scan"));
     diagnosis.settings()->setMatchVersionNumbers(false);
-    QSignalSpy finished(&diagnosis, &QVDiagnosis::diagnosisFinished);
-    diagnosis.diagnoseFonts();
+    QSignalSpy finished(&view, &QVDiagnosisViewState::diagnosisFinished);
+    view.diagnoseFonts();
     ASSERT_TRUE(
         QTest::qWaitFor([&] { return !finished.isEmpty() && diagnosis.passesInFlight() == 0; }, 20000));
 

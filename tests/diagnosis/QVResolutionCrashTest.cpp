@@ -211,7 +211,7 @@ TEST(QVResolutionCrash, TheIndexIsWrittenOnceAndTheJournalHoldsEveryMoveUntilThe
     QVTestHome home;
     const QStringList paths = makeFonts(home);
     ASSERT_EQ(runPeer(3, paths), -1);
-        // Read before any store settles it: no index yet, and the six moves
+    // Read before any store settles it: no index yet, and the six moves
     // journalled ahead, before the first of them.
     const QString folder = home.dataHome() + "/Quorvel/Quarantine";
     EXPECT_FALSE(QFile::exists(folder + "/dataSource"));

@@ -2,6 +2,7 @@
 
 #include "settings/QVLog.h"
 #include "settings/QVSettings.h"
+#include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
 
 #include <QCoreApplication>
@@ -45,18 +46,18 @@ struct Message {
     QVariantMap options;
 };
 
-class RecordingDelegate final : public QVHelperCommunicationsDelegate
+class RecordingDelegate final
 {
 public:
-    void gotCommand(const QString &command, const QString &sender, const QVariantMap &options) override
+    void gotCommand(const QString &command, const QString &sender, const QVariantMap &options)
     {
         messages.append({ QStringLiteral("command"), command, sender, options });
     }
-    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options)
     {
         messages.append({ QStringLiteral("response"), response, sender, options });
     }
-    void gotTimeout(const QString &command) override
+    void gotTimeout(const QString &command)
     {
         messages.append({ QStringLiteral("timeout"), command, QString(), {} });
     }
@@ -105,7 +106,7 @@ protected:
         if (!QDBusConnection::sessionBus().isConnected())
             GTEST_SKIP() << "no session bus: run under dbus-run-session (scripts/test.sh does)";
         channel = std::make_unique<QVHelperCommunications>(kApp);
-        channel->setDelegate(&delegate);
+        qvtest::listen(*channel, delegate);
     }
 
     void TearDown() override
@@ -175,7 +176,7 @@ TEST(QVHelperChannel, DefaultTimeoutAndNoBus)
         EXPECT_EQ(first.timeoutInterval(), 5000);
         // Sending goes nowhere and does not fail; a timeout still ends the wait.
         RecordingDelegate delegate;
-        first.setDelegate(&delegate);
+        qvtest::listen(first, delegate);
         first.setTimeoutInterval(50);
         first.sendCommand(QStringLiteral("kCommand_HasPendingCommands"), QString(), {}, true);
         first.sendResponse(QStringLiteral("kResponse_Ready"), QString(),

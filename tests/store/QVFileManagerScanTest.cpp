@@ -8,6 +8,7 @@
 #include "store/QVOperationQueue.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVReportStore.h"
+#include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
 
 #include <QDBusConnection>
@@ -240,8 +241,8 @@ TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
 {
     if (!QDBusConnection::sessionBus().isConnected())
         GTEST_SKIP() << "no session bus: run under dbus-run-session (scripts/test.sh does)";
-    struct Heard final : QVHelperCommunicationsDelegate {
-        void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+    struct Heard final {
+        void gotResponse(const QString &response, const QString &sender, const QVariantMap &options)
         {
             names.append(response);
             senders.append(sender);
@@ -254,8 +255,8 @@ TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
     QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
     QVHelperCommunications scheduler(QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier));
     Heard heardByHandler, heardByScheduler;
-    handler.setDelegate(&heardByHandler);
-    scheduler.setDelegate(&heardByScheduler);
+    qvtest::listen(handler, heardByHandler);
+    qvtest::listen(scheduler, heardByScheduler);
     fileMgr->setHelperCommunications(&application);
 
     font(QStringLiteral("a.ttf"));
@@ -325,25 +326,6 @@ TEST(QVFileManagerRules, FontFilesByTypeExtensionAndName)
         EXPECT_TRUE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
     for (const char *name : { ".app", "app", "Fonts", ".hidden", "AppleDouble", "__MACOSX" })
         EXPECT_FALSE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
-}
-
-TEST(QVFileManagerRules, FolderChoiceIsLeftToTheInstalledChooser)
-{
-    QVTestHome home;
-    QVFileManager fileMgr;
-    // Without a chooser (no screen) there is nothing to choose.
-    EXPECT_FALSE(fileMgr.selectFolderToScan(home.path()).has_value());
-    QString askedWith;
-    fileMgr.setFolderChooser([&](const QString &initial) -> std::optional<QStringList> {
-        askedWith = initial;
-        if (initial.isEmpty())
-            return std::nullopt; // the user cancelled
-        return QStringList { initial + QStringLiteral("/a"), initial + QStringLiteral("/b") };
-    });
-    EXPECT_EQ(fileMgr.selectFolderToScan(home.path()),
-        (QStringList { home.path() + QStringLiteral("/a"), home.path() + QStringLiteral("/b") }));
-    EXPECT_EQ(askedWith, home.path());
-    EXPECT_FALSE(fileMgr.selectFolderToScan().has_value());
 }
 
 TEST(QVFileManagerRules, RootRepositoryIsMadeOnceAndCached)

@@ -50,9 +50,8 @@ void QVRecordingExaminer::examineFont(const QString &path)
 QVScanNotifications::QVScanNotifications()
 {
     m_connection = QObject::connect(QVNotificationCenter::defaultCenter(),
-        &QVNotificationCenter::notificationPosted, [this](const QString &name, const QVariantMap &userInfo) {
-            if (name == QLatin1String(kScanFolderComplete))
-                statuses.append(userInfo.value(QStringLiteral("status")).toString());
+        &QVNotificationCenter::kScanFolderComplete, [this](const QVariantMap &userInfo) {
+            statuses.append(userInfo.value(QStringLiteral("status")).toString());
         });
 }
 

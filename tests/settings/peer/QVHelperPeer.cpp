@@ -10,6 +10,7 @@
 //   same options, so that dates make the round trip.
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVSettings.h"
+#include "support/QVHelperListener.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -20,7 +21,7 @@
 namespace
 {
 
-class Peer final : public QVHelperCommunicationsDelegate
+class Peer final
 {
 public:
     explicit Peer(QVHelperCommunications *channel)
@@ -28,7 +29,7 @@ public:
     {
     }
 
-    void gotCommand(const QString &command, const QString &sender, const QVariantMap &options) override
+    void gotCommand(const QString &command, const QString &sender, const QVariantMap &options)
     {
         print("command", command, sender, options);
         if (command == QLatin1String("kCommand_HasPendingCommands")) {
@@ -46,7 +47,7 @@ public:
         m_channel->sendResponse(command, sender, options);
     }
 
-    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options) override
+    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options)
     {
         print("response", response, sender, options);
         m_channel->sendCommand(QStringLiteral("kCommand_ScanFonts"), sender, options, false);
@@ -78,7 +79,7 @@ int main(int argc, char *argv[])
     if (!channel.isAvailable())
         return 1;
     Peer peer(&channel);
-    channel.setDelegate(&peer);
+    qvtest::listen(channel, peer);
     QDBusConnection::sessionBus().interface()->registerService(identifier);
     std::printf("ready\n");
     std::fflush(stdout);

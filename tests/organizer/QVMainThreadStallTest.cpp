@@ -1,0 +1,112 @@
+// The main thread stays responsive while an organize run and a resolution do
+// their file work: a timer on it logs its worst lateness, and the resource lock
+// it takes on every tick would deadlock a worker that waited for this thread
+// while holding it.
+#include "diagnosis/QVDiagnosisResolution.h"
+#include "engine/QVResourceManager.h"
+#include "organizer/QVOrganizerFixtures.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QSignalSpy>
+#include <QTimer>
+#include <iostream>
+
+using namespace qvorg;
+
+namespace
+{
+
+class QVStallWatch
+{
+public:
+    static constexpr qint64 kTick = 10;
+
+    QVStallWatch()
+    {
+        m_clock.start();
+        m_timer.setInterval(int(kTick));
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            const qint64 now = m_clock.elapsed();
+            m_worst = qMax(m_worst, now - m_last - kTick);
+            m_last = now;
+            // What a window does between events: reads under the resource
+            // lock, and paints for a while.
+            std::lock_guard guard(QVResourceManager::lock());
+            QElapsedTimer busy;
+            busy.start();
+            while (busy.elapsed() < 2) { }
+        });
+        m_timer.start();
+    }
+    qint64 worst() const { return m_worst; }
+
+private:
+    QTimer m_timer;
+    QElapsedTimer m_clock;
+    qint64 m_last = 0;
+    qint64 m_worst = 0;
+};
+
+// Runs the loop until done() or two minutes (a deadlock) have passed.
+bool runUntil(const std::function<bool()> &done)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (!done() && clock.elapsed() < 120000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return done();
+}
+
+} // namespace
+
+TEST_F(OrganizerTest, MainThreadNeverStallsWhileOrganizingOrResolving)
+{
+    // Moving takes the suitcase apart: surgery as well as file moves.
+    constexpr int kFonts = 60;
+    for (int i = 0; i < kFonts; ++i)
+        qvtest::copyFont(kDejaVuSans, source, QString("Sans%1.ttf").arg(i));
+    qvtest::copyFont(kPanicSansDfont, source, "Panic.dfont");
+    settings.setCopyFontFiles(false);
+    scan();
+
+    QVStallWatch organizing;
+    bool organized = false;
+    organizer->organizeFonts(library, [&] { organized = true; });
+    ASSERT_TRUE(runUntil([&] { return organized; })) << "the organize run never ended";
+    EXPECT_GE(filesBelow(library).size(), kFonts + 4);
+    std::cout << "worst main-thread lateness while organizing: " << organizing.worst() << " ms\n";
+    EXPECT_LE(organizing.worst(), 100);
+
+    QList<QVProblemFontPtr> duplicates;
+    for (const QString &file : filesBelow(library)) {
+        if (!file.endsWith(".ttf"))
+            continue;
+        auto entry = std::make_shared<QVProblemFont>();
+        entry->fontFile = std::make_shared<QVFontFile>(library + '/' + file);
+        entry->fontFile->fontFileType = 1;
+        entry->fontStatus = std::make_shared<QVStatus>();
+        entry->fontStatus->fontURL = entry->fontFile->URL;
+        entry->fontStatus->fontName = entry->fontStatus->PSname = file;
+        entry->fontStatus->fontType = 3;
+        entry->fontStatus->setFontError(3);
+        entry->fontStatus->setFontErrorInfo(QStringLiteral("Duplicate Font"));
+        entry->fontFile->fontStatusArray.append(entry->fontStatus);
+        entry->diagnosisType = 3;
+        duplicates << entry;
+    }
+    ASSERT_EQ(duplicates.size(), kFonts);
+    QVDiagnosisResolution resolution(store.get(), surgery.get());
+    resolution.setProblemFontsArray(duplicates);
+    QSignalSpy resolved(&resolution, &QVDiagnosisResolution::resolved);
+
+    QVStallWatch resolving;
+    ASSERT_TRUE(resolution.startResolving());
+    EXPECT_FALSE(resolution.startResolving());
+    ASSERT_TRUE(runUntil([&] { return !resolved.isEmpty(); })) << "the resolution never ended";
+    const auto outcome = resolved.first().first().value<QVDiagnosisResolution::Outcome>();
+    EXPECT_EQ(outcome.quarantinedRows.size(), kFonts);
+    EXPECT_TRUE(outcome.error.isNull()) << qPrintable(outcome.error);
+    std::cout << "worst main-thread lateness while resolving: " << resolving.worst() << " ms\n";
+    EXPECT_LE(resolving.worst(), 100);
+}
