@@ -11,9 +11,8 @@
 #pragma once
 
 #include "diagnosis/QVDiagnosisDelegate.h"
-#include "diagnosis/QVProblemFont.h"
 #include "engine/QVFontFile.h"
-#include "reports/QVReportInput.h"
+#include "engine/QVProblemFont.h"
 #include "settings/QVHelperCommunications.h"
 
 #include <QHash>
@@ -113,9 +112,6 @@ public:
     void resetProgress();
 
     QList<QVProblemFontPtr> problemFontsArray() const;
-    // What a report of this run is made from. The quarantine count is the
-    // caller's: it belongs to the store that the resolution moved fonts into.
-    QVReportInput reportInput() const;
     void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
     QList<QVFontFilePtr> bitmaps() const { return m_bitmaps; }
     QList<QVFontFilePtr> postscripts() const { return m_postscripts; }

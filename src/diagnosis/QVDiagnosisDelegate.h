@@ -4,7 +4,7 @@
 // shows (the command line implements none of the window calls).
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 
 #include <QList>
 #include <QString>

@@ -7,7 +7,7 @@
 // serial queue.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 
 #include <QList>
 #include <QString>
