@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Fails when a source file includes a header of a subsystem above its own.
-# Uses run one way: settings (the base) <- platform <- engine <- store <-
-# diagnosis / organizer / reports <- cli / app / helpers. Subsystems of one
-# level do not include each other.
+# Fails when a source file includes a header of a subsystem above its own, or
+# of another subsystem of its own level, or by a relative path; and when src
+# holds a folder of no known level. Uses run one way: settings (the base) <-
+# platform <- engine <- store <- diagnosis / organizer / reports <- cli / app /
+# helpers.
 set -euo pipefail
 cd "$(dirname "$0")/../src"
 
@@ -19,17 +20,37 @@ level() {
 }
 
 status=0
+violation() {
+  echo "layer violation: $*"
+  status=1
+}
+
+for folder in */; do
+  folder=${folder%/}
+  [ "$(level "$folder")" -ge 0 ] || violation "src/$folder is no known subsystem"
+done
+
+include='^[^:]*:[0-9]+:[[:space:]]*#[[:space:]]*include[[:space:]]*([<"])([^">]*)[">]'
 while IFS= read -r line; do
+  [[ $line =~ $include ]] || continue
+  header=${BASH_REMATCH[2]}
+  case "$header" in
+    ../* | ./* | */../*)
+      violation "$line (by a relative path)"
+      continue
+      ;;
+  esac
   file=${line%%:*}
   from=${file%%/*}
-  to=$(sed -E 's/.*#include "([a-z]+)\/.*/\1/' <<<"$line")
-  [ "$from" = "$to" ] && continue
+  to=${header%%/*}
   lf=$(level "$from")
   lt=$(level "$to")
+  # A system or library header in angle brackets.
+  [ "${BASH_REMATCH[1]}" = "<" ] && [ "$lt" -lt 0 ] && continue
+  [ "$from" = "$to" ] && continue
   if [ "$lt" -lt 0 ] || [ "$lf" -lt 0 ] || [ "$lt" -ge "$lf" ]; then
-    echo "layer violation: $line"
-    status=1
+    violation "$line"
   fi
-done < <(grep -rnE '^#include "[a-z]+/' --include='*.cpp' --include='*.h' -- */)
+done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*[<"][^">]*/' --include='*.cpp' --include='*.h' -- */)
 [ "$status" -eq 0 ] && echo "layers: every include runs downwards"
 exit "$status"

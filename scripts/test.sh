@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
-# Installs what the tests need, builds Quorvel with AddressSanitizer and
-# UndefinedBehaviorSanitizer, runs every test, then each fuzz harness briefly.
+# Checks the direction of includes, installs what the tests need, builds
+# Quorvel with AddressSanitizer and UndefinedBehaviorSanitizer, runs every
+# test, then each fuzz harness briefly.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# Includes run one way between the subsystems; a wrong one fails at once.
+bash scripts/check-layers.sh
 bash scripts/install-deps.sh --with-tests
 cmake --preset asan
 cmake --build --preset asan

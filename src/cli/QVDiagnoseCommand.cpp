@@ -101,7 +101,11 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     // The report, after the resolution so that it shows what was done.
     QString reportPath;
     if (report && !diagnosis.doCancel()) {
-        QVReportInput input = diagnosis.reportInput();
+        QVReportInput input = QVReportInput::fromRun(
+            { diagnosis.fileStructureProblemCount(), diagnosis.missingBitmapProblemCount(),
+                diagnosis.missingPSProblemCount(), diagnosis.duplicateProblemCount() },
+            diagnosis.totalFontProblems(), diagnosis.problemFontsArray(), *diagnosis.qvDataMgr(),
+            diagnosis.manualScanFolders());
         input.qv_total_quarantined = resolution.value(QStringLiteral("qv_total_quarantined")).toInt();
         QVReportStore reportStore;
         QVReportManager reportManager;

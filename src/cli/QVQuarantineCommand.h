@@ -4,7 +4,7 @@
 #pragma once
 
 #include "cli/QVCliCommand.h"
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 
 #include <QJsonObject>
 #include <QList>

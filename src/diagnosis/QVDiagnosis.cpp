@@ -2,9 +2,9 @@
 
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDuplicateIndex.h"
-#include "diagnosis/QVProblemCounts.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
+#include "engine/QVProblemCounts.h"
 #include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVProgress.h"
@@ -681,21 +681,4 @@ void QVDiagnosis::resetProgress()
     m_overallProgress->setIndeterminate(false);
     m_overallProgress->setValue(0);
     m_overallProgress->setLabel(QString(""));
-}
-
-QVReportInput QVDiagnosis::reportInput() const
-{
-    QVReportInput input;
-    input.fileStructureProblemCount = fileStructureProblemCount();
-    input.missingBitmapProblemCount = missingBitmapProblemCount();
-    input.missingPSProblemCount = missingPSProblemCount();
-    input.duplicateProblemCount = duplicateProblemCount();
-    input.totalFontProblems = totalFontProblems();
-    input.fontFileItems = m_dataMgr->fontFileItems;
-    input.totalFonts = m_dataMgr->totalFonts;
-    input.problemFontsArray = problemFontsArray();
-    const QVSettings settings;
-    input.scanType = settings.lastScanType();
-    input.scanFolders = m_manualScanFolders.isEmpty() ? settings.fontFolderPaths() : m_manualScanFolders;
-    return input;
 }

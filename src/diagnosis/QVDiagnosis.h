@@ -9,9 +9,8 @@
 // entry), so a run over a hundred thousand fonts takes seconds.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
 #include "engine/QVFontFile.h"
-#include "reports/QVReportInput.h"
+#include "engine/QVProblemFont.h"
 
 #include <QHash>
 #include <QList>
@@ -92,9 +91,6 @@ public:
     QList<QVProblemFontPtr> problemFontsArray() const;
     // Orders the list as passes run one after another would have made it.
     void sortProblemFonts();
-    // What a report of this run is made from. The quarantine count is the
-    // caller's: it belongs to the store that the resolution moved fonts into.
-    QVReportInput reportInput() const;
     void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
     QList<QVFontFilePtr> bitmaps() const { return m_bitmaps; }
     QList<QVFontFilePtr> postscripts() const { return m_postscripts; }

@@ -8,7 +8,7 @@
 // waits for file work. What it asks of a window goes out as signals.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 
 #include <QFuture>
 #include <QList>

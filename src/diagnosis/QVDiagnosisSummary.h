@@ -3,7 +3,7 @@
 // their copies), as text and as JSON.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 
 #include <QJsonObject>
 #include <QList>

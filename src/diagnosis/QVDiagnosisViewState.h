@@ -6,7 +6,7 @@
 // signals, on the main thread.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 #include "settings/QVHelperCommunications.h"
 
 #include <QObject>

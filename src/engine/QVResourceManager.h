@@ -14,40 +14,12 @@
 #pragma once
 
 #include "engine/QVResourceHandle.h"
+#include "platform/QVResourceError.h"
 
 #include <QByteArray>
 #include <QList>
 #include <QString>
 #include <mutex>
-
-namespace QVResourceError
-{
-constexpr qint16 NoErr = 0;
-constexpr qint16 DirFull = -33;
-constexpr qint16 DskFull = -34;
-constexpr qint16 IoErr = -36;
-constexpr qint16 BadFileName = -37;
-constexpr qint16 FileNotOpen = -38;
-constexpr qint16 Eof = -39;
-constexpr qint16 FileNotFound = -43;
-constexpr qint16 WritePermission = -44;
-constexpr qint16 FileLocked = -45;
-constexpr qint16 DuplicateFile = -48;
-constexpr qint16 OpenForWriting = -49;
-constexpr qint16 Param = -50;
-constexpr qint16 Permission = -54;
-constexpr qint16 WritePermissionErr = -61;
-constexpr qint16 DirNotFound = -120;
-constexpr qint16 MemFull = -108;
-constexpr qint16 CantDecompress = -186;
-constexpr qint16 WritingPastEnd = -189;
-constexpr qint16 ResNotFound = -192;
-constexpr qint16 ResFileNotFound = -193;
-constexpr qint16 AddResFailed = -194;
-constexpr qint16 RmvResFailed = -196;
-constexpr qint16 ResAttrErr = -198;
-constexpr qint16 MapRead = -199;
-} // namespace QVResourceError
 
 // Permissions of openResourceFile().
 namespace QVPermission

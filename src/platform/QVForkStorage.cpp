@@ -1,19 +1,14 @@
 #include "platform/QVForkStorage.h"
 
-#include "engine/QVResourceFile.h"
-#include "engine/QVResourceManager.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVAtomicFile.h"
-#include "platform/QVExtendedAttributes.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
-#include "platform/QVWriteFault.h"
-#include "settings/QVLog.h"
+#include "platform/QVForkPlace.h"
+#include "platform/QVResourceError.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,253 +21,29 @@ using Place = QVForkStorage::Place;
 // AppleDouble dates count seconds from 2000-01-01 00:00:00 UTC; this value means "unknown".
 constexpr quint32 kUnknownDate = 0x80000000;
 
-qint16 errnoToMac(int error)
-{
-    switch (error) {
-    case 0:
-        return QVResourceError::NoErr;
-    case ENOENT:
-    case ENOTDIR:
-        return QVResourceError::FileNotFound;
-    case EACCES:
-    case EPERM:
-        return QVResourceError::Permission;
-    case EROFS:
-        return QVResourceError::WritePermission;
-    case ENOSPC:
-    case EDQUOT:
-        return QVResourceError::DskFull;
-    case ENAMETOOLONG:
-        return QVResourceError::BadFileName;
-    default:
-        return QVResourceError::IoErr;
-    }
-}
-
 bool fileExists(const QString &path)
 {
     struct stat st;
     return ::stat(QVFileName::encode(path).constData(), &st) == 0 && !S_ISDIR(st.st_mode);
 }
 
-// Reads a whole small file; std::nullopt when absent or unreadable (*error set).
-std::optional<QByteArray> readFile(const QString &path, qint16 *error)
+// Writes one entry to a place. What no longer fits in an attribute goes to the
+// sidecar, and only then does the attribute go: left behind, it would win
+// over the sidecar on the next read. *written gets where the entry went.
+qint16 writeEntry(
+    const QVForkPlace &row, const QString &path, quint32 entry, const QByteArray &bytes, Place *written)
 {
-    QFile file;
-    int openError = 0;
-    if (!QVFileSystem::openForReading(file, path, {}, &openError)) {
-        *error = openError == ENOENT || openError == ENOTDIR ? QVResourceError::FileNotFound
-            : openError == EACCES || openError == EPERM      ? QVResourceError::Permission
-                                                             : QVResourceError::IoErr;
-        return std::nullopt;
+    const QVForkPlace *target = &row;
+    qint16 result = row.write(row, path, entry, bytes);
+    if (result == QVForkPlace::kDoesNotFit) {
+        target = &QVForkPlace::of(Place::AppleDouble);
+        result = target->write(*target, path, entry, bytes);
+        if (result == 0)
+            result = row.remove(path, entry);
     }
-    if (file.size() > QVForkStorage::kMaxForkSize) {
-        *error = QVResourceError::IoErr;
-        return std::nullopt;
-    }
-    *error = QVResourceError::NoErr;
-    return file.readAll();
-}
-
-// What lies at a companion's place. A link (the companion itself, or the
-// ".AppleDouble" folder holding it) is never read, written or deleted: it may
-// name any file of anyone.
-enum class Companion { Absent, File, Link, Other };
-
-Companion companionAt(const QString &companion)
-{
-    const QFileInfo info(companion);
-    if (info.absolutePath().endsWith(QLatin1String("/.AppleDouble"))) {
-        struct stat folder;
-        if (::lstat(QVFileName::encode(info.absolutePath()).constData(), &folder) == 0) {
-            if (S_ISLNK(folder.st_mode))
-                return Companion::Link;
-            if (!S_ISDIR(folder.st_mode))
-                return Companion::Other;
-        }
-    }
-    struct stat st;
-    if (::lstat(QVFileName::encode(companion).constData(), &st) != 0)
-        return Companion::Absent;
-    if (S_ISLNK(st.st_mode))
-        return Companion::Link;
-    return S_ISREG(st.st_mode) ? Companion::File : Companion::Other;
-}
-
-QString companionPath(const QString &path, Place place)
-{
-    return place == Place::AppleDouble ? QVForkStorage::sidecarPath(path) : QVForkStorage::netatalkPath(path);
-}
-
-// Reads a companion without following a link to it or to its ".AppleDouble"
-// folder, even one put there after companionAt() looked; never waits on a
-// pipe put there either.
-std::optional<QByteArray> readCompanion(const QString &companion)
-{
-    const QFileInfo info(companion);
-    const bool netatalk = info.absolutePath().endsWith(QLatin1String("/.AppleDouble"));
-    const int folder = ::open(QVFileName::encode(info.absolutePath()).constData(),
-        O_RDONLY | O_DIRECTORY | O_CLOEXEC | (netatalk ? O_NOFOLLOW : 0));
-    if (folder < 0)
-        return std::nullopt;
-    const int fd = ::openat(folder, QVFileName::encode(info.fileName()).constData(),
-        O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    ::close(folder);
-    if (fd < 0)
-        return std::nullopt;
-    QFile file;
-    struct stat st;
-    std::optional<QByteArray> bytes;
-    if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= QVForkStorage::kMaxForkSize
-        && file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle))
-        bytes = file.readAll();
-    else
-        ::close(fd);
-    return bytes;
-}
-
-qint16 refuseLink(const QString &companion)
-{
-    qCWarning(lcStore).noquote() << QVAtomicFile::errorText(companion, ELOOP);
-    return QVResourceError::Permission;
-}
-
-// The AppleDouble data of a companion file or the metadata attribute.
-std::optional<QVAppleDouble> readAppleDouble(const QString &path, Place place)
-{
-    if (place == Place::NetatalkMetadata) {
-        const auto blob = QVExtendedAttributes::get(path, QVForkStorage::kNetatalkAttribute);
-        return blob ? QVAppleDouble::parse(*blob) : std::nullopt;
-    }
-    const QString companion = companionPath(path, place);
-    if (companionAt(companion) != Companion::File)
-        return std::nullopt;
-    const auto bytes = readCompanion(companion);
-    return bytes ? QVAppleDouble::parse(*bytes) : std::nullopt;
-}
-
-qint16 writeAppleDouble(const QString &path, Place place, const QVAppleDouble &data)
-{
-    const QByteArray bytes = data.serialize();
-    if (place == Place::NetatalkMetadata)
-        return errnoToMac(QVExtendedAttributes::set(path, QVForkStorage::kNetatalkAttribute, bytes));
-    const QString companion = companionPath(path, place);
-    int error = 0;
-    if (place == Place::NetatalkFolder)
-        error = QVAtomicFile::makeFolder(QFileInfo(companion).absolutePath());
-    if (error == 0)
-        error = QVAtomicFile::write(companion, bytes, QVAtomicFile::FolderNotLink);
-    if (error == ELOOP)
-        return refuseLink(companion);
-    if (error != 0)
-        qCWarning(lcStore).noquote() << QVAtomicFile::errorText(companion, error);
-    return errnoToMac(error);
-}
-
-// Whether new AppleDouble data may be written at the companion's place: not
-// over someone's file we cannot parse, never through a link.
-qint16 checkNewCompanion(const QString &companion)
-{
-    switch (companionAt(companion)) {
-    case Companion::Absent:
-        return QVResourceError::NoErr;
-    case Companion::Link:
-        return refuseLink(companion);
-    case Companion::File:
-    case Companion::Other:
-        break;
-    }
-    return QVResourceError::DuplicateFile;
-}
-
-// A new AppleDouble file in the layout macOS writes (Finder info, then fork).
-// Finder info is left out when the file keeps it elsewhere, so that empty
-// Finder info here never hides the real one.
-QVAppleDouble newAppleDouble(bool withFinderInfo)
-{
-    QVAppleDouble data;
-    data.filler = QByteArray("Mac OS X        ", 16);
-    if (withFinderInfo)
-        data.entries.append(
-            { QVAppleDouble::FinderInfo, QByteArray(QVAppleDouble::kFinderInfoSize, '\0'), 0 });
-    data.entries.append({ QVAppleDouble::ResourceFork, QByteArray(), 0 });
-    return data;
-}
-
-const QList<Place> kAppleDoublePlaces
-    = { Place::AppleDouble, Place::NetatalkFolder, Place::NetatalkMetadata };
-
-bool isDfont(const QString &path)
-{
-    return path.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive);
-}
-
-// Rewrites a data-fork resource file (.dfont) in one step: a temporary file
-// beside it takes the new fork, the file's permissions and its user extended
-// attributes (its Finder info may live there), reaches the disk and is renamed
-// over it. On any failure the file is left exactly as it was.
-qint16 replaceDataFork(const QString &path, const QByteArray &bytes)
-{
-    const QByteArray target = QVFileName::encode(path);
-    struct stat st;
-    if (::stat(target.constData(), &st) != 0)
-        return errnoToMac(errno);
-    const QFileInfo info(path);
-    QByteArray temporary = QVFileName::encode(info.absolutePath() + QStringLiteral("/.") + info.fileName())
-        + ".quorvel-XXXXXX";
-    const int fd = ::mkstemp(temporary.data());
-    if (fd < 0)
-        return errnoToMac(errno);
-    const QString temporaryPath = QVFileName::decode(temporary);
-    auto fail = [&](int error) {
-        ::close(fd);
-        ::unlink(temporary.constData());
-        return errnoToMac(error);
-    };
-    for (qint64 done = 0; done < bytes.size();) {
-        const ssize_t n = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return fail(n < 0 ? errno : ENOSPC);
-        done += n;
-    }
-    if (::fchmod(fd, st.st_mode & 07777) != 0)
-        return fail(errno);
-    // Root rewriting someone's font leaves it theirs.
-    if (::geteuid() == 0 && ::fchown(fd, st.st_uid, st.st_gid) != 0)
-        return fail(errno);
-    for (const QString &name : QVExtendedAttributes::list(path)) {
-        if (!name.startsWith(QLatin1String("user.")))
-            continue;
-        const QByteArray key = name.toUtf8();
-        int error = 0;
-        const auto value = QVExtendedAttributes::get(path, key.constData(), &error);
-        if (!value)
-            return fail(error ? error : EIO);
-        if (const int setError = QVExtendedAttributes::set(temporaryPath, key.constData(), *value))
-            return fail(setError);
-    }
-    if (::fsync(fd) != 0)
-        return fail(errno);
-    if (::close(fd) != 0) {
-        const int error = errno;
-        ::unlink(temporary.constData());
-        return errnoToMac(error);
-    }
-    if (::rename(temporary.constData(), target.constData()) != 0) {
-        const int error = errno;
-        ::unlink(temporary.constData());
-        return errnoToMac(error);
-    }
-    // The rename itself reaches the disk with the folder.
-    if (const int folder
-        = ::open(QVFileName::encode(info.absolutePath()).constData(), O_RDONLY | O_DIRECTORY);
-        folder >= 0) {
-        ::fsync(folder);
-        ::close(folder);
-    }
-    return QVResourceError::NoErr;
+    if (result == 0 && written)
+        *written = target->place;
+    return result;
 }
 
 } // namespace
@@ -322,42 +93,23 @@ qint16 QVForkStorage::readResourceFork(const QString &path, QByteArray *fork, Pl
     fork->clear();
     if (!fileExists(path))
         return QVResourceError::FileNotFound;
-    int attributeError = 0;
-    if (auto value = QVExtendedAttributes::get(path, kForkAttribute, &attributeError);
-        value && !value->isEmpty()) {
-        *fork = *value;
-        *place = Place::ExtendedAttribute;
-        return QVResourceError::NoErr;
-    }
-    bool unreadableCompanion = false;
-    for (Place candidate : { Place::AppleDouble, Place::NetatalkFolder }) {
-        const QString companion = companionPath(path, candidate);
-        const Companion state = companionAt(companion);
-        if (state == Companion::Link
-            || (state == Companion::File && ::access(QVFileName::encode(companion).constData(), R_OK) != 0)) {
-            unreadableCompanion = true;
+    bool unreadable = false;
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        if (!row.canKeep(QVAppleDouble::ResourceFork))
             continue;
-        }
-        const auto data = readAppleDouble(path, candidate);
-        if (data && !data->entry(QVAppleDouble::ResourceFork).isEmpty()) {
-            *fork = data->entry(QVAppleDouble::ResourceFork);
-            *place = candidate;
+        QByteArray bytes;
+        const qint16 result = row.read(row, path, QVAppleDouble::ResourceFork, &bytes);
+        if (result == QVResourceError::NoErr && !bytes.isEmpty()) {
+            *fork = bytes;
+            *place = row.place;
             return QVResourceError::NoErr;
         }
+        if (result == QVResourceError::Permission)
+            unreadable = true;
+        else if (result != QVResourceError::NoErr && result != QVResourceError::ResFileNotFound)
+            return result;
     }
-    if (isDfont(path)) {
-        qint16 error = 0;
-        const auto bytes = readFile(path, &error);
-        if (!bytes)
-            return error;
-        if (!bytes->isEmpty()) {
-            *fork = *bytes;
-            *place = Place::DataFork;
-            return QVResourceError::NoErr;
-        }
-    }
-    if (unreadableCompanion || attributeError == EACCES || attributeError == EPERM
-        || ::access(QVFileName::encode(path).constData(), R_OK) != 0)
+    if (unreadable || ::access(QVFileName::encode(path).constData(), R_OK) != 0)
         return QVResourceError::Permission;
     return QVResourceError::ResFileNotFound;
 }
@@ -369,53 +121,9 @@ qint16 QVForkStorage::writeResourceFork(
         *written = Place::None;
     if (!fileExists(path))
         return QVResourceError::FileNotFound;
-    if (place == Place::DataFork) {
-        const qint16 result = isDfont(path) ? replaceDataFork(path, fork) : QVResourceError::Permission;
-        if (result == 0 && written)
-            *written = place;
-        return result;
-    }
-    if (place == Place::ExtendedAttribute) {
-        const int error = QVExtendedAttributes::set(path, kForkAttribute, fork);
-        if (error == 0) {
-            if (written)
-                *written = place;
-            return QVResourceError::NoErr;
-        }
-        if (error != E2BIG && error != ENOSPC && error != ERANGE)
-            return errnoToMac(error);
-        // Too big for an attribute: the sidecar takes it, and only then does
-        // the attribute go.
-        auto data = readAppleDouble(path, Place::AppleDouble);
-        if (!data) {
-            if (const qint16 refused = checkNewCompanion(sidecarPath(path)); refused != 0)
-                return refused;
-            data = newAppleDouble(finderInfoPlace(path) == Place::None);
-        }
-        data->setEntry(QVAppleDouble::ResourceFork, fork);
-        if (const qint16 result = writeAppleDouble(path, Place::AppleDouble, *data); result != 0)
-            return result;
-        // The stale attribute would win over the sidecar on the next read.
-        if (const int removeError = QVExtendedAttributes::remove(path, kForkAttribute); removeError != 0)
-            return errnoToMac(removeError);
-        if (written)
-            *written = Place::AppleDouble;
-        return QVResourceError::NoErr;
-    }
-    if (place != Place::NetatalkFolder)
-        place = Place::AppleDouble;
-    auto data = readAppleDouble(path, place);
-    if (!data) {
-        // A companion that exists but does not parse is someone's data: keep it.
-        if (const qint16 refused = checkNewCompanion(companionPath(path, place)); refused != 0)
-            return refused;
-        data = newAppleDouble(finderInfoPlace(path) == Place::None);
-    }
-    data->setEntry(QVAppleDouble::ResourceFork, fork);
-    const qint16 result = writeAppleDouble(path, place, *data);
-    if (result == 0 && written)
-        *written = place;
-    return result;
+    const QVForkPlace &row = QVForkPlace::of(place);
+    return writeEntry(row.canKeep(QVAppleDouble::ResourceFork) ? row : QVForkPlace::of(Place::AppleDouble),
+        path, QVAppleDouble::ResourceFork, fork, written);
 }
 
 QVForkStorage::Place QVForkStorage::finderInfoPlace(const QString &path)
@@ -433,20 +141,14 @@ qint16 QVForkStorage::readFinderInfo(const QString &path, QByteArray *info, Plac
     *info = QByteArray(QVAppleDouble::kFinderInfoSize, '\0');
     if (!fileExists(path))
         return QVResourceError::FileNotFound;
-    if (auto value = QVExtendedAttributes::get(path, kFinderInfoAttribute); value && !value->isEmpty()) {
-        *info = value->left(QVAppleDouble::kFinderInfoSize);
-        info->resize(QVAppleDouble::kFinderInfoSize, '\0');
-        if (place)
-            *place = Place::ExtendedAttribute;
-        return QVResourceError::NoErr;
-    }
-    for (Place candidate : kAppleDoublePlaces) {
-        const auto data = readAppleDouble(path, candidate);
-        if (data && data->has(QVAppleDouble::FinderInfo)) {
-            *info = data->entry(QVAppleDouble::FinderInfo).left(QVAppleDouble::kFinderInfoSize);
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        QByteArray bytes;
+        if (row.canKeep(QVAppleDouble::FinderInfo)
+            && row.read(row, path, QVAppleDouble::FinderInfo, &bytes) == QVResourceError::NoErr) {
+            *info = bytes.left(QVAppleDouble::kFinderInfoSize);
             info->resize(QVAppleDouble::kFinderInfoSize, '\0');
             if (place)
-                *place = candidate;
+                *place = row.place;
             return QVResourceError::NoErr;
         }
     }
@@ -462,45 +164,13 @@ qint16 QVForkStorage::writeFinderInfo(const QString &path, const QByteArray &inf
     Place place = finderInfoPlace(path);
     if (place == Place::None) {
         const Place forkPlace = resourceForkPlace(path);
-        place = (forkPlace == Place::None || forkPlace == Place::DataFork) ? fallback : forkPlace;
+        place = forkPlace != Place::None && QVForkPlace::of(forkPlace).canKeep(QVAppleDouble::FinderInfo)
+            ? forkPlace
+            : fallback;
     }
-    if (place == Place::ExtendedAttribute) {
-        const int error = QVExtendedAttributes::set(path, kFinderInfoAttribute, bytes);
-        if (error == 0)
-            return QVResourceError::NoErr;
-        if (error != E2BIG && error != ENOSPC && error != ERANGE)
-            return errnoToMac(error);
-        place = Place::AppleDouble;
-        auto data = readAppleDouble(path, place);
-        if (!data) {
-            if (const qint16 refused = checkNewCompanion(sidecarPath(path)); refused != 0)
-                return refused;
-            data = newAppleDouble(true);
-        }
-        data->setEntry(QVAppleDouble::FinderInfo, bytes);
-        if (const qint16 result = writeAppleDouble(path, place, *data); result != 0)
-            return result;
-        if (const int removeError = QVExtendedAttributes::remove(path, kFinderInfoAttribute);
-            removeError != 0)
-            return errnoToMac(removeError);
-        return QVResourceError::NoErr;
-    }
-    if (place == Place::DataFork || place == Place::None)
-        place = Place::AppleDouble;
-    auto data = readAppleDouble(path, place);
-    if (!data) {
-        if (place != Place::NetatalkMetadata) {
-            if (const qint16 refused = checkNewCompanion(companionPath(path, place)); refused != 0)
-                return refused;
-        } else if (QVExtendedAttributes::get(path, kNetatalkAttribute)) {
-            return QVResourceError::DuplicateFile;
-        }
-        data = newAppleDouble(true);
-        if (place == Place::NetatalkMetadata)
-            data->removeEntry(QVAppleDouble::ResourceFork);
-    }
-    data->setEntry(QVAppleDouble::FinderInfo, bytes);
-    return writeAppleDouble(path, place, *data);
+    const QVForkPlace &row = QVForkPlace::of(place);
+    return writeEntry(row.canKeep(QVAppleDouble::FinderInfo) ? row : QVForkPlace::of(Place::AppleDouble),
+        path, QVAppleDouble::FinderInfo, bytes, nullptr);
 }
 
 bool QVForkStorage::isHidden(const QString &path)
@@ -533,12 +203,11 @@ QDateTime QVForkStorage::creationDate(const QString &path)
 {
     if (!fileExists(path))
         return {};
-    for (Place candidate : kAppleDoublePlaces) {
-        const auto data = readAppleDouble(path, candidate);
-        if (!data || !data->has(QVAppleDouble::FileDates))
-            continue;
-        const QByteArray dates = data->entry(QVAppleDouble::FileDates);
-        if (dates.size() < 4)
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        QByteArray dates;
+        if (!row.canKeep(QVAppleDouble::FileDates)
+            || row.read(row, path, QVAppleDouble::FileDates, &dates) != QVResourceError::NoErr
+            || dates.size() < 4)
             continue;
         const auto *p = reinterpret_cast<const quint8 *>(dates.constData());
         const quint32 raw
@@ -565,8 +234,8 @@ qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date
         return QVResourceError::Param;
     const QDateTime epoch(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
     const qint64 seconds = qBound(qint64(-0x7FFFFFFF), epoch.secsTo(date), qint64(0x7FFFFFFF));
-    for (Place candidate : kAppleDoublePlaces) {
-        auto data = readAppleDouble(path, candidate);
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        auto data = row.canKeep(QVAppleDouble::FileDates) ? row.load(row, path) : std::nullopt;
         if (!data)
             continue;
         QByteArray dates = data->entry(QVAppleDouble::FileDates);
@@ -590,7 +259,7 @@ qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date
         dates[2] = char(v >> 8);
         dates[3] = char(v);
         data->setEntry(QVAppleDouble::FileDates, dates);
-        return writeAppleDouble(path, candidate, *data);
+        return row.store(row, path, *data);
     }
     return QVResourceError::NoErr;
 }
@@ -607,18 +276,20 @@ bool QVForkStorage::isMetadataStore(const QString &path)
 QStringList QVForkStorage::companionFiles(const QString &path)
 {
     QStringList result;
-    for (const QString &companion : { sidecarPath(path), netatalkPath(path) }) {
-        if (companionAt(companion) == Companion::File)
-            result.append(companion);
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        if (row.companionAt(path) == QVForkPlace::Companion::File)
+            result.append(row.companionPath(path));
     }
     return result;
 }
 
 QString QVForkStorage::linkedCompanion(const QString &path)
 {
-    for (const QString &companion : { sidecarPath(path), netatalkPath(path) }) {
-        if (companionAt(companion) == Companion::Link)
-            return QVAtomicFile::isSymLink(companion) ? companion : QFileInfo(companion).absolutePath();
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        if (row.companionAt(path) != QVForkPlace::Companion::Link)
+            continue;
+        const QString companion = row.companionPath(path);
+        return QVAtomicFile::isSymLink(companion) ? companion : QFileInfo(companion).absolutePath();
     }
     return QString();
 }

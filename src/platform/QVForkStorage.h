@@ -1,7 +1,7 @@
 // Where a file's resource fork, Finder info and creation date live on Linux,
-// and reading and writing each there. Places are searched in this order, each
-// of the three on its own; the first that has it wins, and a write goes back to
-// the place it was read from:
+// and reading and writing each there. Places (the rows of QVForkPlace) are
+// searched in this order, each of the three on its own; the first that has it
+// wins, and a write goes back to the place it was read from:
 //   1. extended attributes user.com.apple.ResourceFork / user.com.apple.FinderInfo
 //   2. AppleDouble sidecar "._NAME" beside the file (the default for new data)
 //   3. netatalk 2 ".AppleDouble/NAME"

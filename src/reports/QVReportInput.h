@@ -1,16 +1,28 @@
 // What a report is made from: the outcome of one diagnosis and of the
-// resolution and organizing that followed it. The diagnosis fills it; the
-// report manager only reads it.
+// resolution and organizing that followed it. fromRun() fills it; the report
+// manager only reads it.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
 #include "engine/QVFontFile.h"
+#include "engine/QVProblemFont.h"
 
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <array>
+
+class QVFontDataManager;
 
 struct QVReportInput {
+    // The input of a diagnosis run's report: the run's counters (one per pass,
+    // in pass order, and the problem fonts), its problem list, the data
+    // manager's records; the scan type from the settings, and the folders the
+    // run was given, else the settings' font folders. The quarantine count is
+    // the caller's: it belongs to the store that the resolution moved fonts into.
+    static QVReportInput fromRun(const std::array<qint32, 4> &passCounts, qint32 totalFontProblems,
+        const QList<QVProblemFontPtr> &problemFonts, const QVFontDataManager &dataMgr,
+        const QStringList &manualScanFolders);
+
     // The diagnosis's counters, one per pass.
     qint32 fileStructureProblemCount = 0;
     qint32 missingBitmapProblemCount = 0;

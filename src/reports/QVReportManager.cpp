@@ -1,7 +1,7 @@
 #include "reports/QVReportManager.h"
 
-#include "diagnosis/QVProblemCounts.h"
 #include "engine/QVFontConstants.h"
+#include "engine/QVProblemCounts.h"
 #include "platform/QVFileName.h"
 #include "platform/QVUserAccount.h"
 #include "settings/QVLog.h"

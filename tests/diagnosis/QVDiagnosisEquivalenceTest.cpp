@@ -4,7 +4,7 @@
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDiagnosis.h"
-#include "diagnosis/QVProblemCounts.h"
+#include "engine/QVProblemCounts.h"
 #include "settings/QVSettings.h"
 #include "support/QVTestHome.h"
 

@@ -10,7 +10,7 @@
 // by a resolution are the records it added to the quarantine, one per font.
 #pragma once
 
-#include "diagnosis/QVProblemFont.h"
+#include "engine/QVProblemFont.h"
 
 #include <QList>
 

@@ -1,4 +1,4 @@
-#include "diagnosis/QVProblemCounts.h"
+#include "engine/QVProblemCounts.h"
 
 #include <QSet>
 
