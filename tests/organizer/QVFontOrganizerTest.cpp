@@ -17,7 +17,7 @@
 #include <unistd.h>
 
 using namespace qvorg;
-using namespace QVStoreFixtures;
+using namespace QVFixtures;
 
 namespace
 {
@@ -359,11 +359,11 @@ TEST_F(LibraryLayoutTest, OrganizingOneSourceTwiceNeitherLosesNorOverwritesAFile
     // A whole file arrives as it was; a suitcase member arrives in a new
     // suitcase holding the same strike.
     auto fontResources = [this](const QString &path) {
-        QStringList lines = fontToolsListing(extractFork(path, work + "/listing")).split('\n');
+        QStringList lines = fontToolsResources(extractFork(path, work + "/listing"));
         // Type, ID and size: the new suitcase names its strikes by family.
         QStringList strikes;
         for (const QString &line : lines.filter(QRegularExpression("^(NFNT|sfnt) ")))
-            strikes << line.section(' ', 0, 1) + ' ' + line.section(' ', -1);
+            strikes << line.section(' ', 0, 2);
         return strikes;
     };
     const QStringList serifStrikes = fontResources(source + "/c/Serif Suitcase");
