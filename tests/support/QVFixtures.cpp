@@ -39,7 +39,7 @@ ToolRun runTool(
     process.start(program, arguments);
     process.write(input);
     process.closeWriteChannel();
-    const bool finished = process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit;
+    const bool finished = process.waitForFinished(300000) && process.exitStatus() == QProcess::NormalExit;
     return { finished ? process.exitCode() : -1, process.readAllStandardOutput(),
         process.readAllStandardError() };
 }

@@ -35,7 +35,7 @@ inline const QString kC059ItalicPfb = QStringLiteral("/usr/share/fonts/X11/Type1
 inline const QString kPanicSansDfont = QStringLiteral("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont");
 
 struct ToolRun {
-    int exitCode = -1; // -1 when it could not run, crashed or took over two minutes
+    int exitCode = -1; // -1 when it could not run, crashed or took over five minutes
     QByteArray out;
     QByteArray err;
 };
