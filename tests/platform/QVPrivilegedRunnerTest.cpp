@@ -36,15 +36,6 @@ QStringList recordedArguments(const QString &launcher)
 
 } // namespace
 
-TEST(PrivilegedRunner, ExitStatusesBecomeTheAuthorizationTexts)
-{
-    EXPECT_TRUE(QVPrivilegedRunner::errorTextForExitStatus(0).isNull());
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(126), QStringLiteral("Not Authorized"));
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(127), QStringLiteral("Not Authorized"));
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(1), QStringLiteral("Authorization Error: 1"));
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(-1), QStringLiteral("Authorization Error: -1"));
-}
-
 TEST(PrivilegedRunner, ArgumentsReachTheLauncherVerbatimWithoutAShell)
 {
     QTemporaryDir dir;
@@ -100,16 +91,4 @@ TEST(PrivilegedRunner, AsRootTheToolRunsDirectly)
     // The tool's own failure comes back as an authorization error with its status.
     EXPECT_EQ(runner.runWithAdministratorRights(QStringLiteral("/bin/mv"), { "-f", source, destination }),
         QStringLiteral("Authorization Error: 1"));
-}
-
-TEST(PrivilegedRunner, TestsCanReplaceTheSharedRunner)
-{
-    QTemporaryDir dir;
-    auto replacement = std::make_shared<QVPrivilegedRunner>(makeLauncher(dir, 126));
-    QVPrivilegedRunner::setShared(replacement);
-    EXPECT_EQ(QVPrivilegedRunner::shared(), replacement);
-    EXPECT_EQ(QVPrivilegedRunner::shared()->runWithAdministratorRights("/usr/bin/fc-cache", { "-r" }),
-        QStringLiteral("Not Authorized"));
-    QVPrivilegedRunner::setShared(nullptr);
-    EXPECT_NE(QVPrivilegedRunner::shared(), replacement);
 }
