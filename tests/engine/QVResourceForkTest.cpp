@@ -328,35 +328,6 @@ TEST_F(QVResourceForkTest, ANewSuitcaseWeFillReadsBackInFontToolsShowfondAndFree
     EXPECT_EQ(faces(panic), faces(kPanicSansDfont));
 }
 
-TEST_F(QVResourceForkTest, LookupsSearchOnlyTheGivenFileAndRestoreTheCurrentOne)
-{
-    const QString a = install(ufondRaw(), QStringLiteral("A"), QVForkStorage::Place::AppleDouble);
-    const QString b = path(QStringLiteral("B"));
-    ASSERT_EQ(fork.createNewResourceFileAtPath(b, qvFourCC("DMOV"), qvFourCC("FFIL")), 0);
-    const qint16 refA = fork.openResourceFile(QVPermission::Read, a);
-    const qint16 refB = fork.openResourceFile(QVPermission::Read, b);
-    ASSERT_GE(refA, 1);
-    ASSERT_GE(refB, 1);
-    EXPECT_NE(refA, refB);
-    EXPECT_TRUE(fork.getIndexResource(refA, kFOND, 1));
-    EXPECT_FALSE(fork.getIndexResource(refB, kFOND, 1));
-    EXPECT_EQ(fork.countResourceTypes(refA, kNFNT), 3);
-    EXPECT_EQ(fork.countResourceTypes(refB, kNFNT), 0);
-    EXPECT_TRUE(fork.getResourcesOfType(kNFNT, 12345).isEmpty());
-    EXPECT_FALSE(fork.getIndexResource(refA, kNFNT, 4));
-    EXPECT_FALSE(fork.getIndexResource(refA, kNFNT, 0));
-    EXPECT_EQ(fork.getCurrentResource(), refB);
-    EXPECT_EQ(fork.getIndexResource(refA, kFOND, 1), fork.getIndexResource(refA, kFOND, 1));
-    EXPECT_TRUE(fork.getNamedResource(QStringLiteral("DejaVu Sans"), kFOND, refA));
-    // Closing the current file makes the one opened before it current; a
-    // second open answers the same number; probing keeps an open fork open.
-    fork.closeResourceFile(refB);
-    EXPECT_EQ(fork.getCurrentResource(), refA);
-    EXPECT_EQ(fork.openResourceFile(QVPermission::Read, a), refA);
-    EXPECT_TRUE(fork.hasResourceFork(a));
-    EXPECT_TRUE(QVResourceManager::openFiles().contains(refA));
-}
-
 TEST_F(QVResourceForkTest, MissingPlainAndDamagedForksAreErrorsAndNeverReplaced)
 {
     for (quint8 permission : { QVPermission::Read, QVPermission::ReadWrite }) {

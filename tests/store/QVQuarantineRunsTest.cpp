@@ -6,6 +6,7 @@
 #include "engine/QVResourceManager.h"
 #include "platform/QVAppleDouble.h"
 #include "platform/QVExtendedAttributes.h"
+#include "platform/QVFilePair.h"
 #include "settings/QVProgress.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
@@ -77,20 +78,6 @@ protected:
 
 } // namespace
 
-TEST_F(QuarantineRunsTest, RowsAreSortedAndSearchIgnoresCaseAndAccents)
-{
-    quarantine({ "f/Zapf.ttf", "f/ARIAL Black.ttf", "f/Arial.ttf", "f/Ärial Narrow.ttf", "f/Times.ttf" });
-    runs.updateRowArray();
-    EXPECT_EQ(rowNames(), (QStringList { "ARIAL Black", "Arial", "Times", "Zapf", "Ärial Narrow" }));
-    EXPECT_EQ(runs.rowArray.first().value("fileName").toString(), QStringLiteral("ARIAL Black.ttf"));
-    runs.checkedRowsArray = { 0, 1 };
-    runs.handleSearch("ari");
-    EXPECT_EQ(rowNames(), (QStringList { "ARIAL Black", "Arial", "Ärial Narrow" }));
-    EXPECT_TRUE(runs.checkedRowsArray.isEmpty());
-    runs.handleSearch("");
-    EXPECT_EQ(runs.rowArray.size(), 5);
-}
-
 TEST_F(QuarantineRunsTest, ARoundTripKeepsEveryForkPlaceByteIdentical)
 {
     const QByteArray fork = dejaVuSerifFork(home.path() + "/work");
@@ -114,11 +101,21 @@ TEST_F(QuarantineRunsTest, ARoundTripKeepsEveryForkPlaceByteIdentical)
         QVExtendedAttributes::set(paths.last(), QVForkStorage::kNetatalkAttribute, metadata.serialize()), 0);
     ASSERT_EQ(QVForkStorage::finderInfoPlace(paths.last()), QVForkStorage::Place::NetatalkMetadata);
     QStringList hashes;
-    for (const QString &path : std::as_const(paths))
+    QList<Place> places;
+    for (const QString &path : std::as_const(paths)) {
         hashes << forkHashes(path);
+        places << QVForkStorage::resourceForkPlace(path);
+    }
     quarantine(paths.replaceInStrings(home.path() + "/", ""), 0);
-    for (const QString &path : std::as_const(paths))
-        ASSERT_FALSE(QFileInfo::exists(home.path() + "/" + path));
+    // In the quarantine, each file with its fork and Finder info in the same place.
+    for (int i = 0; i < paths.size(); ++i) {
+        const QString moved = store.quarantineFolderPath() + "/"
+            + store.quarantinedFilesDataArray.at(i).value("quarantineFileName").toString();
+        EXPECT_EQ(forkHashes(moved), hashes.at(i)) << qPrintable(paths.at(i));
+        EXPECT_EQ(QVForkStorage::resourceForkPlace(moved), places.at(i)) << qPrintable(paths.at(i));
+        EXPECT_TRUE(QVFilePair::companions(home.path() + "/" + paths.at(i)).isEmpty());
+        ASSERT_FALSE(QFileInfo::exists(home.path() + "/" + paths.at(i)));
+    }
     QDir(home.path() + "/fonts").removeRecursively(); // restoring makes the folders again
     const auto result = restore();
     EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
@@ -128,37 +125,6 @@ TEST_F(QuarantineRunsTest, ARoundTripKeepsEveryForkPlaceByteIdentical)
     EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
     EXPECT_EQ(QDir(store.quarantineFolderPath()).entryList(QDir::Files | QDir::Hidden),
         QStringList { "dataSource" });
-}
-
-TEST_F(QuarantineRunsTest, ASuitcaseMemberGoesBackIntoItsSuitcaseOrWholeWhenItIsGone)
-{
-    const QString work = home.path() + "/work", path = home.path() + "/fonts/Two";
-    ASSERT_TRUE(makeSuitcase(path, mergeForks(c059Fork(work), dejaVuSerifFork(work))));
-    const QString before = fontToolsFONDEntries(extractFork(path, work + "/0"));
-    ASSERT_EQ(before.count('\n'), 2);
-    auto file = examined(path);
-    for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
-        if (status->fontName == "DejaVu Serif") {
-            ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, status, "r").isNull());
-        }
-    }
-    ASSERT_TRUE(store.commitQuarantine().isNull());
-    auto result = restore();
-    EXPECT_EQ(result.handledRows.size(), 1);
-    EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
-    const QString after = fontToolsFONDEntries(extractFork(path, work + "/1"));
-    EXPECT_EQ(after.count('\n'), 2) << qPrintable(after);
-    EXPECT_TRUE(after.contains("DejaVu Serif 2100 10/0/2100")) << qPrintable(after);
-    EXPECT_FALSE(QFileInfo::exists(store.quarantineFolderPath() + "/DejaVu Serif"));
-    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
-    // The last family out deletes the source; restoring brings the file back whole.
-    file = examined(path);
-    for (const QVStatusPtr &status : std::as_const(file->fontStatusArray))
-        ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, status, "r").isNull());
-    ASSERT_FALSE(QFileInfo::exists(path));
-    result = restore();
-    EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
-    EXPECT_EQ(fontToolsFONDEntries(extractFork(path, work + "/2")).count('\n'), 2);
 }
 
 TEST_F(QuarantineRunsTest, MembersTakenOutByAKilledRunAreListedAndComeBack)
@@ -218,48 +184,25 @@ TEST_F(QuarantineRunsTest, MissingFilesAreSkippedOnRestoreAndDroppedOnRemoval)
     EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/Gamma 1.otf"));
 }
 
-TEST_F(QuarantineRunsTest, ElevenRowsShowProgressAndCanBeCancelled)
+TEST_F(QuarantineRunsTest, ACancelledRestoreStopsBeforeTheNextRowAndKeepsTheRest)
 {
     QStringList files;
-    for (int i = 0; i < 22; ++i)
+    for (int i = 0; i < 11; ++i)
         files << QStringLiteral("f/F%1.otf").arg(i, 2, 10, QLatin1Char('0'));
     quarantine(files);
     QVProgress progress;
     runs.progress = &progress;
-    int changes = 0;
-    QObject::connect(&progress, &QVProgress::changed, [&changes]() { ++changes; });
-    restore(files.mid(0, 10).replaceInStrings("f/", "").replaceInStrings(".otf", ""));
-    EXPECT_EQ(changes, 0);
-    // Cancel is asked during the second row of eleven, and met as the third begins.
+    // Asked during the second of eleven rows, met as the third begins.
     QObject::connect(&progress, &QVProgress::changed, [&]() {
-        if (progress.value() > 2 * 100.0 / 12 - 0.01 && progress.value() < 99)
-            runs.cancelRequested = true;
+        runs.cancelRequested
+            = runs.cancelRequested || (progress.value() > 150.0 / 11 && progress.value() < 99);
     });
-    check({});
-    runs.checkedRowsArray.removeLast();
-    const auto result = runs.restoreQuarantinedFiles();
+    const auto result = restore();
     EXPECT_EQ(progress.label(), QStringLiteral("Restoring Font files..."));
     EXPECT_TRUE(result.cancelled);
     EXPECT_EQ(result.handledRows.size(), 2);
     EXPECT_DOUBLE_EQ(progress.value(), 100);
-    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 10);
-}
-
-TEST_F(QuarantineRunsTest, AFolderChosenAfterAnErrorServesOneRowUnlessAppliedToAll)
-{
-    quarantine({ "f/Alpha.otf", "f/Beta.otf", "g/Gamma.otf", "g/Delta.otf" });
-    const QString chosen = home.path() + "/chosen";
-    QDir().mkpath(chosen);
-    for (const bool applyToAll : { false, true }) {
-        runs.isHandlingError = true;
-        runs.applyToAll = applyToAll;
-        const QStringList pair
-            = applyToAll ? QStringList { "Delta", "Gamma" } : QStringList { "Alpha", "Beta" };
-        EXPECT_TRUE(restore(pair, chosen).errors.isEmpty());
-        EXPECT_TRUE(QFileInfo::exists(chosen + "/" + pair.at(0) + ".otf"));
-        EXPECT_EQ(QFileInfo::exists(chosen + "/" + pair.at(1) + ".otf"), applyToAll);
-    }
-    EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/Beta.otf"));
+    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 9);
 }
 
 TEST_F(QuarantineRunsTest, ARestoreTakesNoPathFromTheIndexOnTrust)

@@ -5,9 +5,6 @@
 
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
-#include "platform/QVAppleDouble.h"
-#include "platform/QVExtendedAttributes.h"
-#include "platform/QVFilePair.h"
 #include "platform/QVPrivilegedRunner.h"
 #include "platform/QVWriteFault.h"
 #include "store/QVPropertyList.h"
@@ -149,55 +146,6 @@ TEST(QVQuarantineStore, CollectionsVanishedFilesAndFontsMovedAlready)
     auto unmoved = oneFont(home.path() + "/f/Unmoved.otf");
     store.addFileToQuarantineDataSource("Unmoved.otf", unmoved, unmoved->fontStatusArray.first(), "r");
     EXPECT_EQ(store.quarantinedFilesDataArray.size(), 2);
-}
-
-TEST(QVQuarantineStore, MovesKeepForksAndFinderInfoInEveryPlace)
-{
-    QVTestHome home;
-    QVQuarantineStore store;
-    const QByteArray fork = dejaVuSerifFork(home.path() + "/work"); // small enough for an attribute
-    ASSERT_FALSE(fork.isEmpty()) << "otf2bdf/ufond failed";
-    const struct {
-        Place forkPlace, infoPlace;
-        const char *name;
-    } cases[] = { { Place::ExtendedAttribute, Place::ExtendedAttribute, "Serif" },
-        { Place::AppleDouble, Place::AppleDouble, "Serif" },
-        { Place::NetatalkFolder, Place::NetatalkFolder, "Serif" },
-        { Place::None, Place::NetatalkMetadata, "Serif.ttf" },
-        { Place::DataFork, Place::AppleDouble, "Serif.dfont" } };
-    int n = 0;
-    for (const auto &c : cases) {
-        const QString path = home.path() + QStringLiteral("/fonts/%1/").arg(n++) + QLatin1String(c.name);
-        const QByteArray info = QByteArray("FFILDMOV").leftJustified(32, '\0');
-        ASSERT_TRUE(writeFile(path,
-            c.forkPlace == Place::DataFork   ? fork
-                : c.forkPlace == Place::None ? readFile(kDejaVuSerif)
-                                             : QByteArray()));
-        if (c.forkPlace != Place::DataFork && c.forkPlace != Place::None) {
-            ASSERT_EQ(QVForkStorage::writeResourceFork(path, fork, c.forkPlace), 0);
-        }
-        if (c.infoPlace == Place::NetatalkMetadata) {
-            // What netatalk 3 writes: an AppleDouble blob in an attribute.
-            QVAppleDouble metadata;
-            metadata.setEntry(QVAppleDouble::FinderInfo, info);
-            ASSERT_EQ(
-                QVExtendedAttributes::set(path, QVForkStorage::kNetatalkAttribute, metadata.serialize()), 0);
-        } else {
-            ASSERT_EQ(QVForkStorage::writeFinderInfo(path, info, c.infoPlace), 0);
-        }
-        ASSERT_EQ(QVForkStorage::resourceForkPlace(path), c.forkPlace);
-        ASSERT_EQ(QVForkStorage::finderInfoPlace(path), c.infoPlace);
-        const QString before = forkHashes(path);
-        ASSERT_TRUE(quarantine(store, oneFont(path, 0, 0)).isNull());
-        const QString moved
-            = store.quarantineFolderPath() + "/" + names(store.quarantinedFilesDataArray).last();
-        SCOPED_TRACE(
-            qPrintable(QVForkStorage::placeName(c.forkPlace) + "/" + QVForkStorage::placeName(c.infoPlace)));
-        EXPECT_EQ(forkHashes(moved), before);
-        EXPECT_EQ(QVForkStorage::resourceForkPlace(moved), c.forkPlace);
-        EXPECT_TRUE(QVFilePair::companions(path).isEmpty());
-        EXPECT_FALSE(QFileInfo::exists(path));
-    }
 }
 
 TEST(QVQuarantineStore, SisterOutlinesFollowUnlessAnotherBitmapNeedsThem)

@@ -174,36 +174,6 @@ TEST(ReportStore, ClearingRemovesReportsAndIndexButNothingOutsideOrBehindALink)
     EXPECT_EQ(QDir(elsewhere).entryList(QDir::Files), QStringList({ "dataSource", "keep.html" }));
 }
 
-TEST(ReportStore, RenameAndRemoveFollowTheNewestReportInTheSettings)
-{
-    QVTestHome home;
-    QVReportStore store;
-    ASSERT_TRUE(
-        store.addFileToReports(report("Later", "l", 1, 0, QDateTime(QDate(2024, 3, 1), QTime(8, 0), Qt::UTC)))
-            .isNull());
-    ASSERT_TRUE(store
-                    .addFileToReports(
-                        report("Earlier", "e", 1, 0, QDateTime(QDate(2024, 2, 1), QTime(8, 0), Qt::UTC)))
-                    .isNull());
-    const QList<QVariantMap> byDate = store.recordsByDate();
-    EXPECT_EQ(byDate.at(0).value("reportName").toString(), "Earlier");
-    const QString later = byDate.at(1).value("filePath").toString();
-    QVSettings settings;
-    settings.setLastReportFilePath(later);
-    settings.setLastReportName("Later");
-    EXPECT_TRUE(store.renameReport(later, "Spring job").isNull());
-    EXPECT_TRUE(store.renameReport(later, QString()).isNull()); // empty: unchanged
-    EXPECT_EQ(settings.lastReportName(), "Spring job");
-    EXPECT_TRUE(QFileInfo::exists(later)); // the file keeps its name
-    EXPECT_EQ(QVReportStore().recordsByDate().at(1).value("reportName").toString(), "Spring job");
-    EXPECT_FALSE(store.renameReport("/nowhere", "x").isNull());
-    EXPECT_TRUE(store.removeReports({ later }).isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(later));
-    EXPECT_FALSE(settings.hasStoredValue("lastReportFilePath"));
-    EXPECT_FALSE(settings.hasStoredValue("lastReportName"));
-    EXPECT_EQ(QVReportStore().reportFilesDataArray().size(), 1);
-}
-
 TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsTheRealFcCacheWithRights)
 {
     QVTestHome home;
@@ -229,23 +199,6 @@ TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsTheRealFcCacheWithRigh
     QVPrivilegedRunner::setShared(std::make_shared<RecordingRunner>("Not Authorized"));
     EXPECT_EQ(store.cleanFontCaches(), QStringLiteral("Not Authorized"));
     QVPrivilegedRunner::setShared(nullptr);
-}
-
-TEST(ReportStore, BrowsersGetAFreshHtmlCopyInTheCache)
-{
-    QVTestHome home;
-    const CacheHome cacheHome(home);
-    QVReportStore store;
-    ASSERT_TRUE(store.addFileToReports(report("Scan 1/2/2024", "<html>one</html>")).isNull());
-    const QString path = store.reportFilesDataArray().last().value("filePath").toString();
-    QString error;
-    const QString copy = store.browserCopyOfReport(path, &error);
-    EXPECT_EQ(copy, home.path() + "/.cache/Quorvel/Reports/Scan122024.html");
-    EXPECT_EQ(readFile(copy), QByteArray("<html>one</html>"));
-    ASSERT_TRUE(writeFile(path, "<html>two</html>"));
-    EXPECT_EQ(readFile(store.browserCopyOfReport(path, &error)), QByteArray("<html>two</html>"));
-    EXPECT_TRUE(store.browserCopyOfReport(path + "-gone", &error).isEmpty());
-    EXPECT_FALSE(error.isEmpty());
 }
 
 TEST(ReportIndexPlist, ValuesSurviveTheRoundTripAndBadInputIsRefused)
