@@ -84,24 +84,6 @@ TEST(QVSettings, FontFolderPathsFallBackToTheFoldersThatExist)
     EXPECT_EQ(settings.fontFolderPaths(), expected);
 }
 
-TEST(QVSettings, RecentScansKeepTheFiveNewestFolders)
-{
-    QVTestHome home;
-    QVSettings settings;
-    EXPECT_FALSE(settings.recentScanFolderPaths().has_value());
-    for (int i = 1; i <= 6; ++i)
-        settings.addRecentScan(QStringLiteral("/f%1").arg(i));
-    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList { "/f2", "/f3", "/f4", "/f5", "/f6" }));
-    settings.removeRecentScan(QStringLiteral("/f5"));
-    settings.removeRecentScan(QStringLiteral("/nowhere"));
-    EXPECT_EQ(*settings.recentScanFolderPaths(), (QStringList { "/f2", "/f3", "/f4", "/f6" }));
-    // A one-folder list survives the round trip through the store.
-    QVTestHome other;
-    QVSettings single;
-    single.addRecentScan(QStringLiteral("/only"));
-    EXPECT_EQ(*QVSettings().recentScanFolderPaths(), QStringList { QStringLiteral("/only") });
-}
-
 TEST(QVLog, WritesToTheDataFolderOnlyWhenLoggingIsOn)
 {
     QVTestHome home;

@@ -20,8 +20,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMutex>
-#include <QSemaphore>
-#include <QThread>
 #include <QWaitCondition>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
