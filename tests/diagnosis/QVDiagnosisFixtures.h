@@ -7,11 +7,11 @@
 #include "engine/QVFontExaminer.h"
 #include "engine/QVFontFile.h"
 #include "engine/QVStatus.h"
+#include "support/QVFixtures.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 #include <gtest/gtest.h>
@@ -70,70 +70,32 @@ inline QVStatusPtr withDefect(QVStatusPtr status, const char *message)
     return status;
 }
 
-// otf2bdf exits with a non-zero status on success, so for it the output file
-// is what tells.
-inline bool runTool(const QString &program, const QStringList &arguments, const QString &workingDirectory,
-    bool checkExitCode = true)
-{
-    QProcess process;
-    process.setWorkingDirectory(workingDirectory);
-    process.start(program, arguments);
-    if (!process.waitForFinished(30000) || process.exitStatus() != QProcess::NormalExit
-        || (checkExitCode && process.exitCode() != 0)) {
-        ADD_FAILURE() << qPrintable(program) << " failed: " << process.readAllStandardError().constData();
-        return false;
-    }
-    return true;
-}
+using QVFixtures::copyFont;
+using QVFixtures::runTool;
 
 // A PostScript Type 1 outline file as a Mac keeps it on a Linux share: the
 // empty data file named by the PostScript file name rule, its LWFN resource
 // fork in the AppleDouble sidecar beside it (t1mac).
 inline QString makeOutlineFile(const QString &folder, const QString &fileName = kNimbusPS533Name)
 {
-    QDir().mkpath(folder);
-    const QString path = folder + QLatin1Char('/') + fileName;
-    runTool(QStringLiteral("t1mac"),
-        { QStringLiteral("--appledouble"), QStringLiteral("-n"), fileName, QStringLiteral("-o"),
-            QStringLiteral("._") + fileName,
-            QStringLiteral("/usr/share/fonts/type1/urw-base35/NimbusSans-Regular.t1") },
-        folder);
-    QFile data(path);
-    EXPECT_TRUE(data.open(QIODevice::WriteOnly));
+    const QString path = QVFixtures::makeLwfn(
+        folder, fileName, QStringLiteral("/usr/share/fonts/type1/urw-base35/NimbusSans-Regular.t1"));
+    EXPECT_FALSE(path.isEmpty()) << "t1mac made no " << qPrintable(fileName);
     return path;
 }
 
-// A bitmap font suitcase (a .dfont) of Nimbus Sans strikes: BDFs from
-// otf2bdf, merged into one FOND by ufond.
+// A bitmap font suitcase (a .dfont) of Nimbus Sans strikes made by ufond.
 inline QString makeBitmapSuitcase(const QString &folder, const QList<int> &sizes)
 {
-    QDir().mkpath(folder);
-    QStringList bdfs;
-    for (int size : sizes) {
-        const QString bdf = QStringLiteral("strike%1.bdf").arg(size);
-        runTool(QStringLiteral("otf2bdf"),
-            { QStringLiteral("-p"), QString::number(size), QStringLiteral("-l"), QStringLiteral("32_126"),
-                QStringLiteral("-o"), bdf,
-                QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf") },
-            folder, false);
-        EXPECT_GT(QFileInfo(folder + QLatin1Char('/') + bdf).size(), 0)
-            << "otf2bdf made no " << qPrintable(bdf);
-        bdfs << bdf;
-    }
-    runTool(QStringLiteral("ufond"), QStringList { QStringLiteral("-dfont") } + bdfs, folder);
-    for (const QString &bdf : std::as_const(bdfs))
-        QFile::remove(folder + QLatin1Char('/') + bdf);
+    QList<QVFixtures::Strike> strikes;
+    for (int size : sizes)
+        strikes.append(
+            { QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf"), size });
     const QString path = folder + QStringLiteral("/Nimbus Sans.fam.dfont");
-    EXPECT_TRUE(QFileInfo::exists(path)) << qPrintable(path);
-    return path;
-}
-
-// A copy of an installed font file.
-inline QString copyFont(const QString &source, const QString &folder, const QString &name = QString())
-{
-    QDir().mkpath(folder);
-    const QString path = folder + QLatin1Char('/') + (name.isEmpty() ? QFileInfo(source).fileName() : name);
-    EXPECT_TRUE(QFile::copy(source, path)) << qPrintable(path);
+    const QByteArray fork = QVFixtures::ufondFork(folder + QStringLiteral("/.work"), strikes);
+    EXPECT_FALSE(fork.isEmpty()) << "otf2bdf or ufond failed";
+    EXPECT_TRUE(QVFixtures::writeFile(path, fork)) << qPrintable(path);
+    QDir(folder + QStringLiteral("/.work")).removeRecursively();
     return path;
 }
 

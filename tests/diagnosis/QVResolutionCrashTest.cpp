@@ -8,8 +8,8 @@
 #include "store/QVPropertyList.h"
 #include "store/QVQuarantineRuns.h"
 #include "store/QVQuarantineStore.h"
-#include "store/QVStoreFixtures.h"
 #include "store/QVSuitcaseSurgery.h"
+#include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
 #include <QCryptographicHash>
@@ -94,10 +94,9 @@ Fonts makeAllFonts(const QVTestHome &home, const QByteArray &suitcaseFork)
     for (const QString &path : std::as_const(fonts.paths))
         fonts.hashes << hashes(path);
     fonts.suitcase = home.path() + "/fonts/Two";
-    EXPECT_TRUE(
-        QVStoreFixtures::makeSuitcase(fonts.suitcase, suitcaseFork, QVForkStorage::Place::AppleDouble));
-    fonts.members = QVStoreFixtures::fontToolsMembers(
-        { QVStoreFixtures::extractFork(fonts.suitcase, home.path() + "/m") });
+    EXPECT_TRUE(QVFixtures::makeSuitcase(fonts.suitcase, suitcaseFork, QVForkStorage::Place::AppleDouble));
+    fonts.members
+        = QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/m") });
     return fonts;
 }
 
@@ -110,7 +109,7 @@ void expectNothingLost(const QVTestHome &home, const Fonts &fonts)
     EXPECT_TRUE(store.unrecordedFiles.isEmpty()) << qPrintable(store.unrecordedFiles.join(", "));
     QStringList forks;
     if (QFileInfo::exists(fonts.suitcase))
-        forks << QVStoreFixtures::extractFork(fonts.suitcase, home.path() + "/check");
+        forks << QVFixtures::extractFork(fonts.suitcase, home.path() + "/check");
     for (int i = 0; i < fonts.paths.size(); ++i) {
         if (QFileInfo::exists(fonts.paths.at(i))) {
             EXPECT_EQ(hashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
@@ -127,11 +126,11 @@ void expectNothingLost(const QVTestHome &home, const Fonts &fonts)
     }
     for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray)) {
         if (record.value("originalFilePath").toString() == fonts.suitcase)
-            forks << QVStoreFixtures::extractFork(
+            forks << QVFixtures::extractFork(
                 store.quarantineFolderPath() + "/" + record.value("quarantineFileName").toString(),
                 home.path() + "/check/" + QString::number(forks.size()));
     }
-    EXPECT_EQ(QVStoreFixtures::fontToolsMembers(forks), fonts.members);
+    EXPECT_EQ(QVFixtures::fontToolsMembers(forks), fonts.members);
     QVResourceManager::closeAll();
 }
 
@@ -190,8 +189,8 @@ TEST(QVResolutionCrash, AResolutionKilledAfterEachMoveLosesNoFont)
 TEST(QVResolutionCrash, AResolutionKilledBeforeAnyWriteLosesNoFont)
 {
     QVTestHome work;
-    const QByteArray both = QVStoreFixtures::mergeForks(
-        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    const QByteArray both
+        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
     ASSERT_FALSE(both.isEmpty());
     for (int n = 1;; ++n) {
         SCOPED_TRACE(n);
@@ -232,8 +231,8 @@ TEST(QVResolutionCrash, TheIndexIsWrittenOnceAndTheJournalHoldsEveryMoveUntilThe
 TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
 {
     QVTestHome work;
-    const QByteArray both = QVStoreFixtures::mergeForks(
-        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    const QByteArray both
+        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
     ASSERT_FALSE(both.isEmpty());
     int writes = 0;
     {
@@ -260,8 +259,8 @@ TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
 TEST(QVResolutionCrash, ARestoreMeetingAFullDiskAtAnyWriteLosesNoFont)
 {
     QVTestHome work;
-    const QByteArray both = QVStoreFixtures::mergeForks(
-        QVStoreFixtures::c059Fork(work.path()), QVStoreFixtures::dejaVuSerifFork(work.path()));
+    const QByteArray both
+        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
     ASSERT_FALSE(both.isEmpty());
     for (int n = 1;; ++n) {
         SCOPED_TRACE(n);
@@ -293,8 +292,8 @@ TEST(QVResolutionCrash, ARestoreMeetingAFullDiskAtAnyWriteLosesNoFont)
         EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
         for (int i = 0; i < fonts.paths.size(); ++i)
             EXPECT_EQ(hashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
-        EXPECT_EQ(QVStoreFixtures::fontToolsMembers(
-                      { QVStoreFixtures::extractFork(fonts.suitcase, home.path() + "/end") }),
+        EXPECT_EQ(
+            QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/end") }),
             fonts.members);
         QVResourceManager::closeAll();
         if (writes < n)

@@ -10,8 +10,8 @@
 #include "settings/QVSettings.h"
 #include "store/QVFileManager.h"
 #include "store/QVQuarantineStore.h"
-#include "store/QVStoreFixtures.h"
 #include "store/QVSuitcaseSurgery.h"
+#include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
@@ -23,17 +23,15 @@
 namespace qvorg
 {
 
-inline const QString kDejaVuSans = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
-inline const QString kDejaVuSansBold = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSans-Bold.ttf");
-inline const QString kDejaVuSerif = QStringLiteral("/usr/share/fonts/truetype/dejavu/DejaVuSerif.ttf");
+using QVFixtures::kC059Roman;
+using QVFixtures::kDejaVuSans;
+using QVFixtures::kDejaVuSansBold;
+using QVFixtures::kDejaVuSerif;
+using QVFixtures::kPanicSansDfont;
 inline const QString kNimbusBoldItalic
     = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-BoldItalic.otf");
 inline const QString kNimbusRegular
     = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
-// A real suitcase of four TrueType fonts (Plain, Bold, Italic, "Bold, Italic")
-// with PostScript names; its data fork is the resource fork.
-inline const QString kPanicSansDfont = QStringLiteral("/usr/share/ruby-prawn/fonts/Panic+Sans.dfont");
-inline const QString kC059Roman = QStringLiteral("/usr/share/fonts/opentype/urw-base35/C059-Roman.otf");
 
 class OrganizerTest : public ::testing::Test
 {
@@ -134,21 +132,21 @@ protected:
     {
         QMap<QString, QString> hashes;
         for (const QString &file : filesBelow(folder))
-            hashes.insert(file, QVStoreFixtures::forkHashes(folder + QLatin1Char('/') + file));
+            hashes.insert(file, QVFixtures::forkHashes(folder + QLatin1Char('/') + file));
         return hashes;
     }
 
     // A suitcase of bitmap strikes made by otf2bdf and ufond, its fork in an
-    // AppleDouble sidecar, named as QVStoreFixtures::withPostScriptName says.
-    QString makeSuitcase(const QString &path, const QList<QVStoreFixtures::Strike> &strikes,
+    // AppleDouble sidecar, named as QVFixtures::withPostScriptName says.
+    QString makeSuitcase(const QString &path, const QList<QVFixtures::Strike> &strikes,
         const QByteArray &postScriptName = QByteArray())
     {
         QByteArray fork
-            = QVStoreFixtures::ufondFork(work + QLatin1Char('/') + QFileInfo(path).fileName(), strikes);
+            = QVFixtures::ufondFork(work + QLatin1Char('/') + QFileInfo(path).fileName(), strikes);
         EXPECT_FALSE(fork.isEmpty()) << "ufond made nothing for " << qPrintable(path);
         if (!postScriptName.isEmpty())
-            fork = QVStoreFixtures::withPostScriptName(fork, postScriptName);
-        EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, fork, QVForkStorage::Place::AppleDouble));
+            fork = QVFixtures::withPostScriptName(fork, postScriptName);
+        EXPECT_TRUE(QVFixtures::makeSuitcase(path, fork, QVForkStorage::Place::AppleDouble));
         return path;
     }
 
@@ -157,7 +155,7 @@ protected:
     {
         QFile dfont(kPanicSansDfont);
         EXPECT_TRUE(dfont.open(QIODevice::ReadOnly));
-        EXPECT_TRUE(QVStoreFixtures::makeSuitcase(path, dfont.readAll(), QVForkStorage::Place::AppleDouble));
+        EXPECT_TRUE(QVFixtures::makeSuitcase(path, dfont.readAll(), QVForkStorage::Place::AppleDouble));
         return path;
     }
 

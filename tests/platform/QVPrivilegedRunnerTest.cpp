@@ -1,115 +1,56 @@
+// The runner for commands that need the administrator, with a stand-in for
+// pkexec that records what reaches it.
 #include "platform/QVPrivilegedRunner.h"
 
-#include <QFile>
+#include "support/QVFixtures.h"
+#include "support/QVTestHome.h"
+
 #include <QFileInfo>
-#include <QTemporaryDir>
 #include <gtest/gtest.h>
-#include <unistd.h>
+
+using namespace QVFixtures;
 
 namespace
 {
 
-// A stand-in for pkexec: records its arguments one per line, then exits with
-// the status given when it was made.
-QString makeLauncher(const QTemporaryDir &dir, int status)
+// Records its arguments one per line, then exits with the status it was made with.
+QString makeLauncher(const QVTestHome &home, int status)
 {
-    const QString path = dir.path() + QStringLiteral("/launcher-%1").arg(status);
-    QFile script(path);
-    EXPECT_TRUE(script.open(QIODevice::WriteOnly));
-    script.write(
+    const QString path = home.writeFile(QStringLiteral("launcher-%1").arg(status),
         QStringLiteral("#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$0.args\"\nexit %1\n").arg(status).toUtf8());
-    script.close();
-    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     return path;
-}
-
-QStringList recordedArguments(const QString &launcher)
-{
-    QFile file(launcher + QStringLiteral(".args"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
-    return lines;
 }
 
 } // namespace
 
-TEST(PrivilegedRunner, ExitStatusesBecomeTheAuthorizationTexts)
-{
-    EXPECT_TRUE(QVPrivilegedRunner::errorTextForExitStatus(0).isNull());
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(126), QStringLiteral("Not Authorized"));
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(127), QStringLiteral("Not Authorized"));
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(1), QStringLiteral("Authorization Error: 1"));
-    EXPECT_EQ(QVPrivilegedRunner::errorTextForExitStatus(-1), QStringLiteral("Authorization Error: -1"));
-}
-
 TEST(PrivilegedRunner, ArgumentsReachTheLauncherVerbatimWithoutAShell)
 {
-    QTemporaryDir dir;
-    const QString launcher = makeLauncher(dir, 0);
+    QVTestHome home;
+    const QString launcher = makeLauncher(home, 0);
     QVPrivilegedRunner runner(launcher);
-    const QStringList arguments { QStringLiteral("-f"),
-        QStringLiteral("/srv/Fonts & Co/it's \"here\" $(reboot);.ttf"),
-        QStringLiteral("/tmp/Quarantine/a b`id`") };
-    EXPECT_EQ(runner.commandLine(QStringLiteral("/bin/mv"), arguments),
-        QStringList { launcher } + QStringList { QStringLiteral("/bin/mv") } + arguments);
-    EXPECT_TRUE(runner.runWithAdministratorRights(QStringLiteral("/bin/mv"), arguments).isNull());
-    EXPECT_EQ(recordedArguments(launcher), QStringList { QStringLiteral("/bin/mv") } + arguments);
+    const QStringList arguments { "-f", "/srv/Fonts & Co/it's \"here\" $(reboot);.ttf",
+        "/tmp/Quarantine/a b`id`" };
+    EXPECT_EQ(runner.commandLine("/bin/mv", arguments), (QStringList { launcher, "/bin/mv" } + arguments));
+    EXPECT_TRUE(runner.runWithAdministratorRights("/bin/mv", arguments).isNull());
+    EXPECT_EQ(QString::fromUtf8(readFile(launcher + ".args")),
+        (QStringList { "/bin/mv" } + arguments).join('\n') + '\n');
 }
 
 TEST(PrivilegedRunner, RefusalsAndFailuresOfTheLauncherAreReported)
 {
-    QTemporaryDir dir;
-    EXPECT_EQ(
-        QVPrivilegedRunner(makeLauncher(dir, 126)).runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
-        QStringLiteral("Not Authorized"));
-    EXPECT_EQ(
-        QVPrivilegedRunner(makeLauncher(dir, 127)).runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
-        QStringLiteral("Not Authorized"));
-    EXPECT_EQ(QVPrivilegedRunner(makeLauncher(dir, 4)).runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
-        QStringLiteral("Authorization Error: 4"));
-    EXPECT_EQ(QVPrivilegedRunner(dir.path() + QStringLiteral("/no-launcher"))
+    QVTestHome home;
+    for (const auto &[status, text] : { std::pair { 126, "Not Authorized" },
+             std::pair { 127, "Not Authorized" }, std::pair { 4, "Authorization Error: 4" } })
+        EXPECT_EQ(QVPrivilegedRunner(makeLauncher(home, status))
+                      .runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
+            QLatin1String(text));
+    EXPECT_EQ(QVPrivilegedRunner(home.path() + "/no-launcher")
                   .runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
         QStringLiteral("Authorization Error: -1"));
     // A tool without its full path would be whatever PATH finds: never run.
-    const QString launcher = makeLauncher(dir, 0);
+    const QString launcher = makeLauncher(home, 0);
     EXPECT_EQ(QVPrivilegedRunner(launcher).runWithAdministratorRights("fc-cache", { "-r" }),
         QStringLiteral("Authorization Error: -1"));
-    EXPECT_FALSE(QFileInfo::exists(launcher + QStringLiteral(".args")));
-}
-
-TEST(PrivilegedRunner, AsRootTheToolRunsDirectly)
-{
-    if (::geteuid() != 0)
-        GTEST_SKIP() << "needs root: an ordinary user goes through pkexec";
-    QTemporaryDir dir;
-    const QString source = dir.path() + QStringLiteral("/Font & Co.ttf");
-    const QString destination = dir.path() + QStringLiteral("/moved.ttf");
-    QFile file(source);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
-    QVPrivilegedRunner runner;
-    EXPECT_EQ(runner.commandLine(QStringLiteral("/bin/mv"), { "-f", source, destination }),
-        QStringList({ "/bin/mv", "-f", source, destination }));
-    EXPECT_TRUE(
-        runner.runWithAdministratorRights(QStringLiteral("/bin/mv"), { "-f", source, destination }).isNull());
-    EXPECT_FALSE(QFileInfo::exists(source));
-    EXPECT_TRUE(QFileInfo::exists(destination));
-    // The tool's own failure comes back as an authorization error with its status.
-    EXPECT_EQ(runner.runWithAdministratorRights(QStringLiteral("/bin/mv"), { "-f", source, destination }),
-        QStringLiteral("Authorization Error: 1"));
-}
-
-TEST(PrivilegedRunner, TestsCanReplaceTheSharedRunner)
-{
-    QTemporaryDir dir;
-    auto replacement = std::make_shared<QVPrivilegedRunner>(makeLauncher(dir, 126));
-    QVPrivilegedRunner::setShared(replacement);
-    EXPECT_EQ(QVPrivilegedRunner::shared(), replacement);
-    EXPECT_EQ(QVPrivilegedRunner::shared()->runWithAdministratorRights("/usr/bin/fc-cache", { "-r" }),
-        QStringLiteral("Not Authorized"));
-    QVPrivilegedRunner::setShared(nullptr);
-    EXPECT_NE(QVPrivilegedRunner::shared(), replacement);
+    EXPECT_FALSE(QFileInfo::exists(launcher + ".args"));
 }
