@@ -347,28 +347,6 @@ struct QVFontDiagnose::SFNTFile {
     QByteArray block;
 };
 
-namespace
-{
-
-struct NameRecord {
-    quint16 nameID = 0;
-    quint16 offset = 0;
-    int wanted = 0; // bytes of the string read: at most kMaxNameBytes
-};
-
-std::optional<NameRecord> nameRecord(QByteArrayView records, qint64 index)
-{
-    QVByteReader in = QVByteReader(records).at(Name::kRecordSize * index + Name::kRecordNameID);
-    const auto nameID = in.u16();
-    const auto length = in.u16();
-    const auto offset = in.u16();
-    if (!in.ok())
-        return std::nullopt;
-    return NameRecord { *nameID, *offset, qMin(int(*length), kMaxNameBytes) };
-}
-
-} // namespace
-
 std::optional<quint32> QVFontDiagnose::namingTableOffset(QByteArrayView directoryBytes)
 {
     const QVSFNTDirectory directory(directoryBytes);
@@ -395,37 +373,31 @@ bool QVFontDiagnose::readNamingTable(SFNTFile &file, qint64 table, bool firstWin
     const auto storage = header.u16();
     if (!header.ok())
         return false;
-    // The records are read whole, then the strings wanted from them in one
-    // piece, up to the end of the furthest.
+    // The records are read whole (kept apart from the file's block, which the
+    // strings may replace), then walked in order.
     const QByteArray records
         = file.read(table + Name::kHeaderSize, Name::kRecordSize * qint64(*recordCount)).toByteArray();
-    qint64 stringsEnd = 0;
-    for (quint32 r = 0; r < *recordCount; ++r) {
-        const auto record = nameRecord(records, r);
-        if (!record)
-            break;
-        if (record->nameID <= 13)
-            stringsEnd = qMax(stringsEnd, qint64(record->offset) + record->wanted);
-    }
-    const QByteArrayView strings = file.read(table + *storage, stringsEnd);
-
+    QVByteReader record(records);
     bool haveFullName = false, havePostScriptName = false;
     for (quint32 r = 0; r < *recordCount; ++r) {
-        const auto record = nameRecord(records, r);
-        if (!record)
+        record.skip(Name::kRecordNameID);
+        const auto nameID = record.u16();
+        const auto length = record.u16();
+        const auto stringOffset = record.u16();
+        if (!record.ok())
             return false;
-        if (record->nameID > 13)
+        if (*nameID > 13)
             continue;
-        QByteArray raw;
         // Reading nothing is never short, wherever it points.
-        if (record->wanted > 0) {
-            const auto bytes = QVByteReader(strings).at(record->offset).bytes(record->wanted);
-            if (!bytes)
+        const int wanted = qMin(int(*length), kMaxNameBytes);
+        QByteArray raw;
+        if (wanted > 0) {
+            raw = file.read(table + *storage + *stringOffset, wanted).toByteArray();
+            if (raw.size() != wanted)
                 return false;
-            raw = bytes->toByteArray();
         }
         const QByteArray text = singleByteName(raw);
-        switch (record->nameID) {
+        switch (*nameID) {
         case 0:
         case 7:
         case 8:
@@ -865,6 +837,9 @@ void QVFontDiagnose::loadFoundryNames()
 
 QString QVFontDiagnose::matchFoundryName(const QString &text) const
 {
+    // No foundry name is found in nothing (and names are often empty).
+    if (text.isEmpty())
+        return QStringLiteral("Generic");
     if (m_foundriesLowerSource != foundryArray || m_foundriesLower.size() != foundryArray.size()) {
         m_foundriesLowerSource = foundryArray;
         m_foundriesLower.clear();
