@@ -5,9 +5,11 @@
 // suitcase surgery read them, one changed and the fork written back and read
 // again.
 #include "QVFuzzSupport.h"
+#include "engine/QVFontLayouts.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceFile.h"
 #include "platform/QVAppleDouble.h"
+#include "platform/QVByteReader.h"
 #include "platform/QVForkStorage.h"
 
 #include <QHash>
@@ -79,10 +81,12 @@ void readEverything(QVResouceFork &fork, qint16 ref)
             if (type == qvFourCC("FOND")) {
                 for (int style = 0; style < 48; ++style)
                     fork.getBitmapPSname(h, style);
-                const int entries = memory.Handle_ReadShort(h, 52) + 1;
+                using namespace QVFontLayouts;
+                const QVByteReader family(h->data);
+                const int entries = family.at(FOND::kEntryCount).i16().value_or(0) + 1;
                 for (int e = 0; e < qMin(entries, 64); ++e)
                     fork.getResourceOfID(
-                        qint16(memory.Handle_ReadShort(h, 58 + 6 * e)), qvFourCC("NFNT"), ref);
+                        family.at(FOND::entry(e) + FOND::kEntryID).i16().value_or(0), qvFourCC("NFNT"), ref);
             } else if (type == qvFourCC("sfnt")) {
                 for (int id : { 1, 4, 6 })
                     fork.getSNFTResourceName(h, id);

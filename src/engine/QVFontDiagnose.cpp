@@ -1,9 +1,11 @@
 #include "engine/QVFontDiagnose.h"
 
 #include "engine/QVFontConstants.h"
+#include "engine/QVFontLayouts.h"
 #include "engine/QVMemoryHandler.h"
 #include "engine/QVResouceFork.h"
-#include "engine/QVSFNTReader.h"
+#include "engine/QVSFNTDirectory.h"
+#include "platform/QVByteReader.h"
 #include "platform/QVFileAccess.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVFontActivation.h"
@@ -23,6 +25,8 @@
 #include <QStandardPaths>
 #include <QStringDecoder>
 #include <cstring>
+
+using namespace QVFontLayouts;
 
 namespace
 {
@@ -300,53 +304,100 @@ void QVFontDiagnose::saveSFNTStatus(
     saveCurrentStatus();
 }
 
-bool QVFontDiagnose::readSFNTNames(QVSFNTReader &reader, qint64 faceOffset, bool firstWins, SFNTNames &names)
+// The file an SFNT examination reads: its size taken once, its bytes read in
+// aligned blocks of 64 KB, the last of which is kept. A face's directory, its
+// naming table and the members of a collection mostly lie in one block, so
+// they cost one read of the file however often they are looked at.
+struct QVFontDiagnose::SFNTFile {
+    explicit SFNTFile(QIODevice &file)
+        : device(file)
+        , size(file.size())
+    {
+    }
+
+    // The bytes of [pos, pos + length) that the file holds: fewer at its
+    // end, none past it. Valid until the next read.
+    QByteArrayView read(qint64 pos, qint64 length)
+    {
+        if (pos < 0 || length <= 0 || pos >= size)
+            return {};
+        const qint64 wanted = qMin(length, size - pos);
+        if (blockStart < 0 || pos < blockStart || pos + wanted > blockStart + block.size()) {
+            blockStart = pos & ~(kBlockSize - 1);
+            const qint64 end = qMin(size, qMax(blockStart + kBlockSize, pos + wanted));
+            block = device.seek(blockStart) ? device.read(end - blockStart) : QByteArray();
+        }
+        const qint64 at = pos - blockStart;
+        const qint64 held = qBound(qint64(0), qint64(block.size()) - at, wanted);
+        return held > 0 ? QByteArrayView(block).sliced(at, held) : QByteArrayView();
+    }
+
+    // The offset table and table directory of the face at `face`, as far as
+    // the file holds them. Valid until the next read.
+    QByteArrayView directory(qint64 face)
+    {
+        const auto count = QVSFNTDirectory(read(face, SFNT::kOffsetTableSize)).tableCount();
+        return read(face, count ? QVSFNTDirectory::size(*count) : SFNT::kOffsetTableSize);
+    }
+
+    static constexpr qint64 kBlockSize = 64 * 1024;
+    QIODevice &device;
+    const qint64 size;
+    qint64 blockStart = -1;
+    QByteArray block;
+};
+
+std::optional<quint32> QVFontDiagnose::namingTableOffset(QByteArrayView directoryBytes)
 {
-    quint16 tableCount = 0;
-    if (!reader.readUInt16(faceOffset + 4, tableCount))
-        return false;
+    const QVSFNTDirectory directory(directoryBytes);
+    const auto tableCount = directory.tableCount();
     // A directory that runs past the end of the file is damaged whatever it
     // holds: no need to walk up to the end to find that out.
-    if (tableCount > 0 && faceOffset + 12 + 16 * qint64(tableCount - 1) + 4 > reader.size())
+    if (!tableCount || directory.entriesHolding(4) < *tableCount)
+        return std::nullopt;
+    // A later entry of the tag replaces an earlier one.
+    const qint64 found = directory.findLast("name", *tableCount);
+    if (found < 0)
+        return 0;
+    QVByteReader entry = directory.entry(found);
+    entry.skip(SFNT::kEntryOffset);
+    const auto offset = entry.u32();
+    entry.u32(); // the length, which must be there too
+    return entry.ok() ? offset : std::nullopt;
+}
+
+bool QVFontDiagnose::readNamingTable(SFNTFile &file, qint64 table, bool firstWins, SFNTNames &names)
+{
+    QVByteReader header = QVByteReader(file.read(table, Name::kHeaderSize)).at(Name::kRecordCount);
+    const auto recordCount = header.u16();
+    const auto storage = header.u16();
+    if (!header.ok())
         return false;
-
-    quint32 nameOffset = 0;
-    for (quint32 i = 0; i < tableCount; ++i) {
-        const qint64 entry = faceOffset + 12 + 16 * qint64(i);
-        bool shortRead = false;
-        if (reader.tagAt(entry, "name", shortRead)) {
-            quint32 checksum = 0, offset = 0, length = 0;
-            if (!reader.readUInt32(entry + 4, checksum) || !reader.readUInt32(entry + 8, offset)
-                || !reader.readUInt32(entry + 12, length))
-                return false;
-            nameOffset = offset;
-        } else if (shortRead) {
-            return false;
-        }
-    }
-    if (nameOffset == 0)
-        return true;
-
-    const qint64 table = nameOffset;
-    quint16 recordCount = 0, storage = 0;
-    if (!reader.readUInt16(table + 2, recordCount) || !reader.readUInt16(table + 4, storage))
-        return false;
-
+    // The records are read whole (kept apart from the file's block, which the
+    // strings may replace), then walked in order.
+    const QByteArray records
+        = file.read(table + Name::kHeaderSize, Name::kRecordSize * qint64(*recordCount)).toByteArray();
+    QVByteReader record(records);
     bool haveFullName = false, havePostScriptName = false;
-    for (quint32 r = 0; r < recordCount; ++r) {
-        const qint64 record = table + 6 + 12 * qint64(r);
-        quint16 nameID = 0, length = 0, stringOffset = 0;
-        if (!reader.readUInt16(record + 6, nameID) || !reader.readUInt16(record + 8, length)
-            || !reader.readUInt16(record + 10, stringOffset))
+    for (quint32 r = 0; r < *recordCount; ++r) {
+        record.skip(Name::kRecordNameID);
+        const auto nameID = record.u16();
+        const auto length = record.u16();
+        const auto stringOffset = record.u16();
+        if (!record.ok())
             return false;
-        if (nameID > 13)
+        if (*nameID > 13)
             continue;
-        const int wanted = qMin(int(length), kMaxNameBytes);
+        // Reading nothing is never short, wherever it points.
+        const int wanted = qMin(int(*length), kMaxNameBytes);
         QByteArray raw;
-        if (!reader.readBytes(table + storage + stringOffset, wanted, raw))
-            return false;
+        if (wanted > 0) {
+            raw = file.read(table + *storage + *stringOffset, wanted).toByteArray();
+            if (raw.size() != wanted)
+                return false;
+        }
         const QByteArray text = singleByteName(raw);
-        switch (nameID) {
+        switch (*nameID) {
         case 0:
         case 7:
         case 8:
@@ -396,33 +447,38 @@ qint32 QVFontDiagnose::examineOTF(const QString &path)
         return 1;
     }
 
+    // The directory is read once and kept for the table probes below.
+    SFNTFile sfnt(file);
     m_sfntFile = &file;
-    m_sfntReader = std::make_unique<QVSFNTReader>(file);
-    QVSFNTReader &reader = *m_sfntReader;
-    bool damaged = false;
-    bool shortRead = false;
-    const bool isOTTO = reader.tagAt(0, "OTTO", shortRead);
-    damaged = shortRead;
+    m_sfnt = &sfnt;
+    m_sfntDirectory = sfnt.directory(0).toByteArray();
+    const auto tag = QVByteReader(m_sfntDirectory).bytes(4);
+    const bool isOTTO = tag && *tag == QByteArrayView("OTTO");
+    bool damaged = !tag;
 
-    quint16 tableCount = 0;
-    if (!reader.readUInt16(4, tableCount) || tableCount < 1)
+    const auto tableCount = QVSFNTDirectory(m_sfntDirectory).tableCount();
+    if (!tableCount || *tableCount < 1)
         damaged = true;
 
     SFNTNames names;
-    if (!damaged && !readSFNTNames(reader, 0, false, names))
-        damaged = true;
+    if (!damaged) {
+        const auto nameOffset = namingTableOffset(m_sfntDirectory);
+        if (!nameOffset || (*nameOffset != 0 && !readNamingTable(sfnt, *nameOffset, false, names)))
+            damaged = true;
+    }
 
     if (!damaged) {
         // Only the kern probe decides; the others are run for what they read.
         static const char *const probes[] = { "cmap", "hmtx", "hhea", "maxp", "name" };
-        for (const char *tag : probes) {
-            if (checkOTFtable(&file, tag) != 0)
+        for (const char *probe : probes) {
+            if (checkOTFtable(&file, probe) != 0)
                 break;
         }
         damaged = checkOTFtable(&file, "kern") != 0;
     }
-    m_sfntReader.reset();
+    m_sfnt = nullptr;
     m_sfntFile = nullptr;
+    m_sfntDirectory.clear();
     file.close();
 
     saveSFNTStatus(path, isOTTO ? QVFontType::OpenType : QVFontType::TrueType, version, names, damaged);
@@ -442,35 +498,44 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
         return qint32(QFileDevice::OpenError);
     }
 
-    QVSFNTReader reader(file);
+    SFNTFile sfnt(file);
     const QString badTable = QString::fromUtf8(QVDefect::BadTableData);
-    bool shortRead = false;
-    if (!reader.tagAt(0, "ttcf", shortRead)) {
+    QVByteReader header(sfnt.read(0, TTC::kFirstOffset));
+    const auto tag = header.bytes(4);
+    if (!tag || *tag != QByteArrayView("ttcf")) {
         saveUnreadableSFNT(path, QVFontType::TrueType, version, badTable);
         return 1;
     }
-    quint16 majorVersion = 0, minorVersion = 0;
-    quint32 memberCount = 0;
-    if (!reader.readUInt16(4, majorVersion) || !reader.readUInt16(6, minorVersion)
-        || !reader.readUInt32(8, memberCount) || memberCount == 0 || memberCount > 999) {
+    header.seek(TTC::kMajorVersion);
+    header.u16();
+    header.u16();
+    const auto memberCount = header.u32();
+    if (!header.ok() || *memberCount == 0 || *memberCount > 999) {
         saveUnreadableSFNT(path, QVFontType::TrueType, version, badTable);
         return 1;
     }
 
     QList<qint64> offsets;
-    offsets.reserve(qsizetype(memberCount));
-    for (quint32 i = 0; i < memberCount; ++i) {
-        quint32 offset = 0;
-        offsets.append(reader.readUInt32(12 + 4 * qint64(i), offset) ? qint64(offset) : -1);
+    offsets.reserve(qsizetype(*memberCount));
+    QVByteReader offsetList(sfnt.read(TTC::kFirstOffset, TTC::kOffsetSize * qint64(*memberCount)));
+    for (quint32 i = 0; i < *memberCount; ++i) {
+        const auto offset = offsetList.u32();
+        offsets.append(offset ? qint64(*offset) : -1);
     }
 
-    // A member listed again at the same offset is the same face: read once.
+    // A member listed again at the same offset is the same face, and members
+    // sharing a naming table have the same names: each is read once.
     struct Member {
         SFNTNames names;
         bool damaged = false;
         int fontType = QVFontType::TrueType;
     };
+    struct NamingTable {
+        SFNTNames names;
+        bool sound = false;
+    };
     QHash<qint64, Member> read;
+    QHash<quint32, NamingTable> namingTables;
     qint32 result = 0;
     for (const qint64 offset : std::as_const(offsets)) {
         auto known = read.constFind(offset);
@@ -478,9 +543,22 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
             Member member;
             member.damaged = offset < 0;
             if (!member.damaged) {
-                if (reader.tagAt(offset, "OTTO", shortRead))
+                const QByteArrayView directory = sfnt.directory(offset);
+                const auto memberTag = QVByteReader(directory).bytes(4);
+                if (memberTag && *memberTag == QByteArrayView("OTTO"))
                     member.fontType = QVFontType::OpenType;
-                member.damaged = shortRead || !readSFNTNames(reader, offset, true, member.names);
+                const auto nameOffset = memberTag ? namingTableOffset(directory) : std::nullopt;
+                member.damaged = !nameOffset;
+                if (nameOffset && *nameOffset != 0) {
+                    auto table = namingTables.constFind(*nameOffset);
+                    if (table == namingTables.cend()) {
+                        NamingTable names;
+                        names.sound = readNamingTable(sfnt, *nameOffset, true, names.names);
+                        table = namingTables.insert(*nameOffset, names);
+                    }
+                    member.names = table->names;
+                    member.damaged = !table->sound;
+                }
             }
             known = read.insert(offset, member);
         }
@@ -496,45 +574,33 @@ int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
 {
     if (!file)
         return 1;
-    std::unique_ptr<QVSFNTReader> ownReader;
-    if (file != m_sfntFile || !m_sfntReader)
-        ownReader = std::make_unique<QVSFNTReader>(*file);
-    QVSFNTReader &reader = ownReader ? *ownReader : *m_sfntReader;
-    const qint64 fileSize = reader.size();
-    quint16 tableCount = 0;
-    if (!reader.readUInt16(4, tableCount) || tableCount == 0)
+    // The file under examination has its directory read already.
+    std::optional<SFNTFile> own;
+    QByteArray ownDirectory;
+    if (file != m_sfntFile || !m_sfnt) {
+        own.emplace(*file);
+        ownDirectory = own->directory(0).toByteArray();
+    }
+    SFNTFile &sfnt = own ? *own : *m_sfnt;
+    const QVSFNTDirectory directory(own ? ownDirectory : m_sfntDirectory);
+    const auto tableCount = directory.tableCount();
+    if (!tableCount || *tableCount == 0)
         return 0;
 
-    bool defect = false;
-    bool found = false;
-    qint64 entry = 12;
-    for (quint32 n = 0; n < tableCount; ++n) {
-        bool shortRead = false;
-        if (reader.tagAt(entry, tag, shortRead)) {
-            found = true;
-            break;
-        }
-        if (shortRead)
-            defect = true;
-        entry += 16;
-        if (entry + 12 >= fileSize)
-            break;
-    }
-
-    quint32 checksum = 0, offset = 0, length = 0;
-    if (found) {
-        if (!reader.readUInt32(entry + 12, length))
-            return 1;
-        if (!reader.readUInt32(entry + 4, checksum) || !reader.readUInt32(entry + 8, offset))
-            defect = true;
-    }
-    if (defect)
+    // The walk takes the first entry, then each further one that holds more
+    // than its tag, checksum and offset; a first tag cut short is a defect.
+    const qint64 walked = qMin<qint64>(*tableCount, qMax<qint64>(1, directory.entriesHolding(13)));
+    const qint64 found = directory.find(tag, walked);
+    if (found < 0)
+        return directory.entriesHolding(4) < 1 ? 1 : 0;
+    QVByteReader entry = directory.entry(found);
+    entry.skip(SFNT::kEntryChecksum);
+    const auto checksum = entry.u32();
+    const auto offset = entry.u32();
+    const auto length = entry.u32();
+    if (!entry.ok() || *checksum == 0)
         return 1;
-    if (!found)
-        return 0;
-    if (checksum == 0)
-        return 1;
-    if (qint64(offset) >= fileSize)
+    if (qint64(*offset) >= sfnt.size)
         return 0;
 
     // The examinations look at the table headers only, so only those bytes
@@ -544,7 +610,7 @@ int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
     const bool examined = qstrncmp(tag, "cmap", 4) == 0 || qstrncmp(tag, "hhea", 4) == 0
         || qstrncmp(tag, "hmtx", 4) == 0 || qstrncmp(tag, "maxp", 4) == 0;
     if (examined)
-        reader.readBytes(offset, qMin(length, kHeaderBytes), data);
+        data = sfnt.read(*offset, qMin(*length, kHeaderBytes)).toByteArray();
     if (qstrncmp(tag, "cmap", 4) == 0)
         return examineCMAP(file, data);
     if (qstrncmp(tag, "hhea", 4) == 0)
@@ -556,26 +622,18 @@ int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
     return 0;
 }
 
-namespace
-{
-quint16 be16(const QByteArray &data, int at)
-{
-    return quint16((quint8(data[at]) << 8) | quint8(data[at + 1]));
-}
-} // namespace
-
 int QVFontDiagnose::examineCMAP(QFile *, const QByteArray &tableData)
 {
     if (tableData.size() < 4)
         return 1;
     // An odd encoding ID or a subtable offset beyond the table is tolerated:
     // many working fonts carry both.
-    if (tableData.size() >= 12) {
-        const quint16 encodingID = be16(tableData, 6);
-        const quint16 subtableOffset = be16(tableData, 10);
-        if (encodingID >= 256 || subtableOffset > tableData.size())
-            return 0;
-    }
+    QVByteReader header = QVByteReader(tableData).at(6);
+    const auto encodingID = header.u16();
+    header.skip(2);
+    const auto subtableOffset = header.u16();
+    if (header.ok() && (*encodingID >= 256 || *subtableOffset > tableData.size()))
+        return 0;
     return 0;
 }
 
@@ -779,6 +837,9 @@ void QVFontDiagnose::loadFoundryNames()
 
 QString QVFontDiagnose::matchFoundryName(const QString &text) const
 {
+    // No foundry name is found in nothing (and names are often empty).
+    if (text.isEmpty())
+        return QStringLiteral("Generic");
     if (m_foundriesLowerSource != foundryArray || m_foundriesLower.size() != foundryArray.size()) {
         m_foundriesLowerSource = foundryArray;
         m_foundriesLower.clear();

@@ -8,16 +8,17 @@
 #include "engine/QVStatus.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QString>
 #include <QStringList>
 #include <memory>
+#include <optional>
 
 class QFile;
 class QVMemoryHandler;
 class QVResouceFork;
 class QVSettings;
-class QVSFNTReader;
 
 class QVFontDiagnose final : public QVFontExaminer
 {
@@ -120,10 +121,15 @@ private:
         QByteArray family, fullName, version, postScriptName;
         QString foundry = QStringLiteral("Generic");
     };
-    // Reads the naming table of the face whose directory starts at dirOffset.
-    // False on a short read. With firstWins, the first full name and PostScript
+    struct SFNTFile;
+    // The naming table's offset in a face's directory (offset table and
+    // entries, as far as the file holds them): 0 when there is none, nothing
+    // when the directory is cut short.
+    static std::optional<quint32> namingTableOffset(QByteArrayView directory);
+    // Reads the naming table at `table`. False on a short read, with the names
+    // read before it kept. With firstWins, the first full name and PostScript
     // name found are kept (collection members).
-    bool readSFNTNames(QVSFNTReader &reader, qint64 faceOffset, bool firstWins, SFNTNames &names);
+    bool readNamingTable(SFNTFile &file, qint64 table, bool firstWins, SFNTNames &names);
     // One status for a file the user may not read: part is the file or the
     // companion that refused, error its errno.
     void saveUnreadableFile(const QString &path, const QString &part, int error);
@@ -141,13 +147,14 @@ private:
     std::unique_ptr<QVSettings> m_settings;
     std::unique_ptr<QVResouceFork> m_resFork;
     std::shared_ptr<QVMemoryHandler> m_memoryHandler;
-    // The reader of the SFNT file being examined, shared with its table
+    // The SFNT file being examined and its directory, shared with its table
     // probes so that the directory is read once.
     QFile *m_sfntFile = nullptr;
+    SFNTFile *m_sfnt = nullptr;
+    QByteArray m_sfntDirectory;
     // foundryArray in lower case, made again whenever the list changes.
     mutable QStringList m_foundriesLowerSource;
     mutable QStringList m_foundriesLower;
-    std::unique_ptr<QVSFNTReader> m_sfntReader;
     QList<QVStatusPtr> m_fontStatusArray;
     qint32 m_result = 0;
 };

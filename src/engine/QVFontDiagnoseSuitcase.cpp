@@ -1,11 +1,15 @@
 // Suitcases: FOND families with their NFNT/FONT strikes and sfnt outlines.
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDiagnose.h"
-#include "engine/QVMemoryHandler.h"
+#include "engine/QVFontLayouts.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceManager.h"
+#include "engine/QVSFNTDirectory.h"
+#include "platform/QVByteReader.h"
 
 #include <QFileInfo>
+
+using namespace QVFontLayouts;
 
 namespace
 {
@@ -67,7 +71,6 @@ bool QVFontDiagnose::checkExtraResources(const QString &)
 
 qint32 QVFontDiagnose::examineSuitcase(const QString &path)
 {
-    QVMemoryHandler &memory = *m_memoryHandler;
     const qint32 version = getFileVersion(path);
     const qint16 saved = m_resFork->getCurrentResource();
     const qint16 ref = m_resFork->openResourceFile(1, path);
@@ -145,26 +148,32 @@ qint32 QVFontDiagnose::examineSuitcase(const QString &path)
             saveCurrentStatus();
             result = 1;
         };
-        if (size <= 53) {
+        const auto storedCount = QVByteReader(fond->data).at(FOND::kEntryCount).i16();
+        if (!storedCount) {
             saveFamily(QVDefect::FileIsMissingCriticalData);
             m_resFork->releaseResource(fond);
             continue;
         }
-        const qint32 entryCount = memory.Handle_ReadShort(fond, 52) + 1;
-        if (size < 58 || entryCount < 1) {
+        const qint32 entryCount = *storedCount + 1;
+        // The first entry must be there up to its resource ID.
+        if (!QVByteReader(fond->data).has(FOND::kFirstEntry, FOND::kEntryID) || entryCount < 1) {
             saveFamily(QVDefect::BadFontEntriesCount);
             m_resFork->releaseResource(fond);
             continue;
         }
 
         for (qint32 i = 0; i < entryCount; ++i) {
-            if (size < 6 * qint64(i) + 60) {
+            QVByteReader entry = QVByteReader(fond->data).at(FOND::entry(i));
+            const auto storedSize = entry.i16();
+            const auto storedStyle = entry.i16();
+            const auto storedID = entry.i16();
+            if (!entry.ok()) {
                 saveFamily(QVDefect::FileIsMissingCriticalData);
                 break;
             }
-            const qint32 pointSize = memory.Handle_ReadShort(fond, 54 + 6 * qint64(i));
-            const qint32 styleBits = memory.Handle_ReadShort(fond, 56 + 6 * qint64(i));
-            const qint32 resID = memory.Handle_ReadShort(fond, 58 + 6 * qint64(i));
+            const qint32 pointSize = *storedSize;
+            const qint32 styleBits = *storedStyle;
+            const qint32 resID = *storedID;
             if (resID == -1)
                 continue;
 
@@ -253,10 +262,11 @@ bool QVFontDiagnose::checkNFNTtables(const QVResourceHandle &strike)
     if (!strike)
         return false;
     const qint64 size = QVResourceManager::getHandleSize(strike);
-    if (size < 26 || QVResourceManager::memError() != 0)
+    QVByteReader header(strike->data);
+    if (!header.has(0, NFNT::kHeaderSize) || QVResourceManager::memError() != 0)
         return true;
-    qint64 offset = m_memoryHandler->Handle_ReadShort(strike, 16) & 0xFFFF;
-    const qint32 high = m_memoryHandler->Handle_ReadShort(strike, 10);
+    qint64 offset = *header.at(NFNT::kOffsetLow).u16();
+    const qint32 high = *header.at(NFNT::kOffsetHigh).i16();
     if (high > 0)
         offset |= qint64(high) << 16;
     if (offset == 0)
@@ -269,51 +279,56 @@ QString QVFontDiagnose::checkFONDtables(const QVResourceHandle &fond, const QStr
     const QString missingData = QStringLiteral("missing data");
     if (!fond)
         return message(QVDefect::BadTableData);
-    QVMemoryHandler &memory = *m_memoryHandler;
     const qint64 size = QVResourceManager::getHandleSize(fond);
     if (QVResourceManager::memError() != 0)
         return message(QVDefect::OutOfMemory);
-    // Each header field read below needs the bytes up to byte 32.
-    if (size < 32)
+    const QVByteReader family(fond->data);
+    // The header is read up to the style-mapping table's offset, and the
+    // 32-bit offsets are read as a handle's longs are: with four more bytes
+    // after them.
+    if (!family.has(0, FOND::kStyleTable + 8))
         return missingData;
+    auto field16 = [&family](qint64 at) { return qint32(*family.at(at).i16()); };
+    auto field32 = [&family](qint64 at) { return qint64(*family.at(at).i32()); };
 
-    const qint32 flags = memory.Handle_ReadShort(fond, 0);
-    const qint32 firstChar = memory.Handle_ReadShort(fond, 4);
-    const qint32 lastChar = memory.Handle_ReadShort(fond, 6);
-    const qint32 maxWidth = memory.Handle_ReadShort(fond, 14);
+    const qint32 flags = field16(FOND::kFlags);
+    const qint32 firstChar = field16(FOND::kFirstChar);
+    const qint32 lastChar = field16(FOND::kLastChar);
+    const qint32 maxWidth = field16(FOND::kMaxWidth);
 
-    if (size >= 55 && firstChar >= lastChar) {
-        if (size < 56)
+    // With a first entry begun, an empty character range needs its point size.
+    if (size > FOND::kFirstEntry && firstChar >= lastChar) {
+        const auto pointSize = family.at(FOND::kFirstEntry).i16();
+        if (!pointSize)
             return missingData;
-        if (memory.Handle_ReadShort(fond, 54) > 0)
+        if (*pointSize > 0)
             return QStringLiteral("character range");
     }
 
     if (flags & 1) {
         // The high half of the 32-bit field: what the families in use expect.
-        const qint64 widths = memory.Handle_ReadShort(fond, 16) & 0xFFFF;
+        const qint64 widths = field16(FOND::kWidthTable) & 0xFFFF;
         if (widths < size) {
-            if (size - widths < 2)
+            QVByteReader table = family.at(widths + FOND::kWidthTableCount);
+            const auto storedCount = table.i16();
+            if (!storedCount)
                 return missingData;
-            qint32 tableCount = memory.Handle_ReadShort(fond, widths);
-            if (tableCount == 0)
-                tableCount = 1;
+            const qint32 tableCount = *storedCount == 0 ? 1 : *storedCount;
             if (tableCount < 1)
                 return QStringLiteral("width table");
             const bool multipleMaster = isMultipleMaster(fontName);
-            qint64 at = widths + 2;
+            table.seek(widths + FOND::kWidthTablesStart);
             for (qint32 t = 0; t < tableCount; ++t) {
-                at += 2; // style word
+                table.skip(FOND::kWidthStyleSize);
                 bool ended = false;
                 for (qint32 n = 0; n < lastChar - firstChar && !ended; ++n) {
-                    if (at + 2 > size)
+                    const auto width = table.i16();
+                    if (!width)
                         return QStringLiteral("maxWidth");
-                    const qint32 width = memory.Handle_ReadShort(fond, at);
-                    if (width == 0)
+                    if (*width == 0)
                         ended = true;
-                    else if (width > maxWidth && !multipleMaster)
+                    else if (*width > maxWidth && !multipleMaster)
                         return QStringLiteral("maxWidth");
-                    at += 2;
                 }
                 if (ended)
                     break;
@@ -321,37 +336,39 @@ QString QVFontDiagnose::checkFONDtables(const QVResourceHandle &fond, const QStr
         }
     }
 
-    const qint64 kerning = memory.Handle_ReadLong(fond, 20);
+    const qint64 kerning = field32(FOND::kKerningTable);
     if (kerning != 0) {
-        if (kerning < 0 || kerning > size)
+        QVByteReader table = family.at(kerning);
+        if (!table.ok())
             return QStringLiteral("kern entires");
-        if (kerning + 2 > size)
+        const auto storedCount = table.at(kerning + FOND::kKerningTableCount).i16();
+        if (!storedCount)
             return QStringLiteral("numEntries");
-        const qint32 tables = memory.Handle_ReadShort(fond, kerning) + 1;
-        qint64 at = kerning + 2;
-        for (qint32 t = 0; t < tables; ++t) {
-            if (at + 4 > size)
-                return QStringLiteral("numKernPairs");
-            const qint32 pairs = memory.Handle_ReadShort(fond, at + 2) & 0xFFFF;
-            at += 4 + 4 * qint64(pairs);
-            if (at > size)
+        table.seek(kerning + FOND::kKerningTablesStart);
+        for (qint32 t = 0; t < *storedCount + 1; ++t) {
+            table.skip(FOND::kKerningStyleSize);
+            const auto pairs = table.u16();
+            if (!pairs || !table.skip(FOND::kKerningPairSize * qint64(*pairs)))
                 return QStringLiteral("numKernPairs");
         }
     }
 
-    const qint64 styles = memory.Handle_ReadLong(fond, 24);
+    const qint64 styles = field32(FOND::kStyleTable);
     if (styles != 0) {
-        if (styles < 0 || styles > size)
+        if (!family.at(styles).ok())
             return QStringLiteral("style table");
-        if (styles + 60 >= size || memory.Handle_ReadChar(fond, styles + 60) == 0)
+        // The base PostScript name must be there and not empty.
+        const auto nameLength = family.at(styles + FOND::kStyleStrings).u8();
+        if (!nameLength || *nameLength == 0)
             return QStringLiteral("PostScript name");
     }
 
-    if (memory.Handle_ReadLong(fond, 16) == 0 && kerning == 0 && styles == 0) {
-        if (size < 54)
+    if (field32(FOND::kWidthTable) == 0 && kerning == 0 && styles == 0) {
+        const auto storedCount = family.at(FOND::kEntryCount).i16();
+        if (!storedCount)
             return missingData;
-        const qint32 entries = memory.Handle_ReadShort(fond, 52) + 1;
-        if (size < 6 * qint64(entries) + 54)
+        const qint32 entries = *storedCount + 1;
+        if (!family.has(FOND::kFirstEntry, FOND::kEntrySize * qMax(entries, 0)))
             return message(QVDefect::BadTableData);
     }
 
@@ -366,21 +383,22 @@ int QVFontDiagnose::qvlib_checkTTtableSum(const QVResourceHandle &sfnt, const ch
     const bool isName = qstrncmp(tag, "name", 4) == 0;
     if (!sfnt)
         return isName ? 1 : 0;
-    const QByteArray &data = sfnt->data;
-    if (data.size() < 5)
+    if (sfnt->data.size() < 5)
         return 1;
-    const qint32 tableCount = m_memoryHandler->Handle_ReadShort(sfnt, 4);
+    const QVSFNTDirectory directory(sfnt->data);
+    // The count is read signed: one of 0x8000 or more counts no tables.
+    const qint32 tableCount = qint16(directory.tableCount().value_or(0));
     if (tableCount < 1)
         return isName ? 1 : 0;
-    qint64 entry = 12;
-    for (qint32 n = 0; n < tableCount; ++n) {
-        if (entry + 4 > data.size())
-            break; // counted without advancing: nothing further lies inside
-        if (qstrncmp(data.constData() + entry, tag, 4) == 0)
-            return m_memoryHandler->Handle_ReadLong(sfnt, entry + 4) == 0 ? 1 : 0;
-        entry += 16;
-    }
-    return isName ? 1 : 0;
+    const qint64 found = directory.find(tag, tableCount);
+    if (found < 0)
+        return isName ? 1 : 0;
+    // The checksum is read as a handle's long: with the offset after it.
+    QVByteReader entry = directory.entry(found);
+    entry.skip(SFNT::kEntryChecksum);
+    const auto checksum = entry.u32();
+    entry.u32();
+    return entry.ok() && *checksum != 0 ? 0 : 1;
 }
 
 int QVFontDiagnose::examineSFNT(const QVResourceHandle &sfnt)

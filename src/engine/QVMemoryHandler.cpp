@@ -1,17 +1,13 @@
 #include "engine/QVMemoryHandler.h"
 
-#include "engine/QVResourceManager.h"
+#include "platform/QVByteReader.h"
+#include "platform/QVByteWriter.h"
 
 #include <QtGlobal>
 #include <cstring>
 
 namespace
 {
-
-// The shared result buffers (see the header).
-unsigned char gPString[QVMemoryHandler::kPStringBufferSize];
-unsigned char gString[QVMemoryHandler::kStringBufferSize];
-char gCString[QVMemoryHandler::kCStringBufferSize];
 
 // A null handle is a caller's mistake, never the file's: stop in debug builds.
 #define QV_REQUIRE_HANDLE(h, where, result)                                                                  \
@@ -21,18 +17,7 @@ char gCString[QVMemoryHandler::kCStringBufferSize];
             return result;                                                                                   \
     } while (false)
 
-// Whether [offset, offset + length) lies inside the handle's bytes.
-bool fits(const QVResourceHandle &h, qint64 offset, qint64 length)
-{
-    return offset >= 0 && length >= 0 && offset <= h->data.size() && length <= h->data.size() - offset;
-}
-
-const quint8 *bytes(const QVResourceHandle &h)
-{
-    return reinterpret_cast<const quint8 *>(h->data.constData());
-}
-
-// HLock/HUnlock around each read.
+// HLock/HUnlock around each access.
 struct HandleLock {
     explicit HandleLock(const QVResourceHandle &h)
         : handle(h)
@@ -45,109 +30,96 @@ struct HandleLock {
     const QVResourceHandle &handle;
 };
 
-qint32 readShortAt(const QVResourceHandle &h, qint64 offset)
+QVByteReader readerAt(const QVResourceHandle &h, qint64 offset)
 {
-    const quint8 *p = bytes(h) + offset;
-    return qint16(quint16((p[0] << 8) | p[1]));
+    return QVByteReader(h->data).at(offset);
 }
 
 } // namespace
 
 qint32 QVMemoryHandler::Handle_ReadShort(const QVResourceHandle &h, qint64 offset)
 {
-    if (!h || !fits(h, offset, 2))
+    if (!h)
         return 0;
     HandleLock lock(h);
-    return readShortAt(h, offset);
+    return readerAt(h, offset).i16().value_or(0);
 }
 
 qint32 QVMemoryHandler::Handle_ReadUnsignedShort(const QVResourceHandle &h, qint64 offset)
 {
     QV_REQUIRE_HANDLE(h, "Handle_ReadUnsignedShort", 0);
-    if (!fits(h, offset, 2))
-        return 0;
     HandleLock lock(h);
     // Sign-extended like the signed read, whatever the name says.
-    return readShortAt(h, offset);
+    return readerAt(h, offset).i16().value_or(0);
 }
 
 qint32 QVMemoryHandler::Handle_ReadLong(const QVResourceHandle &h, qint64 offset)
 {
     QV_REQUIRE_HANDLE(h, "Handle_ReadLong", 0);
+    HandleLock lock(h);
     // Eight bytes are asked for a four-byte value: a long in the last 4 to 7
     // bytes reads 0. The checks built on this reader rely on that.
-    if (!fits(h, offset, 8))
-        return 0;
-    HandleLock lock(h);
-    const quint8 *p = bytes(h) + offset;
-    return qint32((quint32(p[0]) << 24) | (quint32(p[1]) << 16) | (quint32(p[2]) << 8) | quint32(p[3]));
+    QVByteReader in = readerAt(h, offset);
+    const auto value = in.i32();
+    return value && in.remaining() >= 4 ? *value : 0;
 }
 
 qint32 QVMemoryHandler::Handle_ReadChar(const QVResourceHandle &h, qint64 offset)
 {
     QV_REQUIRE_HANDLE(h, "Handle_ReadChar", 0);
-    if (!fits(h, offset, 1))
-        return 0;
     HandleLock lock(h);
-    return qint8(bytes(h)[offset]);
+    return readerAt(h, offset).i8().value_or(0);
 }
 
-const unsigned char *QVMemoryHandler::Handle_ReadPString(const QVResourceHandle &h, qint64 offset)
+QVMemoryHandler::PString QVMemoryHandler::Handle_ReadPString(const QVResourceHandle &h, qint64 offset)
 {
-    // The shared buffer is written under the layer's lock (callers hold it to read it).
-    std::lock_guard guard(QVResourceManager::lock());
-    std::memset(gPString, 0, sizeof gPString);
-    QV_REQUIRE_HANDLE(h, "Handle_ReadPString", gPString);
-    const qint64 size = h->data.size();
-    if (offset < 0 || !(size > offset + 1))
-        return gPString;
+    PString result {};
+    QV_REQUIRE_HANDLE(h, "Handle_ReadPString", result);
     HandleLock lock(h);
-    const int length = bytes(h)[offset];
-    if (!(size > offset + length))
-        return gPString;
-    std::memcpy(gPString, bytes(h) + offset, size_t(length) + 1);
-    return gPString;
+    QVByteReader in = readerAt(h, offset);
+    // Two bytes are asked for even an empty string.
+    if (in.remaining() < 2)
+        return result;
+    const quint8 length = *in.u8();
+    if (const auto text = in.bytes(length)) {
+        result[0] = length;
+        std::memcpy(result.data() + 1, text->data(), size_t(length));
+    }
+    return result;
 }
 
-const unsigned char *QVMemoryHandler::Handle_ReadString(
+QVMemoryHandler::ByteString QVMemoryHandler::Handle_ReadString(
     const QVResourceHandle &h, qint64 offset, qint32 length)
 {
-    std::lock_guard guard(QVResourceManager::lock());
-    std::memset(gString, 0, sizeof gString);
-    QV_REQUIRE_HANDLE(h, "Handle_ReadString", gString);
-    const qint64 size = h->data.size();
-    if (length < 1 || offset < 0 || !(size > offset + 1))
-        return gString;
+    ByteString result {};
+    QV_REQUIRE_HANDLE(h, "Handle_ReadString", result);
     HandleLock lock(h);
+    QVByteReader in = readerAt(h, offset);
+    if (length < 1 || in.remaining() < 2)
+        return result;
     // The byte at the offset is tested as if it were a length byte.
-    if (!(size > offset + bytes(h)[offset]))
-        return gString;
-    const qint64 count = qMin<qint64>(qMin<qint64>(length, size - offset), kStringBufferSize - 1);
-    std::memcpy(gString, bytes(h) + offset, size_t(count));
-    return gString;
+    if (in.remaining() <= *in.at(offset).u8())
+        return result;
+    const qint64 count = qMin<qint64>(qMin<qint64>(length, in.remaining()), kStringBufferSize - 1);
+    std::memcpy(result.data(), in.bytes(count)->data(), size_t(count));
+    return result;
 }
 
 void QVMemoryHandler::Handle_WriteShort(const QVResourceHandle &h, qint64 offset, qint16 val)
 {
-    if (!h || !fits(h, offset, 2))
+    if (!h)
         return;
     HandleLock lock(h);
-    char *p = h->data.data() + offset;
-    p[0] = char(quint16(val) >> 8);
-    p[1] = char(val);
+    QVByteWriter(h->data).setU16(offset, quint16(val));
 }
 
 void QVMemoryHandler::Handle_WriteLong(const QVResourceHandle &h, qint64 offset, qint32 val)
 {
-    if (!h || !fits(h, offset, 8))
+    // Eight bytes are asked for, as by the long read.
+    if (!h || !QVByteReader(h->data).has(offset, 8))
         return;
     HandleLock lock(h);
-    char *p = h->data.data() + offset;
-    const auto v = quint32(val);
-    p[0] = char(v >> 24);
-    p[1] = char(v >> 16);
-    p[2] = char(v >> 8);
-    p[3] = char(v);
+    QVByteWriter(h->data).setU32(offset, quint32(val));
 }
 
 void QVMemoryHandler::pCopy(unsigned char *destStr, const unsigned char *srcStr)
@@ -159,16 +131,13 @@ void QVMemoryHandler::pCopy(unsigned char *destStr, const unsigned char *srcStr)
     std::memmove(destStr, srcStr, size_t(srcStr[0]) + 1);
 }
 
-const char *QVMemoryHandler::toCStr(const unsigned char *ch)
+QByteArray QVMemoryHandler::toCStr(const unsigned char *ch)
 {
-    // The shared buffer is written under the layer's lock (callers hold it to read it).
-    std::lock_guard guard(QVResourceManager::lock());
-    std::memset(gCString, 0, sizeof gCString);
     Q_ASSERT_X(ch != nullptr, "toCStr", "ch != NULL");
     if (!ch)
-        return gCString;
-    std::memcpy(gCString, ch + 1, ch[0]);
-    return gCString;
+        return QByteArray();
+    const auto *text = reinterpret_cast<const char *>(ch + 1);
+    return QByteArray(text, qstrnlen(text, ch[0]));
 }
 
 void QVMemoryHandler::doubleToSingleConversion(const unsigned char *source, qint32 sourceSize,

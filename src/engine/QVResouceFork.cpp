@@ -1,5 +1,9 @@
 #include "engine/QVResouceFork.h"
 
+#include "engine/QVFontLayouts.h"
+#include "engine/QVSFNTDirectory.h"
+#include "platform/QVByteReader.h"
+#include "platform/QVByteWriter.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
@@ -12,6 +16,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+
+using namespace QVFontLayouts;
 
 namespace
 {
@@ -551,39 +557,31 @@ QString QVResouceFork::getSNFTResourceName(const QVResourceHandle &h, int nameCo
         return QString();
     QVMemoryHandler &mem = *memoryHandler;
     const qint64 size = h->data.size();
-    const int tableCount = mem.Handle_ReadShort(h, 4);
+    const QVSFNTDirectory directory(h->data);
+    // The count is read signed: one of 0x8000 or more counts no tables.
+    const int tableCount = qint16(directory.tableCount().value_or(0));
     if (tableCount < 1)
         return QString();
-    qint64 entry = 12;
-    qint64 nameEntry = -1;
-    for (int i = 0; i < tableCount; ++i) {
-        // An entry beyond the data is counted, never stepped past.
-        if (entry >= size)
-            continue;
-        if (entry + 4 <= size && std::memcmp(h->data.constData() + entry, "name", 4) == 0) {
-            nameEntry = entry;
-            break;
-        }
-        entry += 16;
-    }
-    if (nameEntry < 0)
+    const qint64 found = directory.find("name", tableCount);
+    if (found < 0)
         return QString();
-    const qint64 table = quint32(mem.Handle_ReadLong(h, nameEntry + 8));
-    const int recordCount = mem.Handle_ReadShort(h, table + 2);
-    const int storage = mem.Handle_ReadShort(h, table + 4);
+    const qint64 nameEntry = SFNT::entry(found);
+    const qint64 table = quint32(mem.Handle_ReadLong(h, nameEntry + SFNT::kEntryOffset));
+    const int recordCount = mem.Handle_ReadShort(h, table + Name::kRecordCount);
+    const int storage = mem.Handle_ReadShort(h, table + Name::kStorageOffset);
     if (recordCount < 1)
         return QString();
     for (int i = 0; i < recordCount; ++i) {
-        const qint64 record = table + 6 + qint64(i) * 12;
+        const qint64 record = table + Name::kHeaderSize + qint64(i) * Name::kRecordSize;
         if (record >= size)
             break;
-        const int nameID = mem.Handle_ReadShort(h, record + 6);
-        const int length = mem.Handle_ReadShort(h, record + 8);
-        const int stringOffset = mem.Handle_ReadShort(h, record + 10);
+        const int nameID = mem.Handle_ReadShort(h, record + Name::kRecordNameID);
+        const int length = mem.Handle_ReadShort(h, record + Name::kRecordLength);
+        const int stringOffset = mem.Handle_ReadShort(h, record + Name::kRecordOffset);
         if (nameID != nameCode)
             continue;
-        const auto *text = mem.Handle_ReadString(h, table + storage + stringOffset, length);
-        const QString name = QString::fromLatin1(reinterpret_cast<const char *>(text));
+        const auto text = mem.Handle_ReadString(h, table + storage + stringOffset, length);
+        const QString name = QString::fromLatin1(reinterpret_cast<const char *>(text.data()));
         if (!name.isEmpty())
             return name;
     }
@@ -603,7 +601,7 @@ int QVResouceFork::NthStyleName(
         at += mem.Handle_ReadChar(h, at) + 1;
     if (at < 0 || at >= h->data.size())
         return 1;
-    mem.pCopy(suffixIndices, mem.Handle_ReadPString(h, at));
+    mem.pCopy(suffixIndices, mem.Handle_ReadPString(h, at).data());
     return 0;
 }
 
@@ -615,17 +613,17 @@ QString QVResouceFork::getBitmapPSname(const QVResourceHandle &h, int style)
     if (!h || size <= 0 || QVResourceManager::memError() != 0)
         return none;
     QVMemoryHandler &mem = *memoryHandler;
-    const qint64 table = mem.Handle_ReadLong(h, 24);
-    if (table < 0 || !(size > table) || !(table + 58 < size))
+    const qint64 table = mem.Handle_ReadLong(h, FOND::kStyleTable);
+    if (table < 0 || !(size > table) || !(table + FOND::kStyleStringCount < size))
         return none;
-    const int count = mem.Handle_ReadShort(h, table + 58);
-    if (!(table + 60 < size) || !(count < size))
+    const int count = mem.Handle_ReadShort(h, table + FOND::kStyleStringCount);
+    if (!(table + FOND::kStyleStrings < size) || !(count < size))
         return none;
-    const qint64 list = table + 60;
-    QByteArray name(mem.toCStr(mem.Handle_ReadPString(h, list)));
+    const qint64 list = table + FOND::kStyleStrings;
+    QByteArray name = mem.toCStr(mem.Handle_ReadPString(h, list).data());
     if (name.isEmpty())
         return none;
-    const int index = mem.Handle_ReadChar(h, table + 10 + style);
+    const int index = mem.Handle_ReadChar(h, table + FOND::kStyleIndexes + style);
     if (index < 2 || index > count)
         return fromMacRoman(name);
     unsigned char suffixes[256];
@@ -648,9 +646,9 @@ quint16 QVResouceFork::finderInfoFlags(const QString &path)
     // Under the lock, so a flag change on another thread is seen whole.
     std::lock_guard guard(lock());
     QByteArray info;
-    if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 10)
+    if (QVForkStorage::readFinderInfo(path, &info) != 0)
         return 0;
-    return quint16((quint8(info.at(kFinderFlagsOffset)) << 8) | quint8(info.at(kFinderFlagsOffset + 1)));
+    return QVByteReader(info).at(kFinderFlagsOffset).u16().value_or(0);
 }
 
 qint16 QVResouceFork::setFinderInfoFlag(quint16 mask, bool value, const QString &path)
@@ -659,14 +657,12 @@ qint16 QVResouceFork::setFinderInfoFlag(quint16 mask, bool value, const QString 
     QByteArray info;
     if (const qint16 error = QVForkStorage::readFinderInfo(path, &info); error != 0)
         return error;
-    const quint16 old
-        = quint16((quint8(info.at(kFinderFlagsOffset)) << 8) | quint8(info.at(kFinderFlagsOffset + 1)));
+    const quint16 old = QVByteReader(info).at(kFinderFlagsOffset).u16().value_or(0);
     const quint16 flags = value ? (old | mask) : (old & ~mask);
     // Nothing to change: write nothing (no sidecar appears for flags already right).
     if (flags == old)
         return QVResourceError::NoErr;
-    info[kFinderFlagsOffset] = char(flags >> 8);
-    info[kFinderFlagsOffset + 1] = char(flags);
+    QVByteWriter(info).setU16(kFinderFlagsOffset, flags);
     return QVForkStorage::writeFinderInfo(path, info);
 }
 

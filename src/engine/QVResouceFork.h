@@ -12,7 +12,7 @@
 //   QVResouceFork fork;
 //   const qint16 ref = fork.openResourceFile(1, path);        // -1: fork.resourceError()
 //   for (const QVResourceHandle &fond : fork.getResourcesOfType(qvFourCC("FOND"), ref))
-//       fork.memoryHandler->Handle_ReadShort(fond, 52);       // bounds-checked reads
+//       QVByteReader(fond->data).at(QVFontLayouts::FOND::kEntryCount).i16(); // bounds-checked
 //   fork.closeResourceFile(ref);
 // Editing: open with 3, useResourceFile(ref), addResource() (it detaches a handle
 // taken from another file, so that file is left as it was), or change a handle's

@@ -1,6 +1,8 @@
 #include "engine/QVResourceFile.h"
 
 #include "engine/QVResourceManager.h"
+#include "platform/QVByteReader.h"
+#include "platform/QVByteWriter.h"
 
 #include <QHash>
 
@@ -10,35 +12,9 @@ namespace
 constexpr int kHeaderSize = 16;
 constexpr int kDataStart = 256;
 constexpr int kMapHeaderSize = 28; // header copy, next map, file ref, attributes, two offsets
+constexpr int kMapAttributes = 22; // then the type list's and the name list's offsets
+constexpr int kTypeSize = 8;
 constexpr int kRefSize = 12;
-
-quint32 be32(const QByteArray &b, qint64 at)
-{
-    const auto *p = reinterpret_cast<const quint8 *>(b.constData()) + at;
-    return (quint32(p[0]) << 24) | (quint32(p[1]) << 16) | (quint32(p[2]) << 8) | quint32(p[3]);
-}
-
-quint16 be16(const QByteArray &b, qint64 at)
-{
-    const auto *p = reinterpret_cast<const quint8 *>(b.constData()) + at;
-    return quint16((p[0] << 8) | p[1]);
-}
-
-void put32(QByteArray &b, quint32 v)
-{
-    b.append(char(v >> 24)).append(char(v >> 16)).append(char(v >> 8)).append(char(v));
-}
-
-void put16(QByteArray &b, quint16 v)
-{
-    b.append(char(v >> 8)).append(char(v));
-}
-
-// A range [at, at + len) inside [0, size).
-bool inside(qint64 at, qint64 len, qint64 size)
-{
-    return at >= 0 && len >= 0 && at <= size && len <= size - at;
-}
 
 } // namespace
 
@@ -49,65 +25,67 @@ std::optional<QVResourceFile> QVResourceFile::parse(const QByteArray &fork, qint
             *error = code;
         return std::nullopt;
     };
-    const qint64 size = fork.size();
-    if (size < kHeaderSize)
-        return fail(QVResourceError::MapRead);
-    const qint64 dataOffset = be32(fork, 0), mapOffset = be32(fork, 4);
-    const qint64 dataLength = be32(fork, 8), mapLength = be32(fork, 12);
-    if (!inside(dataOffset, dataLength, size) || !inside(mapOffset, mapLength, size)
-        || mapLength < kMapHeaderSize + 2)
+    QVByteReader header(fork);
+    const auto dataOffset = header.u32(), mapOffset = header.u32();
+    const auto dataLength = header.u32(), mapLength = header.u32();
+    if (!header.ok() || !header.has(*dataOffset, *dataLength) || !header.has(*mapOffset, *mapLength)
+        || *mapLength < kMapHeaderSize + 2)
         return fail(QVResourceError::MapRead);
 
-    const QByteArray map = fork.mid(mapOffset, mapLength);
+    // Every read below stays inside the map or the data area; the first that
+    // does not fit makes the map damaged.
+    const QByteArrayView map = QByteArrayView(fork).sliced(*mapOffset, *mapLength);
+    const QByteArrayView data = QByteArrayView(fork).sliced(*dataOffset, *dataLength);
+    QVByteReader mapHeader = QVByteReader(map).at(kMapAttributes);
     QVResourceFile file;
-    file.mapAttributes = be16(map, 22);
-    const qint64 typeListOffset = be16(map, 24), nameListOffset = be16(map, 26);
-    if (!inside(typeListOffset, 2, mapLength))
-        return fail(QVResourceError::MapRead);
+    file.mapAttributes = *mapHeader.u16();
+    const qint64 typeListOffset = *mapHeader.u16(), nameListOffset = *mapHeader.u16();
+    QVByteReader typeList = QVByteReader(map).at(typeListOffset);
     // The stored count is types - 1; 0xFFFF is an empty map.
-    const int typeCount = (be16(map, typeListOffset) + 1) & 0xFFFF;
-    if (!inside(typeListOffset + 2, qint64(typeCount) * 8, mapLength))
+    const auto storedTypeCount = typeList.u16();
+    const int typeCount = storedTypeCount ? (*storedTypeCount + 1) & 0xFFFF : 0;
+    if (!typeList.ok() || !typeList.has(typeList.pos(), qint64(typeCount) * kTypeSize))
         return fail(QVResourceError::MapRead);
-    const QByteArray data = fork.mid(dataOffset, dataLength);
     // In a sound fork every resource has bytes of its own. References to one
     // place share one copy, and all copies together never hold more than the
     // data area: a map pointing thousands of times into one large resource
     // must not make a small file fill the memory.
     QHash<qint64, QByteArray> taken;
-    qint64 budget = dataLength;
+    qint64 budget = *dataLength;
 
     for (int t = 0; t < typeCount; ++t) {
-        const qint64 at = typeListOffset + 2 + qint64(t) * 8;
-        const quint32 type = be32(map, at);
-        const int refCount = be16(map, at + 4) + 1;
-        const qint64 refList = typeListOffset + be16(map, at + 6);
-        if (!inside(refList, qint64(refCount) * kRefSize, mapLength))
+        const quint32 type = *typeList.u32();
+        const int refCount = *typeList.u16() + 1;
+        QVByteReader refs = QVByteReader(map).at(typeListOffset + *typeList.u16());
+        if (!refs.ok() || !refs.has(refs.pos(), qint64(refCount) * kRefSize))
             return fail(QVResourceError::MapRead);
         for (int r = 0; r < refCount; ++r) {
-            const qint64 ref = refList + qint64(r) * kRefSize;
             Entry entry;
             entry.type = type;
-            entry.id = qint16(be16(map, ref));
-            const quint16 nameOffset = be16(map, ref + 2);
-            entry.attributes = quint8(map.at(ref + 4)) & ~quint8(0x02);
-            const qint64 dataAt = be32(map, ref + 4) & 0xFFFFFF;
+            entry.id = *refs.i16();
+            const quint16 nameOffset = *refs.u16();
+            const quint32 attributesAndData = *refs.u32();
+            refs.skip(4); // handle, unused on disk
+            entry.attributes = quint8(attributesAndData >> 24) & ~quint8(0x02);
+            const qint64 dataAt = attributesAndData & 0xFFFFFF;
             if (nameOffset != 0xFFFF) {
-                const qint64 nameAt = nameListOffset + nameOffset;
-                if (!inside(nameAt, 1, mapLength))
+                QVByteReader name = QVByteReader(map).at(nameListOffset + nameOffset);
+                const auto nameLength = name.u8();
+                const auto nameBytes = nameLength ? name.bytes(*nameLength) : std::nullopt;
+                if (!nameBytes)
                     return fail(QVResourceError::MapRead);
-                const int nameLength = quint8(map.at(nameAt));
-                if (!inside(nameAt + 1, nameLength, mapLength))
-                    return fail(QVResourceError::MapRead);
-                entry.name = map.mid(nameAt + 1, nameLength);
+                entry.name = nameBytes->toByteArray();
                 entry.hasName = true;
             }
-            const qint64 length = inside(dataAt, 4, dataLength) ? be32(data, dataAt) : -1;
+            QVByteReader resource = QVByteReader(data).at(dataAt);
+            const auto length = resource.u32();
             if (const auto shared = taken.constFind(dataAt); shared != taken.cend()) {
                 entry.data = *shared;
-            } else if (length >= 0 && inside(dataAt + 4, length, dataLength) && length <= budget) {
-                entry.data = data.mid(dataAt + 4, length);
+            } else if (const auto bytes = length ? resource.bytes(*length) : std::nullopt;
+                       bytes && qint64(*length) <= budget) {
+                entry.data = bytes->toByteArray();
                 taken.insert(dataAt, entry.data);
-                budget -= length;
+                budget -= *length;
             } else {
                 entry.dataValid = false;
             }
@@ -115,7 +93,7 @@ std::optional<QVResourceFile> QVResourceFile::parse(const QByteArray &fork, qint
         }
     }
     file.headerReserve
-        = fork.mid(kHeaderSize, qMax<qint64>(0, qMin<qint64>(dataOffset, kDataStart) - kHeaderSize));
+        = fork.mid(kHeaderSize, qMax<qint64>(0, qMin<qint64>(*dataOffset, kDataStart) - kHeaderSize));
     if (error)
         *error = QVResourceError::NoErr;
     return file;
@@ -199,15 +177,14 @@ QByteArray QVResourceFile::serialize(qint16 *error) const
             if (e.type != type)
                 continue;
             dataOffsets.insert(i, quint32(data.size()));
-            put32(data, quint32(e.data.size()));
-            data.append(e.data);
+            QVByteWriter(data).u32(quint32(e.data.size())).bytes(e.data);
             if (data.size() > kMaxDataArea + 4) {
                 *error = QVResourceError::WritingPastEnd;
                 return {};
             }
             if (e.hasName) {
                 nameOffsets.insert(i, int(names.size()));
-                names.append(char(qMin<qsizetype>(e.name.size(), 255))).append(e.name.left(255));
+                QVByteWriter(names).u8(quint8(qMin<qsizetype>(e.name.size(), 255))).bytes(e.name.left(255));
             }
         }
     }
@@ -227,7 +204,8 @@ QByteArray QVResourceFile::serialize(qint16 *error) const
     }
 
     QByteArray typeBytes, refBytes;
-    put16(typeBytes, quint16(typeList.size() - 1));
+    QVByteWriter types(typeBytes), refs(refBytes);
+    types.u16(quint16(typeList.size() - 1));
     qint64 refOffset = typeListSize;
     for (quint32 type : typeList) {
         const int n = count(type);
@@ -235,18 +213,16 @@ QByteArray QVResourceFile::serialize(qint16 *error) const
             *error = QVResourceError::AddResFailed;
             return {};
         }
-        put32(typeBytes, type);
-        put16(typeBytes, quint16(n - 1));
-        put16(typeBytes, quint16(refOffset));
+        types.u32(type).u16(quint16(n - 1)).u16(quint16(refOffset));
         refOffset += qint64(n) * kRefSize;
         for (int i = 0; i < entries.size(); ++i) {
             const Entry &e = entries.at(i);
             if (e.type != type)
                 continue;
-            put16(refBytes, quint16(e.id));
-            put16(refBytes, e.hasName ? quint16(nameOffsets.value(i)) : quint16(0xFFFF));
-            put32(refBytes, (quint32(e.attributes & ~0x02) << 24) | dataOffsets.value(i));
-            put32(refBytes, 0);
+            refs.u16(quint16(e.id))
+                .u16(e.hasName ? quint16(nameOffsets.value(i)) : quint16(0xFFFF))
+                .u32((quint32(e.attributes & ~0x02) << 24) | dataOffsets.value(i))
+                .u32(0);
         }
     }
 
@@ -254,26 +230,22 @@ QByteArray QVResourceFile::serialize(qint16 *error) const
     const quint32 mapOffset = dataOffset + quint32(data.size());
     const quint32 mapLength = quint32(nameListOffset + names.size());
     QByteArray header;
-    put32(header, dataOffset);
-    put32(header, mapOffset);
-    put32(header, quint32(data.size()));
-    put32(header, mapLength);
+    QVByteWriter(header).u32(dataOffset).u32(mapOffset).u32(quint32(data.size())).u32(mapLength);
 
-    QByteArray fork = header;
     QByteArray reserve = headerReserve.left(kDataStart - kHeaderSize);
     reserve.resize(kDataStart - kHeaderSize, '\0');
-    fork.append(reserve);
-    fork.append(data);
-    fork.append(header);
-    put32(fork, 0); // next map
-    put16(fork, 0); // file reference
+    QByteArray fork;
+    QVByteWriter out(fork);
+    out.bytes(header).bytes(reserve).bytes(data);
+    // The map: a copy of the header first.
+    out.bytes(header);
+    out.u32(0); // next map
+    out.u16(0); // file reference
     // The read-only bit stays; "compact" and "changed" describe the last session only.
-    put16(fork, mapAttributes & ~quint16(0x0060));
-    put16(fork, kMapHeaderSize);
-    put16(fork, quint16(nameListOffset));
-    fork.append(typeBytes);
-    fork.append(refBytes);
-    fork.append(names);
+    out.u16(mapAttributes & ~quint16(0x0060));
+    out.u16(kMapHeaderSize);
+    out.u16(quint16(nameListOffset));
+    out.bytes(typeBytes).bytes(refBytes).bytes(names);
     *error = QVResourceError::NoErr;
     return fork;
 }

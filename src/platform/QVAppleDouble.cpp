@@ -1,5 +1,8 @@
 #include "platform/QVAppleDouble.h"
 
+#include "platform/QVByteReader.h"
+#include "platform/QVByteWriter.h"
+
 #include <QHash>
 #include <QPair>
 
@@ -7,56 +10,48 @@ namespace
 {
 
 constexpr int kHeaderSize = 26;
+constexpr int kEntryCount = 24;
 constexpr int kDescriptorSize = 12;
+constexpr quint32 kVersion1 = 0x00010000;
 // macOS puts an extended-attribute block after the 32 bytes of Finder info
 // (2 bytes of padding, then "ATTR"); its offsets count from the file start.
 constexpr int kAttrMagicOffset = 34;
 constexpr quint32 kAttrMagic = 0x41545452; // 'ATTR'
+// Within the block: magic, debug tag, total size, data start, data length,
+// 3 reserved words, flags, count; then the entries, each an offset, a length,
+// flags, a name length and the name, padded to 4 bytes.
+constexpr int kAttrTotalSize = 8;
+constexpr int kAttrDataStart = 12;
+constexpr int kAttrCount = 34;
+constexpr int kAttrHeaderSize = 36;
+constexpr int kAttrEntryNameLength = 10;
+constexpr int kAttrEntryFixedSize = 11;
 
-quint32 be32(const QByteArray &b, qint64 at)
+// Moves the absolute offset at pos by delta; false when it is not all there.
+bool shiftOffset(QByteArray &bytes, qint64 pos, qint64 delta)
 {
-    const auto *p = reinterpret_cast<const quint8 *>(b.constData()) + at;
-    return (quint32(p[0]) << 24) | (quint32(p[1]) << 16) | (quint32(p[2]) << 8) | quint32(p[3]);
-}
-
-quint16 be16(const QByteArray &b, qint64 at)
-{
-    const auto *p = reinterpret_cast<const quint8 *>(b.constData()) + at;
-    return quint16((p[0] << 8) | p[1]);
-}
-
-void set32(QByteArray &b, qint64 at, quint32 v)
-{
-    b[at] = char(v >> 24);
-    b[at + 1] = char(v >> 16);
-    b[at + 2] = char(v >> 8);
-    b[at + 3] = char(v);
-}
-
-void put32(QByteArray &b, quint32 v)
-{
-    b.append(char(v >> 24)).append(char(v >> 16)).append(char(v >> 8)).append(char(v));
+    const auto offset = QVByteReader(bytes).at(pos).u32();
+    return offset && QVByteWriter(bytes).setU32(pos, quint32(qint64(*offset) + delta));
 }
 
 // Moves the absolute offsets of a macOS attribute block by delta. Leaves a
 // block it cannot follow as it is.
 void shiftAttributeBlock(QByteArray &finderInfo, qint64 delta)
 {
-    const qint64 size = finderInfo.size();
-    if (delta == 0 || size < kAttrMagicOffset + 36 || be32(finderInfo, kAttrMagicOffset) != kAttrMagic)
-        return;
     const qint64 header = kAttrMagicOffset;
-    // magic, debug tag, total size, data start, data length, 3 reserved, flags, count
-    const int count = be16(finderInfo, header + 34);
-    set32(finderInfo, header + 12, quint32(qint64(be32(finderInfo, header + 12)) + delta));
-    set32(finderInfo, header + 8, quint32(qint64(be32(finderInfo, header + 8)) + delta));
-    qint64 at = header + 36;
+    const QVByteReader in(finderInfo);
+    if (delta == 0 || !in.has(header, kAttrHeaderSize) || in.at(header).u32() != kAttrMagic)
+        return;
+    const int count = *in.at(header + kAttrCount).u16();
+    shiftOffset(finderInfo, header + kAttrDataStart, delta);
+    shiftOffset(finderInfo, header + kAttrTotalSize, delta);
+    qint64 at = header + kAttrHeaderSize;
     for (int i = 0; i < count; ++i) {
-        if (at + 11 > size)
+        const auto nameLength = QVByteReader(finderInfo).at(at + kAttrEntryNameLength).u8();
+        if (!nameLength)
             return;
-        set32(finderInfo, at, quint32(qint64(be32(finderInfo, at)) + delta));
-        const int nameLength = quint8(finderInfo.at(at + 10));
-        at = (at + 11 + nameLength + 3) & ~qint64(3);
+        shiftOffset(finderInfo, at, delta);
+        at = (at + kAttrEntryFixedSize + *nameLength + 3) & ~qint64(3);
     }
 }
 
@@ -64,28 +59,28 @@ void shiftAttributeBlock(QByteArray &finderInfo, qint64 delta)
 
 std::optional<QVAppleDouble> QVAppleDouble::parse(const QByteArray &bytes)
 {
-    const qint64 size = bytes.size();
-    if (size < kHeaderSize || be32(bytes, 0) != kMagic)
-        return std::nullopt;
+    QVByteReader in(bytes);
+    const auto magic = in.u32();
     // Version 1 files have the same entry layout; accept them and write version 2.
-    const quint32 version = be32(bytes, 4);
-    if (version != kVersion2 && version != 0x00010000)
+    const auto version = in.u32();
+    const auto fillerBytes = in.bytes(16);
+    const auto count = in.at(kEntryCount).u16();
+    if (!count || *magic != kMagic || (*version != kVersion2 && *version != kVersion1))
         return std::nullopt;
     QVAppleDouble file;
-    file.filler = bytes.mid(8, 16);
-    const int count = be16(bytes, 24);
-    if (kHeaderSize + qint64(count) * kDescriptorSize > size)
+    file.filler = fillerBytes->toByteArray();
+    QVByteReader descriptors = in.at(kHeaderSize);
+    if (!descriptors.has(kHeaderSize, qint64(*count) * kDescriptorSize))
         return std::nullopt;
     // Entries at one place share one copy, and all copies together never hold
     // more than the file: thousands of entries over one large range would
     // otherwise turn a small sidecar into gigabytes.
     QHash<QPair<qint64, qint64>, QByteArray> taken;
-    qint64 budget = size;
-    for (int i = 0; i < count; ++i) {
-        const qint64 at = kHeaderSize + qint64(i) * kDescriptorSize;
-        const quint32 id = be32(bytes, at);
-        const qint64 offset = be32(bytes, at + 4), length = be32(bytes, at + 8);
-        if (offset > size || length > size - offset)
+    qint64 budget = bytes.size();
+    for (int i = 0; i < *count; ++i) {
+        const quint32 id = *descriptors.u32();
+        const qint64 offset = *descriptors.u32(), length = *descriptors.u32();
+        if (!in.has(offset, length))
             return std::nullopt;
         auto shared = taken.constFind({ offset, length });
         if (shared == taken.cend()) {
@@ -102,18 +97,14 @@ std::optional<QVAppleDouble> QVAppleDouble::parse(const QByteArray &bytes)
 QByteArray QVAppleDouble::serialize() const
 {
     QByteArray out;
-    put32(out, kMagic);
-    put32(out, kVersion2);
+    QVByteWriter w(out);
     QByteArray fill = filler.left(16);
     fill.resize(16, '\0');
-    out.append(fill);
-    out.append(char(entries.size() >> 8)).append(char(entries.size()));
+    w.u32(kMagic).u32(kVersion2).bytes(fill).u16(quint16(entries.size()));
     qint64 offset = kHeaderSize + qint64(entries.size()) * kDescriptorSize;
     QByteArray body;
     for (const Entry &e : entries) {
-        put32(out, e.id);
-        put32(out, quint32(offset));
-        put32(out, quint32(e.data.size()));
+        w.u32(e.id).u32(quint32(offset)).u32(quint32(e.data.size()));
         QByteArray data = e.data;
         if (e.id == FinderInfo && e.originalOffset != 0)
             shiftAttributeBlock(data, offset - qint64(e.originalOffset));

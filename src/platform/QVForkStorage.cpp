@@ -2,6 +2,8 @@
 
 #include "platform/QVAppleDouble.h"
 #include "platform/QVAtomicFile.h"
+#include "platform/QVByteReader.h"
+#include "platform/QVByteWriter.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkPlace.h"
@@ -20,6 +22,8 @@ using Place = QVForkStorage::Place;
 
 // AppleDouble dates count seconds from 2000-01-01 00:00:00 UTC; this value means "unknown".
 constexpr quint32 kUnknownDate = 0x80000000;
+// The Finder flags in the Finder info.
+constexpr qint64 kFinderFlags = 8;
 
 bool fileExists(const QString &path)
 {
@@ -180,7 +184,7 @@ bool QVForkStorage::isHidden(const QString &path)
     QByteArray info;
     if (readFinderInfo(path, &info) != 0)
         return false;
-    return (quint8(info.at(8)) << 8 | quint8(info.at(9))) & kInvisibleFlag;
+    return QVByteReader(info).at(kFinderFlags).u16().value_or(0) & kInvisibleFlag;
 }
 
 qint16 QVForkStorage::setHidden(const QString &path, bool hidden)
@@ -189,13 +193,12 @@ qint16 QVForkStorage::setHidden(const QString &path, bool hidden)
     Place place = Place::None;
     if (const qint16 error = readFinderInfo(path, &info, &place); error != 0)
         return error;
-    const quint16 flags = quint16(quint8(info.at(8)) << 8 | quint8(info.at(9)));
+    const quint16 flags = QVByteReader(info).at(kFinderFlags).u16().value_or(0);
     const quint16 changed = hidden ? (flags | kInvisibleFlag) : (flags & ~kInvisibleFlag);
     // Clearing a flag of a file without Finder info creates nothing.
     if (changed == flags)
         return QVResourceError::NoErr;
-    info[8] = char(changed >> 8);
-    info[9] = char(changed);
+    QVByteWriter(info).setU16(kFinderFlags, changed);
     return writeFinderInfo(path, info);
 }
 
@@ -206,16 +209,13 @@ QDateTime QVForkStorage::creationDate(const QString &path)
     for (const QVForkPlace &row : QVForkPlace::table()) {
         QByteArray dates;
         if (!row.canKeep(QVAppleDouble::FileDates)
-            || row.read(row, path, QVAppleDouble::FileDates, &dates) != QVResourceError::NoErr
-            || dates.size() < 4)
+            || row.read(row, path, QVAppleDouble::FileDates, &dates) != QVResourceError::NoErr)
             continue;
-        const auto *p = reinterpret_cast<const quint8 *>(dates.constData());
-        const quint32 raw
-            = (quint32(p[0]) << 24) | (quint32(p[1]) << 16) | (quint32(p[2]) << 8) | quint32(p[3]);
-        if (raw == kUnknownDate)
+        const auto raw = QVByteReader(dates).u32();
+        if (!raw || *raw == kUnknownDate)
             continue;
         const QDateTime epoch(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
-        return epoch.addSecs(qint32(raw));
+        return epoch.addSecs(qint32(*raw));
     }
     struct statx sx;
     if (::statx(AT_FDCWD, QVFileName::encode(path).constData(), 0, STATX_BTIME | STATX_MTIME, &sx) == 0) {
@@ -247,17 +247,10 @@ qint16 QVForkStorage::setCreationDate(const QString &path, const QDateTime &date
                 const quint32 v = i == 2
                     ? kUnknownDate
                     : quint32(qint32(qBound(qint64(-0x7FFFFFFF), modified, qint64(0x7FFFFFFF))));
-                dates[i * 4] = char(v >> 24);
-                dates[i * 4 + 1] = char(v >> 16);
-                dates[i * 4 + 2] = char(v >> 8);
-                dates[i * 4 + 3] = char(v);
+                QVByteWriter(dates).setU32(i * 4, v);
             }
         }
-        const quint32 v = quint32(qint32(seconds));
-        dates[0] = char(v >> 24);
-        dates[1] = char(v >> 16);
-        dates[2] = char(v >> 8);
-        dates[3] = char(v);
+        QVByteWriter(dates).setU32(0, quint32(qint32(seconds)));
         data->setEntry(QVAppleDouble::FileDates, dates);
         return row.store(row, path, *data);
     }

@@ -1,6 +1,9 @@
 #include "store/QVSuitcaseSurgery.h"
 
+#include "engine/QVFontLayouts.h"
 #include "engine/QVResourceManager.h"
+#include "platform/QVByteReader.h"
+#include "platform/QVByteWriter.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVFileTimes.h"
@@ -23,14 +26,40 @@ constexpr quint32 kSfnt = qvFourCC("sfnt");
 constexpr quint32 kCreator = qvFourCC("DMOV");
 constexpr quint32 kSuitcaseType = qvFourCC("FFIL");
 
-constexpr qint64 kCountOffset = 52;
-constexpr qint64 kFirstEntry = 54;
-constexpr qint64 kEntrySize = 6;
-constexpr qint64 kTableOffsets[] = { 16, 20, 24 };
+using namespace QVFontLayouts;
 
-qint64 entryOffset(int index)
+// One association entry of a family record. Entries are read only where the
+// record holds them; a read past its end gives zeros.
+struct FONDEntry {
+    qint16 size = 0;
+    qint16 style = 0;
+    qint16 id = 0;
+};
+
+FONDEntry entryAt(const QVResourceHandle &fond, int index)
 {
-    return kFirstEntry + kEntrySize * index;
+    QVByteReader in = QVByteReader(fond->data).at(FOND::entry(index));
+    const auto size = in.i16();
+    const auto style = in.i16();
+    const auto id = in.i16();
+    return { size.value_or(0), style.value_or(0), id.value_or(0) };
+}
+
+// The stored number of entries minus one; 0 when the record is too short.
+qint32 storedCount(const QVResourceHandle &fond)
+{
+    return QVByteReader(fond->data).at(FOND::kEntryCount).i16().value_or(0);
+}
+
+// Moves the positive table offsets of a family record by delta, as entries
+// are inserted or removed before the tables.
+void shiftTableOffsets(const QVResourceHandle &fond, qint32 delta)
+{
+    for (const qint64 offset : { FOND::kWidthTable, FOND::kKerningTable, FOND::kStyleTable }) {
+        const qint32 value = QVByteReader(fond->data).at(offset).i32().value_or(0);
+        if (value > 0)
+            QVByteWriter(fond->data).setU32(offset, quint32(qint64(value) + delta));
+    }
 }
 
 // Holds the handle locked while it is read, as byte readers expect.
@@ -96,11 +125,11 @@ int QVSuitcaseSurgery::entryCount(const QVResourceHandle &fond)
 {
     if (!fond)
         return 0;
-    const qint32 countMinusOne = m_fork.memoryHandler->Handle_ReadShort(fond, kCountOffset);
+    const qint32 countMinusOne = storedCount(fond);
     // Below -1 is a damaged count: no entries, so no loop can run away on it.
     if (countMinusOne < 0)
         return 0;
-    const qint64 fitting = (fond->data.size() - kFirstEntry) / kEntrySize;
+    const qint64 fitting = (fond->data.size() - FOND::kFirstEntry) / FOND::kEntrySize;
     return int(qMin<qint64>(countMinusOne + 1, qMax<qint64>(fitting, 0)));
 }
 
@@ -174,13 +203,10 @@ QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
     QVResourceHandle existing = m_fork.getNamedResource(familyName, kFOND, suitcaseRef);
     if (existing && existing->data.size() < kMinimumFONDSize)
         existing.reset();
-    QVMemoryHandler &mem = *m_fork.memoryHandler;
     QString problem;
     const int entries = entryCount(fond);
     for (int j = 0; j < entries && problem.isNull(); ++j) {
-        const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
-        const qint32 style = mem.Handle_ReadShort(fond, entryOffset(j) + 2);
-        const qint16 id = qint16(mem.Handle_ReadShort(fond, entryOffset(j) + 4));
+        const auto [size, style, id] = entryAt(fond, j);
         const QVResourceHandle held = memberResource(quarantineRef, size, id);
         if (!held)
             continue; // nothing of this member in the quarantine to lose
@@ -188,9 +214,9 @@ QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
         qint16 listedID = id;
         const int present = existing ? entryCount(existing) : 0;
         for (int k = 0; k < present; ++k) {
-            if (mem.Handle_ReadShort(existing, entryOffset(k)) == size
-                && mem.Handle_ReadShort(existing, entryOffset(k) + 2) == style) {
-                listedID = qint16(mem.Handle_ReadShort(existing, entryOffset(k) + 4));
+            const FONDEntry other = entryAt(existing, k);
+            if (other.size == size && other.style == style) {
+                listedID = other.id;
                 break;
             }
         }
@@ -210,8 +236,7 @@ QString QVSuitcaseSurgery::checkRestoreIntoSuitcase(
 
 QString QVSuitcaseSurgery::entryPostScriptName(const QVResourceHandle &fond, int index)
 {
-    const qint32 style = m_fork.memoryHandler->Handle_ReadShort(fond, entryOffset(index) + 2);
-    return m_fork.getBitmapPSname(fond, style);
+    return m_fork.getBitmapPSname(fond, entryAt(fond, index).style);
 }
 
 QString QVSuitcaseSurgery::moveFontFromSuitcaseToQuarantine(
@@ -587,12 +612,11 @@ void QVSuitcaseSurgery::addFONDAssociatedResources(const QVResourceHandle &fond,
 {
     std::lock_guard guard(QVResouceFork::lock());
     m_fork.useResourceFile(fromRes);
-    QVMemoryHandler &mem = *m_fork.memoryHandler;
     const int entries = entryCount(fond);
     for (int j = 0; j < entries; ++j) {
-        const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
-        const qint16 id = qint16(mem.Handle_ReadShort(fond, entryOffset(j) + 4));
-        if (size < 1) {
+        const FONDEntry entry = entryAt(fond, j);
+        const qint16 id = entry.id;
+        if (entry.size < 1) {
             const QVResourceHandle outline = m_fork.getResourceOfID(id, kSfnt, fromRes);
             if (outline) {
                 m_fork.useResourceFile(toRes);
@@ -632,46 +656,40 @@ void QVSuitcaseSurgery::addAssocTables(const QVResourceHandle &source, const QVR
     std::lock_guard guard(QVResouceFork::lock());
     if (!source || !destination)
         return;
-    QVMemoryHandler &mem = *m_fork.memoryHandler;
     const int sourceEntries = entryCount(source);
     for (int j = 0; j < sourceEntries; ++j) {
-        const qint16 size = qint16(mem.Handle_ReadShort(source, entryOffset(j)));
-        const qint16 style = qint16(mem.Handle_ReadShort(source, entryOffset(j) + 2));
-        const qint16 id = qint16(mem.Handle_ReadShort(source, entryOffset(j) + 4));
-        const qint32 countMinusOne = mem.Handle_ReadShort(destination, kCountOffset);
+        const FONDEntry entry = entryAt(source, j);
+        const qint32 countMinusOne = storedCount(destination);
         // A damaged count, or entries running past the end: leave it alone.
-        if (countMinusOne < -1 || entryOffset(countMinusOne + 1) > destination->data.size())
+        if (countMinusOne < -1 || FOND::entry(countMinusOne + 1) > destination->data.size())
             break;
         const int present = countMinusOne + 1;
         bool duplicate = false;
         int insertAt = present;
         for (int k = 0; k < present; ++k) {
-            const qint32 otherSize = mem.Handle_ReadShort(destination, entryOffset(k));
-            const qint32 otherStyle = mem.Handle_ReadShort(destination, entryOffset(k) + 2);
-            if (otherSize == size && otherStyle == style) {
+            const FONDEntry other = entryAt(destination, k);
+            if (other.size == entry.size && other.style == entry.style) {
                 duplicate = true;
                 break;
             }
-            if (insertAt == present && (otherSize > size || (otherSize == size && otherStyle > style)))
+            if (insertAt == present
+                && (other.size > entry.size || (other.size == entry.size && other.style > entry.style)))
                 insertAt = k;
         }
         if (duplicate)
             continue;
         const qint64 oldSize = destination->data.size();
-        const qint64 at = entryOffset(insertAt);
-        if (!QVResourceManager::setHandleSize(destination, oldSize + kEntrySize))
+        const qint64 at = FOND::entry(insertAt);
+        if (!QVResourceManager::setHandleSize(destination, oldSize + FOND::kEntrySize))
             break;
         char *bytes = destination->data.data();
-        std::memmove(bytes + at + kEntrySize, bytes + at, size_t(oldSize - at));
-        mem.Handle_WriteShort(destination, kCountOffset, qint16(countMinusOne + 1));
-        mem.Handle_WriteShort(destination, at, size);
-        mem.Handle_WriteShort(destination, at + 2, style);
-        mem.Handle_WriteShort(destination, at + 4, id);
-        for (const qint64 offset : kTableOffsets) {
-            const qint32 value = mem.Handle_ReadLong(destination, offset);
-            if (value > 0)
-                mem.Handle_WriteLong(destination, offset, value + qint32(kEntrySize));
-        }
+        std::memmove(bytes + at + FOND::kEntrySize, bytes + at, size_t(oldSize - at));
+        QVByteWriter out(destination->data);
+        out.setU16(FOND::kEntryCount, quint16(countMinusOne + 1));
+        out.setU16(at + FOND::kEntryPointSize, quint16(entry.size));
+        out.setU16(at + FOND::kEntryStyle, quint16(entry.style));
+        out.setU16(at + FOND::kEntryID, quint16(entry.id));
+        shiftTableOffsets(destination, qint32(FOND::kEntrySize));
     }
     QVResourceManager::changedResource(destination);
     QVResourceManager::writeResource(destination);
@@ -682,10 +700,9 @@ qint16 QVSuitcaseSurgery::remove1AssocTable(const QVResourceHandle &fond, int in
     std::lock_guard guard(QVResouceFork::lock());
     if (!fond)
         return -1;
-    QVMemoryHandler &mem = *m_fork.memoryHandler;
-    const qint32 countMinusOne = mem.Handle_ReadShort(fond, kCountOffset);
+    const qint32 countMinusOne = storedCount(fond);
     const qint64 size = fond->data.size();
-    if (index >= 0 && index <= countMinusOne && entryOffset(index + 1) <= size) {
+    if (index >= 0 && index <= countMinusOne && FOND::entry(index + 1) <= size) {
         if (countMinusOne == 0) {
             const qint16 error = QVResourceManager::removeResource(fond);
             if (error != 0)
@@ -693,16 +710,12 @@ qint16 QVSuitcaseSurgery::remove1AssocTable(const QVResourceHandle &fond, int in
             fond->data.clear();
             return -1;
         }
-        mem.Handle_WriteShort(fond, kCountOffset, qint16(countMinusOne - 1));
-        const qint64 from = entryOffset(index + 1);
+        QVByteWriter(fond->data).setU16(FOND::kEntryCount, quint16(countMinusOne - 1));
+        const qint64 from = FOND::entry(index + 1);
         char *bytes = fond->data.data();
-        std::memmove(bytes + from - kEntrySize, bytes + from, size_t(size - from));
-        QVResourceManager::setHandleSize(fond, size - kEntrySize);
-        for (const qint64 offset : kTableOffsets) {
-            const qint32 value = mem.Handle_ReadLong(fond, offset);
-            if (value > 0)
-                mem.Handle_WriteLong(fond, offset, value - qint32(kEntrySize));
-        }
+        std::memmove(bytes + from - FOND::kEntrySize, bytes + from, size_t(size - from));
+        QVResourceManager::setHandleSize(fond, size - FOND::kEntrySize);
+        shiftTableOffsets(fond, -qint32(FOND::kEntrySize));
     }
     QVResourceManager::changedResource(fond);
     if (QVResourceManager::resError() == 0)
@@ -714,14 +727,13 @@ qint16 QVSuitcaseSurgery::removeFONDAssocTables(
     const QVResourceHandle &fond, const QString &postScriptName, bool isTrueType)
 {
     std::lock_guard guard(QVResouceFork::lock());
-    QVMemoryHandler &mem = *m_fork.memoryHandler;
     qint16 result = 0;
     // Each pass removes one entry, so there are never more passes than entries.
     for (int passes = entryCount(fond); passes > 0; --passes) {
         const int entries = entryCount(fond);
         int found = -1;
         for (int j = 0; j < entries && found < 0; ++j) {
-            const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
+            const qint32 size = entryAt(fond, j).size;
             const bool kindFits = isTrueType ? size == 0 : size != 0;
             if (kindFits && entryPostScriptName(fond, j) == postScriptName)
                 found = j;
@@ -739,12 +751,11 @@ void QVSuitcaseSurgery::removeFONDAssocTables(
     const QVResourceHandle &fond, const QString &postScriptName, bool isTrueType, const QVFontFilePtr &)
 {
     std::lock_guard guard(QVResouceFork::lock());
-    QVMemoryHandler &mem = *m_fork.memoryHandler;
     for (int passes = entryCount(fond); passes > 0; --passes) {
         const int entries = entryCount(fond);
         int found = -1;
         for (int j = 0; j < entries && found < 0; ++j) {
-            const qint32 size = mem.Handle_ReadShort(fond, entryOffset(j));
+            const qint32 size = entryAt(fond, j).size;
             const bool kindFits = isTrueType ? size == 0 : size != 0;
             if (!kindFits || entryPostScriptName(fond, j) != postScriptName)
                 found = j;
