@@ -649,13 +649,13 @@ TEST(QVMemoryHandler, ReadsAndWritesStayInsideTheData)
     EXPECT_EQ(mem.Handle_ReadChar(h, 10), 0);
     EXPECT_EQ(mem.Handle_ReadChar(h, -1), 0);
     EXPECT_EQ(mem.Handle_ReadLong(h, -2), 0);
-    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(mem.Handle_ReadPString(h, 0)), 4),
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(mem.Handle_ReadPString(h, 0).data()), 4),
         "\x03"
         "abc");
     EXPECT_EQ(mem.Handle_ReadPString(h, 4)[0], 0); // nine bytes from offset 4 run past the end
-    EXPECT_EQ(
-        QByteArray(reinterpret_cast<const char *>(mem.Handle_ReadString(h, 0, 1000)), 11), bytes + '\0');
-    const unsigned char *full
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char *>(mem.Handle_ReadString(h, 0, 1000).data()), 11),
+        bytes + '\0');
+    const auto full
         = mem.Handle_ReadString(newHandleFromBytes(QByteArray(4000, 'A').prepend(char(1))), 0, 5000);
     EXPECT_EQ(full[1022], 'A');
     EXPECT_EQ(full[1023], 0);
