@@ -52,12 +52,16 @@ std::optional<QVResourceFile> QVResourceFile::parse(const QByteArray &fork, qint
     // must not make a small file fill the memory.
     QHash<qint64, QByteArray> taken;
     qint64 budget = *dataLength;
+    // Nor can types sharing reference lists name more resources than the map
+    // has room to list.
+    qint64 referenceBudget = *mapLength / kRefSize;
 
     for (int t = 0; t < typeCount; ++t) {
         const quint32 type = *typeList.u32();
         const int refCount = *typeList.u16() + 1;
         QVByteReader refs = QVByteReader(map).at(typeListOffset + *typeList.u16());
-        if (!refs.ok() || !refs.has(refs.pos(), qint64(refCount) * kRefSize))
+        referenceBudget -= refCount;
+        if (!refs.ok() || !refs.has(refs.pos(), qint64(refCount) * kRefSize) || referenceBudget < 0)
             return fail(QVResourceError::MapRead);
         for (int r = 0; r < refCount; ++r) {
             Entry entry;

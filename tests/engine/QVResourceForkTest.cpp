@@ -12,6 +12,7 @@
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
+#include <QDataStream>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QtConcurrent>
@@ -573,6 +574,25 @@ TEST(QVResourceFile, DamagedMapsAreRefusedAndBadDataIsMarked)
         EXPECT_EQ(shared->entries.at(i).dataValid, i % 2 == 1) << i;
         EXPECT_EQ(shared->entries.at(i).data.isSharedWith(shared->entries.at(0).data), i % 2 == 1) << i;
     }
+    // Types sharing one reference list would make a 40 KB map name four
+    // million resources: more references than the map can hold is damage.
+    constexpr int kTypes = 2000, kRefs = 2000;
+    QByteArray types, refList, shareMap(22, '\0');
+    QDataStream typeOut(&types, QIODevice::WriteOnly), refOut(&refList, QIODevice::WriteOnly);
+    typeOut << quint16(kTypes - 1);
+    for (int t = 0; t < kTypes; ++t)
+        typeOut << quint32(t) << quint16(kRefs - 1) << quint16(2 + 8 * kTypes);
+    for (int r = 0; r < kRefs; ++r)
+        refOut << qint16(r) << quint16(0xFFFF) << quint32(0) << quint32(0);
+    QDataStream mapOut(&shareMap, QIODevice::Append);
+    mapOut << quint16(0) << quint16(28) << quint16(28 + types.size() + refList.size());
+    shareMap += types + refList;
+    QByteArray shareFork;
+    QDataStream forkOut(&shareFork, QIODevice::WriteOnly);
+    forkOut << quint32(16) << quint32(20) << quint32(4) << quint32(shareMap.size()) << quint32(0);
+    EXPECT_FALSE(QVResourceFile::parse(shareFork + shareMap, &error));
+    EXPECT_EQ(error, QVResourceError::MapRead);
+
     // The 24-bit data offsets reach 16 MB: a resource starting beyond cannot be written.
     QVResourceFile huge;
     huge.entries
