@@ -20,7 +20,8 @@ QMessageBox *QVAlertSheet::show(QWidget *window, const QString &message, const Q
     box->setAccessibleName(message);
     QList<QPushButton *> buttons;
     for (const QString &title : buttonTitles)
-        buttons.append(box->addButton(title, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+        buttons.append(
+            box->addButton(title, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
     if (!buttons.isEmpty()) {
         box->setDefaultButton(buttons.first());
         box->setEscapeButton(buttons.first());

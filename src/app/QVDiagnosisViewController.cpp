@@ -58,9 +58,11 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
         grid->addWidget(m_passMarks[i], pass, 0);
         grid->addWidget(m_passLabels[i], pass, 1);
         grid->addWidget(m_passBars[i], pass, 2);
-        connect(m_diagnosis->progressForPass(pass), &QVProgress::changed, this, [this, pass] { refreshPass(pass); });
+        connect(m_diagnosis->progressForPass(pass), &QVProgress::changed, this,
+            [this, pass] { refreshPass(pass); });
     }
-    connect(m_diagnosis->overallProgress(), &QVProgress::changed, this, &QVDiagnosisViewController::refreshOverall);
+    connect(m_diagnosis->overallProgress(), &QVProgress::changed, this,
+        &QVDiagnosisViewController::refreshOverall);
 
     m_settingsText = new QLabel(this);
     m_settingsText->setTextFormat(Qt::RichText);
@@ -72,7 +74,8 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
 
     m_reportButton = new QPushButton(QStringLiteral("Report"), this);
     m_reportButton->setAccessibleName(QStringLiteral("Report"));
-    m_reportButton->setToolTip(QStringLiteral("The report of this scan (reports are written by the command line for now)"));
+    m_reportButton->setToolTip(
+        QStringLiteral("The report of this scan (reports are written by the command line for now)"));
     m_reportButton->setEnabled(false);
     m_cancelButton = new QPushButton(QVStringTable::text(QStringLiteral("any.done.title")), this);
     m_cancelButton->setAccessibleName(m_cancelButton->text());
@@ -109,7 +112,8 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
         if (m_alert)
             m_alert->close();
     });
-    connect(m_viewState, &QVDiagnosisViewState::diagnosisFinished, this, &QVDiagnosisViewController::refreshButtons);
+    connect(m_viewState, &QVDiagnosisViewState::diagnosisFinished, this,
+        &QVDiagnosisViewController::refreshButtons);
 
     m_diagnosis->setStateFromUserPrefs();
     resetAllProgressViews();
@@ -137,7 +141,8 @@ void QVDiagnosisViewController::setScanMode()
     m_viewState->setScanMode();
     QString html = m_viewState->getSettingsStartText().toHtmlEscaped();
     for (const QString &heading : QVDiagnosisViewState::settingsStartHeadings())
-        html.replace(heading.toHtmlEscaped(), QStringLiteral("<b>") + heading.toHtmlEscaped() + QStringLiteral("</b>"));
+        html.replace(heading.toHtmlEscaped(),
+            QStringLiteral("<b>") + heading.toHtmlEscaped() + QStringLiteral("</b>"));
     html.replace(QLatin1Char('\n'), QStringLiteral("<br>"));
     m_settingsText->setText(html);
     refreshIcon();
@@ -214,7 +219,8 @@ void QVDiagnosisViewController::refreshPass(int pass)
     const bool enabled = m_diagnosis->isProgressEnabled(pass);
     showProgress(m_passBars[i], progress);
     m_passBars[i]->setVisible(enabled);
-    const QString label = progress->label().isEmpty() ? m_diagnosis->titleForProgress(pass) : progress->label();
+    const QString label
+        = progress->label().isEmpty() ? m_diagnosis->titleForProgress(pass) : progress->label();
     m_passLabels[i]->setText(label);
     m_passLabels[i]->setEnabled(enabled);
 
@@ -239,12 +245,13 @@ void QVDiagnosisViewController::refreshPass(int pass)
     m_passMarks[i]->setAccessibleName(m_diagnosis->titleForProgress(pass) + QStringLiteral(": ") + mark);
 }
 
-void QVDiagnosisViewController::showAlert(
-    const QString &message, const QString &informativeText, const QStringList &buttonTitles, const QString &context)
+void QVDiagnosisViewController::showAlert(const QString &message, const QString &informativeText,
+    const QStringList &buttonTitles, const QString &context)
 {
     if (m_alert)
         m_alert->close();
-    m_alert = QVAlertSheet::show(window(), message, informativeText, buttonTitles, context,
+    m_alert = QVAlertSheet::show(
+        window(), message, informativeText, buttonTitles, context,
         [this, context](int returnCode) { m_viewState->modalEnded(returnCode, context); },
         buttonTitles.size() > 1 ? QMessageBox::Warning : QMessageBox::Information);
 }

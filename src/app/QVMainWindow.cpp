@@ -42,8 +42,8 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     bandLayout->setContentsMargins(16, 8, 16, 8);
     bandLayout->setSpacing(8);
     const char *const bases[] = { "ButtonScan", "ButtonSettings", "ButtonQuarantine", "ButtonReports" };
-    const char *const titleKeys[] = { "window.title.scan", "window.title.settings", "window.title.quarantine",
-        "window.title.reports" };
+    const char *const titleKeys[]
+        = { "window.title.scan", "window.title.settings", "window.title.quarantine", "window.title.reports" };
     for (int i = 0; i < 4; ++i) {
         auto *button = new QVViewButton(QLatin1String(bases[i]), text(titleKeys[i]), band);
         button->setCheckable(true);
@@ -81,8 +81,8 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     setCentralWidget(central);
 
     QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
-    m_scanFontsNowMenuItem = file->addAction(QStringLiteral("Scan &Font Folders"), QKeySequence(QStringLiteral("Ctrl+R")),
-        m_delegate, &QVAppDelegate::handleScanButton);
+    m_scanFontsNowMenuItem = file->addAction(QStringLiteral("Scan &Font Folders"),
+        QKeySequence(QStringLiteral("Ctrl+R")), m_delegate, &QVAppDelegate::handleScanButton);
     m_customScanMenuItem = file->addAction(QStringLiteral("Scan a F&older…"), QKeySequence::Open, m_delegate,
         &QVAppDelegate::HandleManualScanMenuItem);
     m_scanRecentMenu = file->addMenu(QStringLiteral("&Recent Scans"));
@@ -114,7 +114,8 @@ void QVMainWindow::setViews(
     m_tabs->addWidget(reports);
 }
 
-void QVMainWindow::switchTo(int index, const QString &titleKey, const QString &infoKey, const QString &iconName)
+void QVMainWindow::switchTo(
+    int index, const QString &titleKey, const QString &infoKey, const QString &iconName)
 {
     setWindowTitle(QVStringTable::text(titleKey));
     m_viewActions[size_t(index)]->setChecked(true);
@@ -134,8 +135,8 @@ void QVMainWindow::scanButtonClicked()
 
 void QVMainWindow::settingsButtonClicked()
 {
-    switchTo(SettingsView, QStringLiteral("window.title.settings"), QStringLiteral("info.settings.default.message"),
-        QStringLiteral("settings"));
+    switchTo(SettingsView, QStringLiteral("window.title.settings"),
+        QStringLiteral("info.settings.default.message"), QStringLiteral("settings"));
 }
 
 void QVMainWindow::quarantineButtonClicked()
@@ -146,8 +147,8 @@ void QVMainWindow::quarantineButtonClicked()
 
 void QVMainWindow::reportsButtonClicked()
 {
-    switchTo(ReportsView, QStringLiteral("window.title.reports"), QStringLiteral("info.reports.default.message"),
-        QStringLiteral("reports"));
+    switchTo(ReportsView, QStringLiteral("window.title.reports"),
+        QStringLiteral("info.reports.default.message"), QStringLiteral("reports"));
 }
 
 void QVMainWindow::selectButton(int index)
@@ -206,8 +207,8 @@ void QVMainWindow::setInfo(const QString &text, const QString &iconName)
 {
     m_infoLabel->setText(text);
     m_infoIconName = text.isEmpty() ? QString() : iconName;
-    m_infoIcon->setPixmap(m_infoIconName.isEmpty() ? QPixmap()
-                                                   : QVImages::pixmap(m_infoIconName, 24, devicePixelRatioF()));
+    m_infoIcon->setPixmap(
+        m_infoIconName.isEmpty() ? QPixmap() : QVImages::pixmap(m_infoIconName, 24, devicePixelRatioF()));
 }
 
 QString QVMainWindow::infoText() const

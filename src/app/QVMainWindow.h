@@ -24,8 +24,8 @@ public:
     explicit QVMainWindow(QVAppDelegate *delegate, QWidget *parent = nullptr);
 
     // Places the views (made by the delegate) in the stack.
-    void setViews(QWidget *scanRoot, QWidget *diagnosisView, QWidget *settings, QWidget *quarantine,
-        QWidget *reports);
+    void setViews(
+        QWidget *scanRoot, QWidget *diagnosisView, QWidget *settings, QWidget *quarantine, QWidget *reports);
 
     // The button clicks: title, View menu check, selected image and view.
     void scanButtonClicked();

@@ -5,7 +5,8 @@
 #include <QBoxLayout>
 #include <QLabel>
 
-QVPlaceholderView::QVPlaceholderView(const QString &iconName, const QString &title, const QString &text, QWidget *parent)
+QVPlaceholderView::QVPlaceholderView(
+    const QString &iconName, const QString &title, const QString &text, QWidget *parent)
     : QWidget(parent)
 {
     auto *icon = new QLabel(this);

@@ -9,5 +9,6 @@ class QVPlaceholderView : public QWidget
     Q_OBJECT
 
 public:
-    QVPlaceholderView(const QString &iconName, const QString &title, const QString &text, QWidget *parent = nullptr);
+    QVPlaceholderView(
+        const QString &iconName, const QString &title, const QString &text, QWidget *parent = nullptr);
 };

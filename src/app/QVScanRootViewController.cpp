@@ -35,7 +35,8 @@ QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget
     m_scanFolderButton->setAccessibleName(QStringLiteral("Scan a Folder"));
     m_scanFolderButton->setToolTip(QStringLiteral("Choose a folder of fonts to scan"));
     connect(m_scanButton, &QPushButton::clicked, this, &QVScanRootViewController::scanButtonClicked);
-    connect(m_scanFolderButton, &QPushButton::clicked, this, &QVScanRootViewController::scanFolderButtonClicked);
+    connect(
+        m_scanFolderButton, &QPushButton::clicked, this, &QVScanRootViewController::scanFolderButtonClicked);
     auto *dropHint = new QLabel(QStringLiteral("You can also drop folders onto this window."), this);
     dropHint->setForegroundRole(QPalette::PlaceholderText);
 
@@ -62,8 +63,8 @@ QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget
 
 QString QVScanRootViewController::getDefaultText()
 {
-    return QStringLiteral(
-        "\nQuorvel has not scanned any fonts on this computer yet.\nTo get started, review the scan options below.");
+    return QStringLiteral("\nQuorvel has not scanned any fonts on this computer yet.\nTo get started, review "
+                          "the scan options below.");
 }
 
 QString QVScanRootViewController::getScanText() const
@@ -80,7 +81,8 @@ QString QVScanRootViewController::getScanText() const
                        .arg(day.toHtmlEscaped(), date.time().toString(QStringLiteral("h:mmAP")))
         + QStringLiteral("<br>")
         + QStringLiteral("Total Fonts Scanned: %1<br>").arg(m_settings->lastScanTotalCount().toHtmlEscaped())
-        + QStringLiteral("Total Font Problems Diagnosed: %1").arg(m_settings->lastScanProblemCount().toHtmlEscaped());
+        + QStringLiteral("Total Font Problems Diagnosed: %1")
+              .arg(m_settings->lastScanProblemCount().toHtmlEscaped());
     if (const QString report = m_settings->lastReportName(); !report.isEmpty())
         text += QStringLiteral("<br>Last Saved Report: %1<br><a href=\"report\">Show last saved report</a>")
                     .arg(report.toHtmlEscaped());
@@ -90,11 +92,13 @@ QString QVScanRootViewController::getScanText() const
 void QVScanRootViewController::updateScanViewText()
 {
     const bool scanned = m_settings->lastScanDate().isValid();
-    m_textLabel->setText(scanned ? getScanText() : getDefaultText().trimmed().toHtmlEscaped().replace(
-                                                       QLatin1Char('\n'), QStringLiteral("<br>")));
+    m_textLabel->setText(scanned
+            ? getScanText()
+            : getDefaultText().trimmed().toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>")));
     QString icon = QStringLiteral("mac-icon");
     if (scanned)
-        icon += m_settings->lastScanProblemCount().toInt() > 0 ? QStringLiteral("-caution") : QStringLiteral("-ok");
+        icon += m_settings->lastScanProblemCount().toInt() > 0 ? QStringLiteral("-caution")
+                                                               : QStringLiteral("-ok");
     m_iconLabel->setPixmap(QVImages::pixmap(icon, 64, devicePixelRatioF()));
 }
 

@@ -23,14 +23,16 @@ QVSettingsTabItem::QVSettingsTabItem(QVSettings *settings, QWidget *parent)
     : QWidget(parent)
     , m_settings(settings)
 {
-    const QString titles[] = { QStringLiteral("Diagnose corrupt fonts"), QStringLiteral("Find duplicate fonts"),
-        QStringLiteral("Find orphaned fonts") };
-    const QString hints[] = { QStringLiteral("Looks inside every font file for damaged tables, resources and names."),
-        QStringLiteral("Finds fonts installed more than once and picks the copies to set aside."),
-        QStringLiteral("Finds PostScript outlines without their bitmap fonts, and the reverse.") };
+    const QString titles[] = { QStringLiteral("Diagnose corrupt fonts"),
+        QStringLiteral("Find duplicate fonts"), QStringLiteral("Find orphaned fonts") };
+    const QString hints[]
+        = { QStringLiteral("Looks inside every font file for damaged tables, resources and names."),
+              QStringLiteral("Finds fonts installed more than once and picks the copies to set aside."),
+              QStringLiteral("Finds PostScript outlines without their bitmap fonts, and the reverse.") };
     const QList<QPair<QString, QString>> options[] = {
         { { QStringLiteral("checkFontActivation"), QStringLiteral("Check that fonts can be activated") } },
-        { { QStringLiteral("matchVersionNumbers"), QStringLiteral("Duplicates must have the same version") } },
+        { { QStringLiteral("matchVersionNumbers"),
+            QStringLiteral("Duplicates must have the same version") } },
         { { QStringLiteral("diagnoseType3fonts"), QStringLiteral("Include PostScript Type 3 fonts") },
             { QStringLiteral("allStylesRequirePostScript"),
                 QStringLiteral("Every style needs its own PostScript font") } },
@@ -81,7 +83,8 @@ QVSettingsTabItem::QVSettingsTabItem(QVSettings *settings, QWidget *parent)
     setStateFromUserPrefs();
 }
 
-QToolButton *QVSettingsTabItem::makeOptions(const QString &passTitle, const QList<QPair<QString, QString>> &items)
+QToolButton *QVSettingsTabItem::makeOptions(
+    const QString &passTitle, const QList<QPair<QString, QString>> &items)
 {
     auto *button = new QToolButton(this);
     button->setText(QStringLiteral("Options"));
@@ -125,7 +128,8 @@ void QVSettingsTabItem::passSwitchAction(Switch which)
 
 bool QVSettingsTabItem::validateSettings()
 {
-    if (m_settings->diagnoseFileStructure() || m_settings->findDuplicateFonts() || m_settings->findOrpanedFonts())
+    if (m_settings->diagnoseFileStructure() || m_settings->findDuplicateFonts()
+        || m_settings->findOrpanedFonts())
         return true;
     Q_EMIT alertRequested(QVStringTable::text(QStringLiteral("settings.errorMessage.dignosisOptions")),
         QVStringTable::text(QStringLiteral("settings.errorMessage.dignosisOptions.info")),
@@ -136,8 +140,8 @@ bool QVSettingsTabItem::validateSettings()
 void QVSettingsTabItem::updateDot(Switch which)
 {
     const bool on = m_switches[which]->isChecked();
-    m_dots[which]->setPixmap(
-        QVImages::pixmap(on ? QStringLiteral("ok_dot") : QStringLiteral("fail_dot"), 16, devicePixelRatioF()));
+    m_dots[which]->setPixmap(QVImages::pixmap(
+        on ? QStringLiteral("ok_dot") : QStringLiteral("fail_dot"), 16, devicePixelRatioF()));
     m_dots[which]->setAccessibleName(on ? QStringLiteral("On") : QStringLiteral("Off"));
 }
 
