@@ -10,6 +10,7 @@
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
 #include "platform/QVDefaultApplication.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"

@@ -15,6 +15,7 @@
 #include <QMenuBar>
 #include <QMimeData>
 #include <QStackedWidget>
+#include <QToolButton>
 
 namespace
 {
@@ -100,6 +101,9 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
         connect(action, &QAction::triggered, this, [this, i] { selectButton(i); });
         m_viewActions[size_t(i)] = action;
     }
+    // The menu bar's overflow button has no text of its own.
+    if (auto *more = menuBar()->findChild<QToolButton *>(QStringLiteral("qt_menubar_ext_button")))
+        more->setAccessibleName(QStringLiteral("More menus"));
     setInfo(QString());
 }
 

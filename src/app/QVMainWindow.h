@@ -10,6 +10,7 @@
 class QAction;
 class QLabel;
 class QMenu;
+class QMimeData;
 class QStackedWidget;
 class QVAppDelegate;
 class QVViewButton;

@@ -1,14 +1,14 @@
 // The main window driven as a person would: view buttons and menus, drops of
 // folders and files, a whole scan of real fonts to its Done button, and the
 // settings that must keep one diagnosis on.
-#include "QVAppDelegate.h"
+#include "app/QVAppDelegate.h"
 
-#include "QVAlertSheet.h"
-#include "QVDiagnosisViewController.h"
-#include "QVMainWindow.h"
-#include "QVScanRootViewController.h"
-#include "QVSettingsTabItem.h"
-#include "QVViewButton.h"
+#include "app/QVAlertSheet.h"
+#include "app/QVDiagnosisViewController.h"
+#include "app/QVMainWindow.h"
+#include "app/QVScanRootViewController.h"
+#include "app/QVSettingsTabItem.h"
+#include "app/QVViewButton.h"
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
@@ -21,6 +21,8 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
@@ -116,7 +118,8 @@ TEST_F(AppTest, ViewsSwitchByButtonAndMenuWithTitlesAndImages)
 
     // Everything a person can press has a name a screen reader says.
     for (const QAbstractButton *button : window->findChildren<QAbstractButton *>())
-        EXPECT_FALSE(button->accessibleName().isEmpty()) << button->text().toStdString();
+        EXPECT_FALSE(button->accessibleName().isEmpty())
+            << button->metaObject()->className() << ' ' << button->objectName().toStdString();
 }
 
 TEST_F(AppTest, DroppedFilesAndMissingFoldersAreRefused)

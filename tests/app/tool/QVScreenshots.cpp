@@ -1,9 +1,9 @@
 // qv-screenshots [OUTDIR]: pictures of every view of the main window, in a
 // light and a dark palette, idle and after a diagnosis of duplicated fonts,
 // drawn off screen in a throw-away home (default OUTDIR: docs/screenshots).
-#include "QVAppDelegate.h"
-#include "QVDiagnosisViewController.h"
-#include "QVMainWindow.h"
+#include "app/QVAppDelegate.h"
+#include "app/QVDiagnosisViewController.h"
+#include "app/QVMainWindow.h"
 #include "settings/QVSettings.h"
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
@@ -11,6 +11,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QPushButton>
+#include <QStyle>
 #include <QStyleFactory>
 #include <cstdio>
 
