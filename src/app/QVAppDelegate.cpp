@@ -142,12 +142,12 @@ void QVAppDelegate::connectDiagnosisView()
         m_window->close();
     });
     // The resolution window comes later; meanwhile the info label says what was found.
-    connect(state, &QVDiagnosisViewState::actionWindowRequested, this,
-        [this](const QList<QVProblemFontPtr> &fonts) {
+    connect(
+        state, &QVDiagnosisViewState::actionWindowRequested, this, [this](const QList<QVProblemFontPtr> &) {
             m_window->setInfo(
                 QStringLiteral(
                     "%1 fonts with problems. quorvel-cli diagnose --resolve repairs or sets them aside.")
-                    .arg(fonts.size()),
+                    .arg(m_diagnosisViewController->diagnosis()->totalFontProblems()),
                 QStringLiteral("scan"));
         });
 }

@@ -53,6 +53,10 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
         connect(button, &QVViewButton::clicked, this, [this, i] { selectButton(i); });
     }
     bandLayout->addStretch();
+    // The images draw the selection; the frame is kept for keyboard focus alone.
+    band->setStyleSheet(
+        QStringLiteral("QToolButton { border: 2px solid transparent; border-radius: 8px; padding: 2px; }"
+                       "QToolButton:focus { border-color: palette(highlight); }"));
     auto *rule = new QFrame(this);
     rule->setFrameShape(QFrame::HLine);
     rule->setFrameShadow(QFrame::Sunken);
