@@ -137,8 +137,11 @@ void QVMainWindow::switchTo(
 void QVMainWindow::scanButtonClicked()
 {
     switchTo(ScanView, QStringLiteral("window.title.scan"), QString(), QString());
-    if (!m_delegate->isBusy() && !m_delegate->isShowingDoneButton())
+    if (!m_delegate->isBusy() && !m_delegate->isShowingDoneButton()) {
+        // Another view's line says nothing about scanning.
+        setInfo(QString());
         m_delegate->presentScanView();
+    }
 }
 
 void QVMainWindow::settingsButtonClicked()
