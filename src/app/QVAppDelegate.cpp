@@ -1,0 +1,467 @@
+#include "QVAppDelegate.h"
+
+#include "QVAlertSheet.h"
+#include "QVDiagnosisViewController.h"
+#include "QVMainWindow.h"
+#include "QVPlaceholderView.h"
+#include "QVScanRootViewController.h"
+#include "QVSettingsTabItem.h"
+#include "QVViewButton.h"
+#include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVDiagnosisViewState.h"
+#include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
+#include "platform/QVDefaultApplication.h"
+#include "settings/QVHelperCommunications.h"
+#include "settings/QVNotificationCenter.h"
+#include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
+#include "store/QVFileManager.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QMenu>
+#include <QPushButton>
+#include <QTimer>
+#include <cstdio>
+
+namespace
+{
+
+const QString kManualScan = QStringLiteral("Manual Scan");
+const QString kAutoScan = QStringLiteral("AutoScan");
+
+QString text(const char *key)
+{
+    return QVStringTable::text(QString::fromLatin1(key));
+}
+
+} // namespace
+
+QVAppDelegate::QVAppDelegate(QObject *parent)
+    : QObject(parent)
+{
+}
+
+QVAppDelegate::~QVAppDelegate()
+{
+    cleanUpBeforeClosing();
+    // The window's views refer to the data manager and file manager.
+    m_window.reset();
+    delete m_fileMgr;
+}
+
+bool QVAppDelegate::launch(const QStringList &folders)
+{
+    applicationWillFinishLaunching();
+    applicationDidFinishLaunching();
+    m_window->show();
+    return folders.isEmpty() || openFolders(folders);
+}
+
+void QVAppDelegate::applicationWillFinishLaunching()
+{
+    // No helper runs yet that a migration would have to restart.
+    QVSettings::migratePreferences();
+    m_settings = std::make_unique<QVSettings>();
+    m_settings->registerUserPreferences();
+    m_helperCommunications = new QVHelperCommunications(
+        QString::fromLatin1(QVSettings::kBundleIdentifier), QDBusConnection::sessionBus(), this);
+}
+
+void QVAppDelegate::applicationDidFinishLaunching()
+{
+    m_dataMgr = std::make_unique<QVFontDataManager>();
+    m_fileMgr = new QVFileManager(m_dataMgr.get());
+    m_fileMgr->setSettings(m_settings.get());
+    m_fileMgr->setHelperCommunications(m_helperCommunications);
+
+    m_window = std::make_unique<QVMainWindow>(this);
+    m_defaultScanViewController = new QVScanRootViewController(m_settings.get());
+    m_diagnosisViewController = new QVDiagnosisViewController(m_dataMgr.get());
+    m_diagnosisViewController->viewState()->setHelperCommunications(m_helperCommunications);
+    m_settingsTabItem = new QVSettingsTabItem(m_settings.get());
+    m_window->setViews(m_defaultScanViewController, m_diagnosisViewController, m_settingsTabItem,
+        new QVPlaceholderView(QStringLiteral("quarantine"), text("window.title.quarantine"),
+            QStringLiteral("Fonts set aside by a diagnosis will be listed here.")),
+        new QVPlaceholderView(QStringLiteral("reports"), text("window.title.reports"),
+            QStringLiteral("Saved reports will be listed here.")));
+    connectDiagnosisView();
+    connect(m_defaultScanViewController, &QVScanRootViewController::scanButtonClicked, this,
+        &QVAppDelegate::handleScanButton);
+    connect(m_defaultScanViewController, &QVScanRootViewController::scanFolderButtonClicked, this,
+        &QVAppDelegate::HandleManualScanMenuItem);
+    connect(m_defaultScanViewController, &QVScanRootViewController::showReportRequested, this,
+        [this](const QString &filePath, const QString &) {
+            if (const QString error = QVDefaultApplication::open(filePath); !error.isEmpty())
+                m_window->setInfo(error, QStringLiteral("reports"));
+        });
+    connect(m_settingsTabItem, &QVSettingsTabItem::alertRequested, this,
+        [this](const QString &message, const QString &informativeText, const QString &context) {
+            showAlert(message, informativeText, { text("any.ok.title") }, context);
+        });
+
+    QVNotificationCenter *center = QVNotificationCenter::defaultCenter();
+    connect(center, &QVNotificationCenter::kScanFolderComplete, this, &QVAppDelegate::handleSearchResults);
+    connect(
+        center, &QVNotificationCenter::kEndDiagnosis, this, &QVAppDelegate::handleDiagnosisEndedNotification);
+    connect(
+        center, &QVNotificationCenter::kEndDiagnosisAction, this, &QVAppDelegate::handleDiagnosisActionEnded);
+
+    m_rootRepository = m_fileMgr->getRootRepository();
+    selectButton(QVMainWindow::ScanView);
+    m_settingsTabItem->setStateFromUserPrefs();
+    populateScanRecentsMenu();
+    m_settings->setIsInitialRun(false);
+    resetButtons();
+
+    // There is no disk-access gate here; a home that cannot be read is the one
+    // case worth stopping for.
+    if (!QFileInfo(QDir::homePath()).isReadable())
+        showAlert(QStringLiteral("Disk Access Required"),
+            QStringLiteral("Quorvel cannot read your home folder (%1). Fonts there cannot be scanned.")
+                .arg(QDir::homePath()),
+            { text("any.continue.title"), text("any.quit.title") }, QStringLiteral("askFileAccess"));
+}
+
+void QVAppDelegate::connectDiagnosisView()
+{
+    QVDiagnosisViewState *state = m_diagnosisViewController->viewState();
+    connect(
+        state, &QVDiagnosisViewState::userInterfaceEnabled, this, &QVAppDelegate::setUserInterfaceEnabled);
+    connect(state, &QVDiagnosisViewState::scanViewTextChanged, m_defaultScanViewController,
+        &QVScanRootViewController::updateScanViewText);
+    connect(state, &QVDiagnosisViewState::scanCancelRequested, this, &QVAppDelegate::handleScanButton);
+    connect(state, &QVDiagnosisViewState::diagnosisViewClosed, this, &QVAppDelegate::closeDiagnosisView);
+    connect(state, &QVDiagnosisViewState::buttonSelected, this, &QVAppDelegate::selectButton);
+    connect(state, &QVDiagnosisViewState::terminateRequested, this, [this] {
+        m_quitting = true;
+        m_window->close();
+    });
+    // The resolution window comes later; meanwhile the info label says what was found.
+    connect(
+        state, &QVDiagnosisViewState::actionWindowRequested, this, [this](const QList<QVProblemFontPtr> &) {
+            m_window->setInfo(
+                QStringLiteral(
+                    "%1 fonts with problems. quorvel-cli diagnose --resolve repairs or sets them aside.")
+                    .arg(m_diagnosisViewController->diagnosis()->totalFontProblems()),
+                QStringLiteral("scan"));
+        });
+}
+
+bool QVAppDelegate::isBusy() const
+{
+    return m_scanRequested || (m_fileMgr && m_fileMgr->isFindingFonts())
+        || (m_diagnosisViewController && m_diagnosisViewController->viewState()->isDiagnosingFonts());
+}
+
+bool QVAppDelegate::isShowingDoneButton() const
+{
+    return m_diagnosisViewController && m_diagnosisViewController->viewState()->isShowingDoneButton();
+}
+
+void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButton)
+{
+    for (const QString &path : paths)
+        m_settings->addRecentScan(path);
+    populateScanRecentsMenu();
+    selectButton(QVMainWindow::ScanView);
+    setUserInterfaceEnabled(false);
+    m_scanRequested = true;
+    QTimer::singleShot(fromScanButton ? 0 : m_delay, this, [this, paths] {
+        showDiagnosisView(false);
+        m_settings->setLastScanType(kManualScan);
+        m_diagnosisViewController->setCancelButton(text("any.cancel.title"), true);
+        m_diagnosisViewController->diagnosis()->setManualScanFolders(paths);
+        m_diagnosisViewController->setScanMode();
+        m_diagnosisViewController->resetAllProgressViews();
+        QTimer::singleShot(m_delay, this, [this, paths] { scanFolders(paths); });
+    });
+}
+
+void QVAppDelegate::scanFolders(const QStringList &paths)
+{
+    if (m_quitting)
+        return;
+    m_diagnosisViewController->diagnosis()->setDoCancel(false);
+    m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
+    m_diagnosisViewController->viewState()->setFindingFonts(true);
+    m_fileMgr->scanFolders(paths, [this](QVFileManager *) {
+        // The walk's thread: the window is the main thread's.
+        QMetaObject::invokeMethod(this, [this] {
+            m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+        });
+    });
+    Q_EMIT scanStarted(paths);
+}
+
+void QVAppDelegate::handleScanButton()
+{
+    selectButton(QVMainWindow::ScanView);
+    m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
+    if (m_fileMgr->isFindingFonts()) {
+        m_fileMgr->pauseScan();
+        showAlert(text("search.cancel.message"), text("search.cancel.info"),
+            { text("any.continue.title"), text("any.cancel.title") }, QStringLiteral("handleScanButton"));
+        return;
+    }
+    if (isBusy())
+        return;
+    const QStringList folders = m_settings->fontFolderPaths();
+    if (folders.isEmpty()) {
+        showAlert(QStringLiteral("No font folders are chosen"),
+            QStringLiteral("Choose the folders a standard scan examines in Settings."),
+            { text("any.ok.title") }, QStringLiteral("doAutoScanFoldersAlert"));
+        return;
+    }
+    // A scan of the configured folders counts as an auto-scan, also when started by hand.
+    m_settings->setLastScanType(kAutoScan);
+    m_diagnosisViewController->setScanMode();
+    m_diagnosisViewController->diagnosis()->setDoCancel(false);
+    m_diagnosisViewController->setCancelButton(text("any.cancel.title"), true);
+    m_diagnosisViewController->resetAllProgressViews();
+    showDiagnosisView(true);
+    setUserInterfaceEnabled(false);
+    m_scanRequested = true;
+    QTimer::singleShot(m_delay, this, [this, folders] { scanFolders(folders); });
+}
+
+void QVAppDelegate::HandleManualScanMenuItem()
+{
+    if (isBusy())
+        return;
+    auto *dialog = new QFileDialog(m_window.get(), text("any.select.folder.title"), QDir::homePath());
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly);
+    dialog->setLabelText(QFileDialog::Accept, text("any.select.title"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &folders) {
+        if (!folders.isEmpty())
+            startManualScan(folders);
+    });
+    dialog->open();
+}
+
+void QVAppDelegate::handleRecentScanMenu(int index)
+{
+    const QStringList recents = m_settings->recentScanFolderPaths().value_or(QStringList());
+    if (index < 0 || index >= recents.size() || isBusy())
+        return;
+    const QString folder = recents.at(index);
+    if (QFileInfo(folder).isDir()) {
+        startManualScan({ folder });
+        return;
+    }
+    m_settings->removeRecentScan(folder);
+    populateScanRecentsMenu();
+    showAlert(text("settings.missingFolder.title"), text("settings.missingFolder.message"),
+        { text("any.ok.title") }, QStringLiteral("handleRecentScanMenu"));
+}
+
+bool QVAppDelegate::performDragOperation(const QStringList &paths)
+{
+    if (paths.isEmpty() || isBusy())
+        return false;
+    for (const QString &path : paths) {
+        if (!QFileInfo(path).isDir())
+            return false;
+    }
+    m_settings->setOrganizeFonts(false);
+    startManualScan(paths);
+    return true;
+}
+
+bool QVAppDelegate::openFolders(const QStringList &paths)
+{
+    QStringList folders;
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        if (!info.isDir()) {
+            const QString why = info.exists() ? QStringLiteral("%1 is not a folder").arg(path)
+                                              : QStringLiteral("%1: no such folder").arg(path);
+            std::fprintf(stderr, "quorvel: %s\n", qPrintable(why));
+            m_window->setInfo(why + QStringLiteral(". Nothing was scanned."), QStringLiteral("scan"));
+            return false;
+        }
+        folders.append(info.absoluteFilePath());
+    }
+    return performDragOperation(folders);
+}
+
+void QVAppDelegate::handleSearchResults(const QVariantMap &userInfo)
+{
+    m_diagnosisViewController->viewState()->setFindingFonts(false);
+    if (userInfo.value(QStringLiteral("status")).toString() == QLatin1String("success")) {
+        m_diagnosisViewController->diagnosis()->setOverallProgressToIndeterminate();
+        m_diagnosisViewController->setCancelButton(text("any.cancel.title"), false);
+        m_diagnosisViewController->setReportButtonEnabled(false);
+        QTimer::singleShot(m_delay, this, [this] {
+            m_scanRequested = false;
+            if (!m_quitting)
+                m_diagnosisViewController->diagnoseFonts();
+        });
+        return;
+    }
+    m_scanRequested = false;
+    m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+    m_diagnosisViewController->setCancelButton(text("any.done.title"), true);
+    m_diagnosisViewController->diagnosis()->resetProgress();
+    m_diagnosisViewController->diagnosis()->setProgressText(text("filemanager.scan.canceled"));
+    setUserInterfaceEnabled(true);
+}
+
+void QVAppDelegate::handleDiagnosisEndedNotification(const QVariantMap &)
+{
+    m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+    setUserInterfaceEnabled(true);
+    m_defaultScanViewController->updateAutoScanStatus();
+}
+
+void QVAppDelegate::handleDiagnosisActionEnded(const QVariantMap &)
+{
+    // Organizing after a scan, and saving its report, come with the windows
+    // that set them up; the scan view shows the outcome meanwhile.
+    m_defaultScanViewController->updateScanViewText();
+}
+
+void QVAppDelegate::presentScanView()
+{
+    m_window->showDiagnosisView(false);
+    m_defaultScanViewController->updateScanViewText();
+}
+
+void QVAppDelegate::showDiagnosisView(bool)
+{
+    m_window->showDiagnosisView(true);
+}
+
+void QVAppDelegate::closeDiagnosisView(int)
+{
+    m_diagnosisViewController->setCancelButton(QString(), false);
+    presentScanView();
+}
+
+void QVAppDelegate::selectButton(int index)
+{
+    m_window->selectButton(index);
+}
+
+void QVAppDelegate::resetButtons()
+{
+    m_window->resetButtons();
+}
+
+void QVAppDelegate::setUserInterfaceEnabled(bool enabled)
+{
+    m_userInterfaceEnabled = enabled;
+    if (enabled)
+        m_scanRequested = false;
+    const bool hasRecents = !m_settings->recentScanFolderPaths().value_or(QStringList()).isEmpty();
+    m_window->scanFontsNowMenuItem()->setEnabled(enabled);
+    m_window->customScanMenuItem()->setEnabled(enabled);
+    m_window->scanRecentMenu()->setEnabled(enabled && hasRecents);
+    m_defaultScanViewController->scanButton()->setEnabled(enabled);
+    m_defaultScanViewController->scanFolderButton()->setEnabled(enabled);
+    for (int i = QVMainWindow::SettingsView; i <= QVMainWindow::ReportsView; ++i) {
+        m_window->viewButton(i)->setEnabled(enabled);
+        m_window->viewMenuItem(i)->setEnabled(enabled);
+    }
+    m_settingsTabItem->setControlsEnabled(enabled);
+    resetButtons();
+}
+
+void QVAppDelegate::populateScanRecentsMenu()
+{
+    QMenu *menu = m_window->scanRecentMenu();
+    menu->clear();
+    const QStringList recents = m_settings->recentScanFolderPaths().value_or(QStringList());
+    for (int i = 0; i < recents.size(); ++i) {
+        QString name = QFileInfo(QDir::cleanPath(recents.at(i))).fileName();
+        if (name.isEmpty())
+            name = recents.at(i);
+        QAction *action = menu->addAction(name, this, [this, i] { handleRecentScanMenu(i); });
+        action->setToolTip(recents.at(i));
+        action->setStatusTip(recents.at(i));
+    }
+    menu->addSeparator();
+    menu->addAction(QStringLiteral("Clear Menu"), this, &QVAppDelegate::clearRecentsMenu);
+    menu->setEnabled(!recents.isEmpty() && m_userInterfaceEnabled);
+}
+
+void QVAppDelegate::clearRecentsMenu()
+{
+    m_settings->setRecentScanFolderPaths({});
+    populateScanRecentsMenu();
+}
+
+void QVAppDelegate::showAlert(const QString &message, const QString &informativeText,
+    const QStringList &buttonTitles, const QString &context)
+{
+    m_alertDialog = QVAlertSheet::show(
+        m_window.get(), message, informativeText, buttonTitles, context,
+        [this, context](int returnCode) { modalEnded(returnCode, context); },
+        buttonTitles.size() > 1 ? QMessageBox::Warning : QMessageBox::Information);
+}
+
+void QVAppDelegate::modalEnded(int returnCode, const QString &context)
+{
+    m_alertDialog.clear();
+    if (context == QLatin1String("windowShouldClose")) {
+        if (returnCode == 1001) {
+            cleanUpBeforeClosing();
+            m_quitting = true;
+            m_window->close();
+        }
+    } else if (context == QLatin1String("askFileAccess")) {
+        if (returnCode == 1001) {
+            m_quitting = true;
+            m_window->close();
+        }
+    } else if (context == QLatin1String("handleScanButton")) {
+        if (returnCode == 1000) {
+            m_fileMgr->resumeScan();
+            return;
+        }
+        m_fileMgr->cancelScan();
+        m_fileMgr->resumeScan();
+        m_diagnosisViewController->diagnosis()->setDoCancel(true);
+        m_diagnosisViewController->setCancelButton(text("any.done.title"), true);
+        m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+        setUserInterfaceEnabled(true);
+    }
+}
+
+bool QVAppDelegate::windowShouldClose()
+{
+    if (m_quitting || !isBusy()) {
+        cleanUpBeforeClosing();
+        return true;
+    }
+    selectButton(QVMainWindow::ScanView);
+    if (!QVAlertSheet::find(m_window.get(), QStringLiteral("windowShouldClose")))
+        showAlert(text("search.cancel.message"), text("search.cancel.info"),
+            { text("any.continue.title"), text("any.quit.title") }, QStringLiteral("windowShouldClose"));
+    return false;
+}
+
+void QVAppDelegate::cleanUpBeforeClosing()
+{
+    if (m_fileMgr && m_fileMgr->isFindingFonts()) {
+        m_fileMgr->cancelScan();
+        m_fileMgr->resumeScan();
+    }
+    if (m_diagnosisViewController)
+        m_diagnosisViewController->diagnosis()->setDoCancel(true);
+}
+
+QString QVAppDelegate::getFontTypeName(int fontType)
+{
+    static const char *const keys[] = { "font.type.bitmap", "font.type.ps1", "font.type.ps3",
+        "font.type.truetype", "font.type.truetypeCollection", "font.type.opentype" };
+    if (fontType < 0 || fontType > 5)
+        return QString();
+    return text(keys[fontType]);
+}

@@ -1,0 +1,115 @@
+// The application's controller: starts everything in order, owns the
+// long-lived collaborators and the main window, turns the user's requests
+// (scan buttons, dropped folders, the recent scans, folders named on the
+// command line) into scans, and moves the window between the scan view and
+// the diagnosis view. Runs on the main thread; scans and diagnoses run on
+// their own threads and report back through the notification centre.
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <QVariantMap>
+#include <memory>
+
+class QMessageBox;
+class QVDiagnosisViewController;
+class QVFileManager;
+class QVFontDataManager;
+class QVHelperCommunications;
+class QVMainWindow;
+class QVPlaceholderView;
+class QVScanRootViewController;
+class QVSettings;
+class QVSettingsTabItem;
+
+class QVAppDelegate : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit QVAppDelegate(QObject *parent = nullptr);
+    ~QVAppDelegate() override;
+
+    // Starts up, shows the window, and scans the folders named on the command
+    // line as if they were dropped. False when such a folder is refused.
+    bool launch(const QStringList &folders = {});
+    void applicationWillFinishLaunching();
+    void applicationDidFinishLaunching();
+
+    // The pause before showing the diagnosis view, scanning and diagnosing,
+    // so that sheets and menus have gone (1000 ms).
+    void setDelay(int milliseconds) { m_delay = milliseconds; }
+
+    void startManualScan(const QStringList &paths, bool fromScanButton = false);
+    void handleScanButton();
+    void HandleManualScanMenuItem();
+    void handleRecentScanMenu(int index);
+    // A drop of folders; false (and nothing starts) for anything else, or
+    // while a scan or diagnosis runs.
+    bool performDragOperation(const QStringList &paths);
+    // Folders named on the command line: every one must be a folder.
+    bool openFolders(const QStringList &paths);
+
+    void handleSearchResults(const QVariantMap &userInfo);
+    void handleDiagnosisEndedNotification(const QVariantMap &userInfo);
+    void handleDiagnosisActionEnded(const QVariantMap &userInfo);
+
+    void presentScanView();
+    void showDiagnosisView(bool fromScanButton);
+    void closeDiagnosisView(int value);
+    void selectButton(int index);
+    void resetButtons();
+    void setUserInterfaceEnabled(bool enabled);
+    bool isUserInterfaceEnabled() const { return m_userInterfaceEnabled; }
+    void populateScanRecentsMenu();
+    void clearRecentsMenu();
+
+    // The end of the controller's alert sheets: 1000 first button, 1001 second.
+    void modalEnded(int returnCode, const QString &context);
+    // Asks first while a scan or diagnosis runs.
+    bool windowShouldClose();
+    void cleanUpBeforeClosing();
+
+    // The localized name of a font type code; empty for an unknown code.
+    static QString getFontTypeName(int fontType);
+
+    // A scan was asked for and has not yet ended, fonts are being found, or
+    // a diagnosis runs.
+    bool isBusy() const;
+    bool isShowingDoneButton() const;
+
+    QVMainWindow *mainWindow() const { return m_window.get(); }
+    QVSettings *settings() const { return m_settings.get(); }
+    QVFontDataManager *dataManager() const { return m_dataMgr.get(); }
+    QVFileManager *fileMgr() const { return m_fileMgr; }
+    QVDiagnosisViewController *diagnosisViewController() const { return m_diagnosisViewController; }
+    QVScanRootViewController *defaultScanViewController() const { return m_defaultScanViewController; }
+    QVSettingsTabItem *settingsTabItem() const { return m_settingsTabItem; }
+    QString rootRepository() const { return m_rootRepository; }
+
+Q_SIGNALS:
+    // A scan of these folders began (the file manager was handed them).
+    void scanStarted(const QStringList &folders);
+
+private:
+    void scanFolders(const QStringList &paths);
+    void showAlert(const QString &message, const QString &informativeText, const QStringList &buttonTitles,
+        const QString &context);
+    void connectDiagnosisView();
+
+    std::unique_ptr<QVSettings> m_settings;
+    std::unique_ptr<QVFontDataManager> m_dataMgr;
+    QVHelperCommunications *m_helperCommunications = nullptr;
+    QVFileManager *m_fileMgr = nullptr;
+    std::unique_ptr<QVMainWindow> m_window;
+    QVDiagnosisViewController *m_diagnosisViewController = nullptr;
+    QVScanRootViewController *m_defaultScanViewController = nullptr;
+    QVSettingsTabItem *m_settingsTabItem = nullptr;
+    QPointer<QMessageBox> m_alertDialog;
+    QString m_rootRepository;
+    int m_delay = 1000;
+    bool m_scanRequested = false;
+    bool m_userInterfaceEnabled = true;
+    bool m_quitting = false;
+};

@@ -1,0 +1,121 @@
+#include "QVScanRootViewController.h"
+
+#include "QVImages.h"
+#include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
+
+#include <QBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QPushButton>
+
+QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget *parent)
+    : QWidget(parent)
+    , m_settings(settings)
+{
+    m_iconLabel = new QLabel(this);
+    m_iconLabel->setFixedSize(64, 64);
+    m_textLabel = new QLabel(this);
+    m_textLabel->setWordWrap(true);
+    m_textLabel->setTextFormat(Qt::RichText);
+    m_textLabel->setTextInteractionFlags(Qt::TextBrowserInteraction);
+    m_textLabel->setAlignment(Qt::AlignTop | Qt::AlignLeft);
+    m_textLabel->setAccessibleName(QStringLiteral("Last scan"));
+    connect(m_textLabel, &QLabel::linkActivated, this, &QVScanRootViewController::linkActivated);
+    m_autoScanLabel = new QLabel(this);
+    m_autoScanLabel->setWordWrap(true);
+    m_autoScanLabel->setForegroundRole(QPalette::PlaceholderText);
+    m_autoScanLabel->setAccessibleName(QStringLiteral("Font folders"));
+
+    m_scanButton = new QPushButton(QVStringTable::text(QStringLiteral("scan.button.title.default")), this);
+    m_scanButton->setAccessibleName(m_scanButton->text());
+    m_scanButton->setToolTip(QStringLiteral("Scan the font folders chosen in Settings"));
+    m_scanButton->setDefault(true);
+    m_scanFolderButton = new QPushButton(QStringLiteral("Scan a Folder…"), this);
+    m_scanFolderButton->setAccessibleName(QStringLiteral("Scan a Folder"));
+    m_scanFolderButton->setToolTip(QStringLiteral("Choose a folder of fonts to scan"));
+    connect(m_scanButton, &QPushButton::clicked, this, &QVScanRootViewController::scanButtonClicked);
+    connect(
+        m_scanFolderButton, &QPushButton::clicked, this, &QVScanRootViewController::scanFolderButtonClicked);
+    auto *dropHint = new QLabel(QStringLiteral("You can also drop folders onto this window."), this);
+    dropHint->setForegroundRole(QPalette::PlaceholderText);
+
+    auto *top = new QHBoxLayout;
+    top->setSpacing(16);
+    top->addWidget(m_iconLabel, 0, Qt::AlignTop);
+    top->addWidget(m_textLabel, 1);
+    auto *buttons = new QHBoxLayout;
+    buttons->setSpacing(8);
+    buttons->addWidget(m_scanButton);
+    buttons->addWidget(m_scanFolderButton);
+    buttons->addStretch();
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(24, 24, 24, 24);
+    layout->setSpacing(16);
+    layout->addLayout(top);
+    layout->addWidget(m_autoScanLabel);
+    layout->addStretch();
+    layout->addLayout(buttons);
+    layout->addWidget(dropHint);
+    updateScanViewText();
+    updateAutoScanStatus();
+}
+
+QString QVScanRootViewController::getDefaultText()
+{
+    return QStringLiteral("\nQuorvel has not scanned any fonts on this computer yet.\nTo get started, review "
+                          "the scan options below.");
+}
+
+QString QVScanRootViewController::getScanText() const
+{
+    const QDateTime date = m_settings->lastScanDate().toLocalTime();
+    const QLocale locale;
+    QString day = locale.toString(date.date(), QLocale::LongFormat);
+    const QDate today = QDate::currentDate();
+    if (date.date() == today)
+        day = QStringLiteral("Today");
+    else if (date.date() == today.addDays(-1))
+        day = QStringLiteral("Yesterday");
+    QString text = QStringLiteral("Last Scan: %1 at %2")
+                       .arg(day.toHtmlEscaped(), date.time().toString(QStringLiteral("h:mmAP")))
+        + QStringLiteral("<br>")
+        + QStringLiteral("Total Fonts Scanned: %1<br>").arg(m_settings->lastScanTotalCount().toHtmlEscaped())
+        + QStringLiteral("Total Font Problems Diagnosed: %1")
+              .arg(m_settings->lastScanProblemCount().toHtmlEscaped());
+    if (const QString report = m_settings->lastReportName(); !report.isEmpty())
+        text += QStringLiteral("<br>Last Saved Report: %1<br><a href=\"report\">Show last saved report</a>")
+                    .arg(report.toHtmlEscaped());
+    return text;
+}
+
+void QVScanRootViewController::updateScanViewText()
+{
+    const bool scanned = m_settings->lastScanDate().isValid();
+    m_textLabel->setText(scanned
+            ? getScanText()
+            : getDefaultText().trimmed().toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>")));
+    QString icon = QStringLiteral("mac-icon");
+    if (scanned)
+        icon += m_settings->lastScanProblemCount().toInt() > 0 ? QStringLiteral("-caution")
+                                                               : QStringLiteral("-ok");
+    m_iconLabel->setPixmap(QVImages::pixmap(icon, 64, devicePixelRatioF()));
+}
+
+void QVScanRootViewController::updateAutoScanStatus()
+{
+    m_autoScanLabel->setText(QStringLiteral("%1 examines: %2")
+                                 .arg(QVStringTable::text(QStringLiteral("scan.button.title.default")),
+                                     m_settings->fontFolderPaths().join(QStringLiteral(", "))));
+}
+
+QString QVScanRootViewController::scanText() const
+{
+    return m_textLabel->text();
+}
+
+void QVScanRootViewController::linkActivated(const QString &link)
+{
+    if (link == QLatin1String("report"))
+        Q_EMIT showReportRequested(m_settings->lastReportFilePath(), m_settings->lastReportName());
+}
