@@ -75,26 +75,21 @@ TEST_F(OrganizerTest, MainThreadNeverStallsWhileOrganizingOrResolving)
     std::cout << "worst main-thread lateness while organizing: " << organizing.worst() << " ms\n";
     EXPECT_LE(organizing.worst(), 100);
 
-    QList<QVProblemFontPtr> duplicates;
-    for (const QString &file : filesBelow(library)) {
-        if (!file.endsWith(".ttf"))
-            continue;
+    // Then every copy of the TrueType font, now in the library, quarantined as
+    // damaged.
+    QList<QVProblemFontPtr> damaged;
+    for (const QString &file : filesBelow(library).filter(".ttf")) {
         auto entry = std::make_shared<QVProblemFont>();
         entry->fontFile = std::make_shared<QVFontFile>(library + '/' + file);
-        entry->fontFile->fontFileType = 1;
-        entry->fontStatus = std::make_shared<QVStatus>();
+        entry->fontFile->fontFileType = 1; // a file of its own, moved whole
+        entry->fontStatus = qvtest::withDefect(qvtest::makeStatus(3, file), "Bad Table Data");
         entry->fontStatus->fontURL = entry->fontFile->URL;
-        entry->fontStatus->fontName = entry->fontStatus->PSname = file;
-        entry->fontStatus->fontType = 3;
-        entry->fontStatus->setFontError(3);
-        entry->fontStatus->setFontErrorInfo(QStringLiteral("Duplicate Font"));
         entry->fontFile->fontStatusArray.append(entry->fontStatus);
-        entry->diagnosisType = 3;
-        duplicates << entry;
+        damaged << entry;
     }
-    ASSERT_EQ(duplicates.size(), kFonts);
+    ASSERT_EQ(damaged.size(), kFonts);
     QVDiagnosisResolution resolution(store.get(), surgery.get());
-    resolution.setProblemFontsArray(duplicates);
+    resolution.setProblemFontsArray(damaged);
     QSignalSpy resolved(&resolution, &QVDiagnosisResolution::resolved);
 
     QVStallWatch resolving;

@@ -7,12 +7,12 @@
 // itself with SIGKILL as soon as KILL_AFTER fonts reached the quarantine (0:
 // never), leaving whatever a real crash would leave. --full-disk-at N makes
 // its Nth write and every later one fail with ENOSPC; --write-fails-at N only
-// the Nth; --kill-at-write N kills it just before its Nth write. At the end it prints "moved PATH" or "kept
-// PATH: ERROR" for each font, then "writes COUNT".
+// the Nth; --kill-at-write N kills it just before its Nth write. At the end it
+// prints "moved PATH" or "kept PATH: ERROR" for each font, then "writes COUNT".
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "engine/QVFontConstants.h"
-#include "engine/QVResouceFork.h"
-#include "engine/QVResourceManager.h"
+#include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVWriteFault.h"
 #include "store/QVQuarantineStore.h"
@@ -38,40 +38,16 @@ QVProblemFontPtr problem(const QVFontFilePtr &file, const QVStatusPtr &status)
 
 int killAtWrite = 0;
 
-// One status per association entry, as the examiner describes suitcase members.
-QList<QVProblemFontPtr> suitcaseMembers(const QString &path)
+// Every font of a suitcase as a scan records it, each with only that damage.
+QList<QVProblemFontPtr> suitcaseMembers(QVFontDataManager &scan, const QString &path)
 {
     QList<QVProblemFontPtr> result;
-    auto file = std::make_shared<QVFontFile>(path);
-    file->fontFileType = 0;
-    std::lock_guard guard(QVResouceFork::lock());
-    QVResouceFork fork;
-    const qint16 ref = fork.openResourceFile(QVPermission::Read, path);
-    if (ref < 1)
-        return result;
-    const int count = fork.countResourceTypes(ref, qvFourCC("FOND"));
-    for (int i = 1; i <= count; ++i) {
-        const QVResourceHandle fond = fork.getIndexResource(ref, qvFourCC("FOND"), i);
-        if (!fond || fond->data.size() < 59)
-            continue;
-        const QString family = fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
-        const int entries = fork.memoryHandler->Handle_ReadShort(fond, 52) + 1;
-        for (int j = 0; j < entries && 60 + 6 * j <= fond->data.size(); ++j) {
-            auto status = std::make_shared<QVStatus>();
-            const int size = fork.memoryHandler->Handle_ReadShort(fond, 54 + 6 * j);
-            const int style = fork.memoryHandler->Handle_ReadShort(fond, 56 + 6 * j);
-            status->fontName = family;
-            status->PSname = fork.getBitmapPSname(fond, style);
-            status->fontSize = size;
-            status->fontStyle = style == 0 ? QStringLiteral("Plain") : QString::number(style);
-            status->fontType = size < 1 ? QVFontType::TrueType : QVFontType::Bitmap;
-            status->fontURL = path;
-            status->index = int(file->fontStatusArray.size());
-            file->fontStatusArray.append(status);
-            result.append(problem(file, status));
-        }
+    const QVFontFilePtr file = scan.addFontFileItem(path);
+    for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+        status->fontErrors.clear();
+        status->fontErrorsInfo.clear();
+        result.append(problem(file, status));
     }
-    fork.closeResourceFile(ref);
     return result;
 }
 
@@ -99,9 +75,10 @@ int main(int argc, char *argv[])
     }
     const int killAfter = arguments.first().toInt();
     QList<QVProblemFontPtr> problems;
+    QVFontDataManager scan;
     for (const QString &argument : arguments.mid(1)) {
         if (argument.startsWith(QLatin1String("suitcase:"))) {
-            problems << suitcaseMembers(QFileInfo(argument.mid(9)).absoluteFilePath());
+            problems << suitcaseMembers(scan, QFileInfo(argument.mid(9)).absoluteFilePath());
             continue;
         }
         auto file = std::make_shared<QVFontFile>(QFileInfo(argument).absoluteFilePath());
