@@ -68,9 +68,8 @@ inline QVStatusPtr withDefect(QVStatusPtr status, const char *message)
 
 using QVFixtures::copyFont;
 
-// A PostScript Type 1 outline file as a Mac keeps it on a Linux share: the
-// empty data file named by the PostScript file name rule, its LWFN resource
-// fork in the AppleDouble sidecar beside it (t1mac).
+// A Type 1 outline file as a Mac keeps it on a share (t1mac): the empty data
+// file under its PostScript file name, its LWFN fork in an AppleDouble sidecar.
 inline QString makeOutlineFile(const QString &folder, const QString &fileName = kNimbusPS533Name)
 {
     const QString path = QVFixtures::makeLwfn(

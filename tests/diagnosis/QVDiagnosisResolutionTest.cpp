@@ -1,8 +1,8 @@
-// The resolution's work on files: which fonts are repaired, each repair, the
-// duplicate group, the two sweeps, a cancel, fonts it must not touch, and a
-// quarantine that can no longer record its moves.
+// The resolution on files: each repair, duplicate groups, the sweeps, cancel,
+// fonts it must not touch, and a quarantine that can no longer record moves.
 #include "diagnosis/QVDiagnosisResolution.h"
 
+#include "QVDiagnosisFixtures.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceFile.h"
@@ -20,6 +20,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QSignalSpy>
 #include <gtest/gtest.h>
 
 namespace
@@ -28,6 +29,8 @@ namespace
 const QString kTable = QString::fromLatin1(QVDefect::BadTableData);
 const QString kFlags = QString::fromLatin1(QVDefect::IncorrectFileFlags);
 const QString kName = QString::fromLatin1(QVDefect::BadFileName);
+const QString kFound = QString::fromLatin1(QVDefect::FoundDuplicateFonts);
+const QString kDuplicate = QString::fromLatin1(QVDefect::DuplicateFont);
 
 QVProblemFontPtr entryFor(
     const QString &path, const QList<int> &classes, const QStringList &defects, int fileType = 1)
@@ -35,10 +38,8 @@ QVProblemFontPtr entryFor(
     auto entry = std::make_shared<QVProblemFont>();
     entry->fontFile = std::make_shared<QVFontFile>(path);
     entry->fontFile->fontFileType = fileType;
-    entry->fontStatus = std::make_shared<QVStatus>();
+    entry->fontStatus = qvtest::makeStatus(QVFontType::OpenType, QFileInfo(path).fileName());
     entry->fontStatus->fontURL = path;
-    entry->fontStatus->fontName = entry->fontStatus->PSname = QFileInfo(path).fileName();
-    entry->fontStatus->fontType = 5;
     for (const int c : classes)
         entry->fontStatus->setFontError(c);
     for (const QString &d : defects)
@@ -95,15 +96,14 @@ TEST_F(ResolutionTest, ABadFileNameRepairRenamesTheOutlineFileAndItsSidecar)
     const QString before = QVFixtures::forkHashes(wrong);
 
     auto entry = entryFor(wrong, { 0 }, { kName }, 0);
-    entry->fontStatus->fontType = 1;
+    entry->fontStatus->fontType = QVFontType::PostScriptType1;
     entry->fontStatus->PS533name = "C059Rom";
     resolution.setProblemFontsArray({ entry });
     EXPECT_EQ(resolution.resolveIssues().repairedRows, QList<int> { 0 });
     const QString right = folder + "/C059Rom";
     EXPECT_EQ(QVFixtures::forkHashes(right), before);
     EXPECT_TRUE(QFileInfo::exists(folder + "/._C059Rom"));
-    EXPECT_FALSE(QFileInfo::exists(wrong));
-    EXPECT_FALSE(QFileInfo::exists(folder + "/._C059 Roman copy"));
+    EXPECT_FALSE(QFileInfo::exists(wrong) || QFileInfo::exists(folder + "/._C059 Roman copy"));
     EXPECT_EQ(entry->fontStatus->fixedErrors, QList<bool> { true });
     EXPECT_EQ(entry->fontFile->URL, right);
 
@@ -120,8 +120,7 @@ TEST_F(ResolutionTest, ABadFileNameRepairRenamesTheOutlineFileAndItsSidecar)
 
 TEST_F(ResolutionTest, AnIncorrectFlagsRepairClearsInvisibleAndMatchesHasBundle)
 {
-    // A ufond suitcase, which has no bundle, and a file whose fork has one;
-    // both invisible, the first also claiming a bundle.
+    // Invisible: a ufond suitcase claiming a bundle it lacks, a file with one.
     const QString noBundle = home.path() + "/fonts/Suitcase";
     ASSERT_TRUE(QVFixtures::makeSuitcase(noBundle, QVFixtures::dejaVuSerifFork(home.path() + "/work")));
     ASSERT_TRUE(QVFixtures::setFinderInfo(noBundle, "FFILDMOV", 0x6000));
@@ -139,13 +138,12 @@ TEST_F(ResolutionTest, AnIncorrectFlagsRepairClearsInvisibleAndMatchesHasBundle)
         QVFixtures::setFinderInfo(withBundle, "FFILDMOV", 0x4000, QVForkStorage::Place::ExtendedAttribute));
     const QString fork = QVFixtures::forkHashes(noBundle).section('\n', 1, 1);
 
-    for (const QString &path : { noBundle, withBundle }) {
+    for (const auto &[path, flags] : { std::pair { noBundle, 0 }, std::pair { withBundle, 0x2000 } }) {
         auto entry = entryFor(path, { 0 }, { kFlags }, 0);
         EXPECT_TRUE(resolution.repairFile(entry).isNull());
         EXPECT_EQ(entry->fontStatus->fixedErrors, QList<bool> { true });
+        EXPECT_EQ(QVResouceFork().finderInfoFlags(path), flags);
     }
-    EXPECT_EQ(QVResouceFork().finderInfoFlags(noBundle), 0);
-    EXPECT_EQ(QVResouceFork().finderInfoFlags(withBundle), 0x2000);
     // The type, creator and fork are left as they were.
     QByteArray after;
     QVForkStorage::readFinderInfo(noBundle, &after);
@@ -164,17 +162,16 @@ TEST_F(ResolutionTest, ADuplicateGroupKeepsItsMemberAndQuarantinesTheOthers)
     const QString kept = home.writeFile("a/Foo.otf", "kept");
     const QString copyA = home.writeFile("b/Foo.otf", "copy a");
     const QString copyB = home.writeFile("c/Foo.otf", "copy b");
-    auto entry = entryFor(kept, { 3 }, { QString::fromLatin1(QVDefect::FoundDuplicateFonts) });
+    auto entry = entryFor(kept, { 3 }, { kFound });
     for (const QString &path : { copyA, copyB }) {
-        auto member = entryFor(path, { 3 }, { QString::fromLatin1(QVDefect::DuplicateFont) });
+        auto member = entryFor(path, { 3 }, { kDuplicate });
         entry->duplicatesArray.append({ member->fontFile, member->fontStatus });
     }
     entry->hasDuplicatesArray = true;
     resolution.setProblemFontsArray({ entry });
     EXPECT_EQ(resolution.resolveIssues().quarantinedRows, QList<int> { 0 });
     EXPECT_TRUE(QFileInfo::exists(kept));
-    EXPECT_FALSE(QFileInfo::exists(copyA));
-    EXPECT_FALSE(QFileInfo::exists(copyB));
+    EXPECT_FALSE(QFileInfo::exists(copyA) || QFileInfo::exists(copyB));
     // Committed: a new store reads both records, with the member's own reason.
     QVQuarantineStore reread;
     ASSERT_EQ(reread.quarantinedFilesDataArray.size(), 2);
@@ -195,9 +192,8 @@ TEST_F(ResolutionTest, PackageFilesAreReportedButNeverMovedRenamedOrRewritten)
     const QVPackageLists lists(home.path() + "/dpkg");
 
     const QString ours = home.writeFile("user/Broken.otf", "broken");
-    auto duplicate = entryFor(home.writeFile("user/Foo.otf", "kept"), { 3 },
-        { QString::fromLatin1(QVDefect::FoundDuplicateFonts) });
-    auto member = entryFor(copy, { 3 }, { QString::fromLatin1(QVDefect::DuplicateFont) });
+    auto duplicate = entryFor(home.writeFile("user/Foo.otf", "kept"), { 3 }, { kFound });
+    auto member = entryFor(copy, { 3 }, { kDuplicate });
     duplicate->duplicatesArray.append({ member->fontFile, member->fontStatus });
     auto rename = entryFor(misnamed, { 0 }, { kName });
     rename->fontStatus->PS533name = "Renamed";
@@ -213,11 +209,10 @@ TEST_F(ResolutionTest, PackageFilesAreReportedButNeverMovedRenamedOrRewritten)
     for (const QString &path : { damaged, copy, misnamed, hidden })
         EXPECT_TRUE(QFileInfo(path).isFile()) << qPrintable(path);
     EXPECT_TRUE(QVForkStorage::isHidden(hidden));
-    const QString refusal = "belongs to an installed package";
-    EXPECT_TRUE(entries.at(0)->fontStatus->movedToQuarantineErrorInfo.contains(refusal));
-    EXPECT_TRUE(member->fontStatus->movedToQuarantineErrorInfo.contains(refusal));
-    EXPECT_TRUE(rename->fontStatus->fixedErrorMessages.value(0).contains(refusal));
-    EXPECT_TRUE(flags->fontStatus->fixedErrorMessages.value(0).contains(refusal));
+    for (const QString &error : { entries.at(0)->fontStatus->movedToQuarantineErrorInfo,
+             member->fontStatus->movedToQuarantineErrorInfo, rename->fontStatus->fixedErrorMessages.value(0),
+             flags->fontStatus->fixedErrorMessages.value(0) })
+        EXPECT_TRUE(error.contains("belongs to an installed package")) << qPrintable(error);
 }
 
 TEST_F(ResolutionTest, SweepsRunInCheckedOrderAndLeaveUncheckedRowsAlone)
@@ -235,8 +230,7 @@ TEST_F(ResolutionTest, SweepsRunInCheckedOrderAndLeaveUncheckedRowsAlone)
     for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray))
         names << record.value("quarantineFileName").toString();
     EXPECT_EQ(names, (QStringList { "F2.otf", "F0.otf" }));
-    EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/F1.otf"));
-    EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/D.otf"));
+    EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/F1.otf") && QFileInfo::exists(home.path() + "/f/D.otf"));
     EXPECT_FALSE(resolution.canResolve());
 }
 
@@ -252,8 +246,7 @@ TEST_F(ResolutionTest, CancellingKeepsWhatWasDoneAndTheRemainingRows)
             resolution.cancelRequested = true;
     });
     const auto outcome = resolution.resolveIssues();
-    EXPECT_TRUE(outcome.cancelled);
-    EXPECT_TRUE(resolution.showCloseWarning);
+    EXPECT_TRUE(outcome.cancelled && resolution.showCloseWarning);
     EXPECT_EQ(outcome.quarantinedRows.size(), 3);
     EXPECT_EQ(outcome.removedRows, (QList<int> { 0, 1, 2 }));
     EXPECT_EQ(resolution.rowArray.size(), 8);
@@ -267,47 +260,36 @@ TEST_F(ResolutionTest, EndingTheDiagnosisAsksForTheReportAndAnswersTheHelper)
     QVSettings settings;
     settings.registerUserPreferences();
     settings.setAutomaticallySaveReports(true);
-    settings.setOrganizeFonts(false);
     settings.setLastScanType("AutoScan");
     const QDateTime when(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC);
     settings.setLastAutoScanDate(when);
-    int reports = 0, texts = 0, ends = 0;
-    QString response;
-    QVariantMap payload;
-    QObject::connect(&resolution, &QVDiagnosisResolution::reportRequested, [&]() { ++reports; });
-    QObject::connect(&resolution, &QVDiagnosisResolution::scanViewTextChanged, [&]() { ++texts; });
-    QObject::connect(&resolution, &QVDiagnosisResolution::helperResponse,
-        [&](const QString &name, const QVariantMap &info) {
-            response = name;
-            payload = info;
-        });
-    QObject receiver; // ends the connection with the test
-    QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kEndDiagnosisAction,
-        &receiver, [&ends](const QVariantMap &) { ++ends; });
+    QSignalSpy reports(&resolution, &QVDiagnosisResolution::reportRequested);
+    QSignalSpy texts(&resolution, &QVDiagnosisResolution::scanViewTextChanged);
+    QSignalSpy answers(&resolution, &QVDiagnosisResolution::helperResponse);
+    QSignalSpy ends(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kEndDiagnosisAction);
     resolution.endDiagnosis();
     QCoreApplication::processEvents();
-    EXPECT_EQ(reports, 1);
-    EXPECT_EQ(texts, 0);
-    EXPECT_EQ(response, "kResponse_ScanFonts_Complete");
-    EXPECT_EQ(payload.value("kPayloadOptions").toDateTime(), when);
-    EXPECT_EQ(ends, 1);
+    EXPECT_EQ(reports.size(), 1);
+    EXPECT_TRUE(texts.isEmpty());
+    ASSERT_EQ(answers.size(), 1);
+    EXPECT_EQ(answers[0][0].toString(), "kResponse_ScanFonts_Complete");
+    EXPECT_EQ(answers[0][1].toMap().value("kPayloadOptions").toDateTime(), when);
+    EXPECT_EQ(ends.size(), 1);
 
-    // A manual scan that organizes next: no answer, and the organize text.
+    // A manual scan that organizes next: no report yet, no answer.
     settings.setOrganizeFonts(true);
     settings.setLastScanType("Manual Scan");
-    response.clear();
     resolution.endDiagnosis();
-    EXPECT_EQ(reports, 1);
-    EXPECT_EQ(texts, 1);
-    EXPECT_TRUE(response.isEmpty());
+    EXPECT_EQ(reports.size(), 1);
+    EXPECT_EQ(answers.size(), 1);
+    EXPECT_EQ(texts.size(), 1);
 }
 
 TEST_F(ResolutionTest, AMoveIsRecordedFirstAndARecordThatFailsStopsTheRun)
 {
     const QList<QVProblemFontPtr> entries = damagedFonts(home, 3);
     resolution.setProblemFontsArray(entries);
-    // One row's moves recorded at a time. The journal already holds the
-    // first move when it happens.
+    // One row's moves recorded at a time, each before it happens.
     resolution.planBatch = 1;
     int journalled = -1;
     store.movedHook
@@ -321,8 +303,8 @@ TEST_F(ResolutionTest, AMoveIsRecordedFirstAndARecordThatFailsStopsTheRun)
     EXPECT_TRUE(outcome.error.contains("No space left on device")) << qPrintable(outcome.error);
     EXPECT_TRUE(outcome.cancelled);
     EXPECT_TRUE(entries.at(0)->fontStatus->movedToQuarantine);
-    EXPECT_TRUE(QFileInfo::exists(entries.at(1)->fontFile->URL));
-    EXPECT_TRUE(QFileInfo::exists(entries.at(2)->fontFile->URL));
+    EXPECT_TRUE(
+        QFileInfo::exists(entries.at(1)->fontFile->URL) && QFileInfo::exists(entries.at(2)->fontFile->URL));
     EXPECT_TRUE(entries.at(2)->fontStatus->movedToQuarantineErrorInfo.isEmpty()); // never tried
     EXPECT_EQ(store.qv_total_quarantined, 1);
     // The index could not be written either; the journal keeps the move.

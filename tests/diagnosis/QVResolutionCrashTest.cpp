@@ -1,6 +1,5 @@
-// A resolution killed midway, or meeting a full disk at any write, loses no
-// font: each is where it was, or in the quarantine where the list shows it and
-// a restore brings it back; the same holds for a restore on a full disk.
+// A resolution killed midway or meeting a full disk at any write, and a restore
+// on a full disk, lose no font: each is in place or listed in the quarantine.
 #include "engine/QVResourceManager.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVJournalFile.h"
@@ -14,7 +13,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <gtest/gtest.h>
 
 using QVFixtures::forkHashes;
@@ -25,8 +23,7 @@ namespace
 // Six fonts, their forks and Finder info in every writable place, and, given
 // a fork, a suitcase whose members are taken out singly; what each holds.
 struct Fonts {
-    QStringList paths;
-    QStringList hashes;
+    QStringList paths, hashes;
     QString suitcase;
     QStringList members;
     QStringList peerArguments() const
@@ -71,21 +68,14 @@ QByteArray twoFamilies()
     return both;
 }
 
-// The peer's exit code, -1 when it died; *output gets what it printed.
-int runPeer(const QStringList &arguments, QString *output = nullptr)
+// A resolution in a process of its own (exit code -1: it died).
+QVFixtures::ToolRun peer(const QStringList &arguments)
 {
-    QProcess peer;
-    peer.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    peer.start(QStringLiteral(QV_RESOLUTION_PEER_PATH), arguments);
-    EXPECT_TRUE(peer.waitForFinished(120000));
-    if (output)
-        *output = QString::fromUtf8(peer.readAllStandardOutput());
-    return peer.exitStatus() == QProcess::CrashExit ? -1 : peer.exitCode();
+    return QVFixtures::runTool(QStringLiteral(QV_RESOLUTION_PEER_PATH), arguments);
 }
 
-// Every font where it was and unchanged, or listed in the quarantine with its
-// bytes (a family member: in its suitcase or a listed copy, strike and all).
-// The number of fonts listed.
+// Every font in place unchanged or listed in the quarantine whole (a family
+// member: in its suitcase or a listed copy); the number of files listed.
 int expectNothingLost(const QVTestHome &home, const Fonts &fonts)
 {
     QVQuarantineStore store;
@@ -123,9 +113,9 @@ int expectNothingLost(const QVTestHome &home, const Fonts &fonts)
     return listed;
 }
 
-// Restores every row the list shows (the disk failing from its nth write on,
-// when given): the number of writes it made.
-int restoreAll(int failAt = 0)
+// Restores every row the list shows, the disk failing from its nth write on;
+// the number of writes made. With room (0), every font is back as it was.
+int restoreAll(const QVTestHome &home, const Fonts &fonts, int failAt = 0)
 {
     QVQuarantineStore store;
     QVSuitcaseSurgery surgery(&store);
@@ -137,17 +127,10 @@ int restoreAll(int failAt = 0)
     const auto result = runs.restoreQuarantinedFiles();
     const int writes = QVWriteFault::count();
     QVWriteFault::clear();
-    if (failAt == 0) {
-        EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
-    }
     QVResourceManager::closeAll();
-    return writes;
-}
-
-// With every row restored, every font is back as it was.
-void expectAllBack(const QVTestHome &home, const Fonts &fonts)
-{
-    restoreAll();
+    if (failAt > 0)
+        return writes;
+    EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
     for (int i = 0; i < fonts.paths.size(); ++i)
         EXPECT_EQ(forkHashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
     if (!fonts.suitcase.isEmpty()) {
@@ -155,6 +138,7 @@ void expectAllBack(const QVTestHome &home, const Fonts &fonts)
             QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/end") }),
             fonts.members);
     }
+    return writes;
 }
 
 } // namespace
@@ -165,16 +149,16 @@ TEST(QVResolutionCrash, AResolutionKilledAfterEachMoveLosesNoFont)
         SCOPED_TRACE(killAfter);
         QVTestHome home;
         const Fonts fonts = makeFonts(home);
-        ASSERT_EQ(runPeer(QStringList { QString::number(killAfter) } + fonts.paths), -1) << "not killed";
-        // Before a store settles it: no index yet, and all six moves journalled
-        // ahead. Loading then settles the journal.
+        ASSERT_EQ(peer(QStringList { QString::number(killAfter) } + fonts.paths).exitCode, -1)
+            << "not killed";
+        // Before a store settles it: no index, all six moves journalled ahead.
         const QString index = home.dataHome() + "/Quorvel/Quarantine/dataSource";
         EXPECT_FALSE(QFile::exists(index));
         EXPECT_EQ(QVJournalFile::readLines(index + ".journal").size(), 6);
         EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), killAfter);
         EXPECT_FALSE(QFile::exists(index + ".journal"));
         EXPECT_EQ(expectNothingLost(home, fonts), killAfter);
-        expectAllBack(home, fonts);
+        restoreAll(home, fonts);
     }
 }
 
@@ -187,7 +171,8 @@ TEST(QVResolutionCrash, AResolutionKilledBeforeAnyWriteLosesNoFont)
         QVTestHome home;
         const Fonts fonts = makeFonts(home, both);
         const int status
-            = runPeer(QStringList { "--kill-at-write", QString::number(n), "0" } + fonts.peerArguments());
+            = peer(QStringList { "--kill-at-write", QString::number(n), "0" } + fonts.peerArguments())
+                  .exitCode;
         expectNothingLost(home, fonts);
         if (status != -1)
             break; // the run ended before its nth write: it was killed at every one
@@ -201,10 +186,9 @@ TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
     int writes = 0;
     {
         QVTestHome home;
-        QString output;
-        ASSERT_EQ(runPeer(QStringList { "0" } + makeFonts(home, both).peerArguments(), &output), 0);
-        writes = output.section("writes ", 1).trimmed().toInt();
-        ASSERT_GT(writes, 10) << qPrintable(output);
+        const QVFixtures::ToolRun run = peer(QStringList { "0" } + makeFonts(home, both).peerArguments());
+        writes = QString::fromUtf8(run.out).section("writes ", 1).trimmed().toInt();
+        ASSERT_GT(writes, 10) << run.out.constData() << run.err.constData();
         // A run that finishes leaves its index and no journal.
         const QString index = home.dataHome() + "/Quorvel/Quarantine/dataSource";
         EXPECT_EQ(QVPropertyList::readFile(index).toList().size(), 8);
@@ -215,7 +199,8 @@ TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
             SCOPED_TRACE(QStringLiteral("%1 %2").arg(mode).arg(n).toStdString());
             QVTestHome home;
             const Fonts fonts = makeFonts(home, both);
-            ASSERT_EQ(runPeer(QStringList { mode, QString::number(n), "0" } + fonts.peerArguments()), 0);
+            ASSERT_EQ(
+                peer(QStringList { mode, QString::number(n), "0" } + fonts.peerArguments()).exitCode, 0);
             expectNothingLost(home, fonts);
         }
     }
@@ -229,12 +214,12 @@ TEST(QVResolutionCrash, ARestoreMeetingAFullDiskAtAnyWriteLosesNoFont)
         SCOPED_TRACE(n);
         QVTestHome home;
         const Fonts fonts = makeFonts(home, both);
-        ASSERT_EQ(runPeer(QStringList { "0" } + fonts.peerArguments()), 0);
+        ASSERT_EQ(peer(QStringList { "0" } + fonts.peerArguments()).exitCode, 0);
         ASSERT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 8);
-        const int writes = restoreAll(n);
+        const int writes = restoreAll(home, fonts, n);
         expectNothingLost(home, fonts);
         // With room again, everything comes back as it was.
-        expectAllBack(home, fonts);
+        restoreAll(home, fonts);
         if (writes < n)
             break; // the restore ended before its nth write: every write has failed once
     }

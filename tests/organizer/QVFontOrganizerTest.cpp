@@ -8,11 +8,9 @@
 #include "store/QVOperationQueue.h"
 #include "support/QVPackageLists.h"
 
-#include <QEventLoop>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QTimer>
 
 using namespace qvorg;
 using namespace QVFixtures;
@@ -23,8 +21,7 @@ namespace
 class LibraryLayoutTest : public OrganizerTest
 {
 protected:
-    // The Nimbus Sans bitmap suitcase and its PostScript outline (t1mac, LWFN
-    // in an AppleDouble sidecar) side by side in a folder; the outline's path.
+    // Nimbus Sans strikes in a suitcase beside their outline (t1mac): its path.
     QString nimbusPair(const QString &folder)
     {
         makeSuitcase(folder + "/Nimbus Sans", { { kNimbusRegular, 10 }, { kNimbusRegular, 12 } },
@@ -56,10 +53,8 @@ TEST_F(LibraryLayoutTest, CopiesGoByFoundryLetterAndFamilyWithTheirForksAndLeave
     EXPECT_EQ(hashesBelow(source), sources);
     EXPECT_TRUE(fileOf("DejaVuSans.ttf")->fileCopiedToLibrary);
 
-    // A bitmap font without a PostScript sister beside it goes under
-    // "Generic", one with a sister under the sister's foundry, with the
-    // sister. Whole files keep their names, forks and Finder info; a suitcase
-    // member is named by family.
+    // A bitmap font without a PostScript sister goes under "Generic", one with
+    // a sister under the sister's foundry, with it; files keep forks and names.
     const QVStatusPtr bitmap = statusOf("Nimbus Sans", 10);
     const QVStatusPtr sister = organizer->getSisterPostScriptFont(fileOf("Nimbus Sans"), bitmap);
     ASSERT_TRUE(sister);
@@ -97,8 +92,7 @@ TEST_F(LibraryLayoutTest, ClashingNamesAreNumberedAndNothingIsOverwrittenOrLost)
     EXPECT_EQ(first.value("DejaVu Sans/Sans.ttf"), sourceBefore.value("a/Sans.ttf"));
     EXPECT_EQ(first.value("DejaVu Sans/Sans 1.ttf"), sourceBefore.value("b/Sans.ttf"));
 
-    // Again: every file of the first run is still there, unchanged, beside
-    // numbered copies, except for the outline that is there already.
+    // Again: numbered copies beside the first, but for the outline already there.
     organize();
     const QMap<QString, QString> second = hashesBelow(library);
     EXPECT_EQ(hashesBelow(source), sourceBefore);
@@ -106,8 +100,7 @@ TEST_F(LibraryLayoutTest, ClashingNamesAreNumberedAndNothingIsOverwrittenOrLost)
         EXPECT_EQ(second.value(it.key()), it.value()) << qPrintable(it.key());
     EXPECT_EQ(second.size(), first.size() * 2 - 1) << qPrintable(QStringList(second.keys()).join(", "));
 
-    // Moved in as well: the four fonts arrive beside what is there, and the
-    // outline already there stays in the source.
+    // Moved in: four fonts arrive beside those, the outline stays in the source.
     settings.setCopyFontFiles(false);
     organize();
     const QMap<QString, QString> third = hashesBelow(library);
@@ -124,6 +117,7 @@ TEST_F(LibraryLayoutTest, MovingTakesFilesWithTheirForksAndMembersOutOfTheirSuit
     ASSERT_TRUE(setFinderInfo(ttf, "sfntDMOV"));
     const QString ttfHashes = forkHashes(ttf);
     const QString panic = makePanicSuitcase(source + "/b/Panic");
+    const QStringList members = fontToolsMembers({ extractFork(panic, work + "/before") });
     scan();
     // Only the bold face of the suitcase is healthy.
     const QVStatusPtr bold = memberWithStyle("Panic", "Bold");
@@ -136,33 +130,22 @@ TEST_F(LibraryLayoutTest, MovingTakesFilesWithTheirForksAndMembersOutOfTheirSuit
     EXPECT_EQ(organizer->problemFontCount(), 0);
     ASSERT_EQ(filesBelow(library), QStringList({ "DejaVuSans.ttf", "Panic Sans Bold" }));
     EXPECT_EQ(forkHashes(library + "/DejaVuSans.ttf"), ttfHashes);
-    EXPECT_FALSE(QFile::exists(ttf));
-    EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(ttf)));
-    EXPECT_TRUE(fileOf("DejaVuSans.ttf")->fileMovedToLibrary);
-    EXPECT_TRUE(bold->movedToLibrary);
+    EXPECT_FALSE(QFile::exists(ttf) || QFile::exists(QVForkStorage::sidecarPath(ttf)));
+    EXPECT_TRUE(fileOf("DejaVuSans.ttf")->fileMovedToLibrary && bold->movedToLibrary);
 
-    // A one-font suitcase that fontTools and showfond read, and a suitcase
-    // left without it.
+    // A suitcase of the bold face that showfond reads, and one left with the
+    // other three, every outline as it was.
     const QString moved = library + "/Panic Sans Bold";
     const QString movedFork = extractFork(moved, work + "/out");
-    const QString entries = fontToolsFONDEntries(movedFork).trimmed();
-    const QRegularExpressionMatch match = QRegularExpression("^Panic Sans \\d+ 0/1/(\\d+)$").match(entries);
-    ASSERT_TRUE(match.hasMatch()) << qPrintable(entries);
-    EXPECT_EQ(python(R"(
-import sys
-from fontTools.ttLib import TTFont
-f = TTFont(sys.argv[1], res_name_or_index=1)
-print(f['name'].getDebugName(6))
-)",
-                  { movedFork })
-                  .trimmed(),
-        "PanicSans-Bold");
+    const QStringList boldFace = fontToolsMembers({ movedFork });
+    ASSERT_EQ(boldFace.size(), 1);
+    EXPECT_TRUE(boldFace[0].startsWith("Panic Sans 0 1 ")) << qPrintable(boldFace[0]);
+    const QString leftFork = extractFork(panic, work + "/left");
+    EXPECT_EQ(fontToolsMembers({ leftFork }).size(), 3);
+    EXPECT_EQ(fontToolsMembers({ movedFork, leftFork }), members);
     int status = -1;
     EXPECT_TRUE(showfond(movedFork, &status).contains("Panic Sans"));
     EXPECT_EQ(status, 0);
-    const QString left = fontToolsFONDEntries(extractFork(panic, work + "/left"));
-    EXPECT_FALSE(left.contains("0/1/" + match.captured(1))) << qPrintable(left);
-    EXPECT_EQ(left.count('/'), 6) << qPrintable(left);
     QByteArray info;
     QVForkStorage::readFinderInfo(moved, &info);
     EXPECT_EQ(info.left(8), "FFILDMOV");
@@ -179,24 +162,18 @@ TEST_F(LibraryLayoutTest, NamesFollowTheSettingsAndNeverLeaveNorHideInTheLibrary
     const QVStatusPtr shortName = nimbus->fontStatusArray.value(0);
     ASSERT_EQ(shortName->PSname, "NimbuSanReg");
     ASSERT_EQ(shortName->PS533name, shortName->PSname);
-    struct Case {
-        QVFontFilePtr file;
-        QVStatusPtr status;
-        bool postScript, family;
-        QString name;
-    };
+    using Case = std::tuple<QVFontFilePtr, QVStatusPtr, bool, bool, QString>;
     const QList<Case> cases { { panic, boldItalic, false, true, "Panic Sans Bold Italic" },
         { panic, boldItalic, true, false, "PanicSans-BoldItalic" },
         { panic, boldItalic, false, false, "Panic" },
         // A PostScript name that is the outline file's name gets a suffix.
         { nimbus, shortName, true, false, "NimbuSanReg.suit" } };
-    for (const Case &c : cases) {
-        setNaming(c.postScript, c.family);
-        EXPECT_EQ(organizer->suitcaseMemberFileName(c.file, c.status), c.name);
+    for (const auto &[file, status, postScript, family, name] : cases) {
+        setNaming(postScript, family);
+        EXPECT_EQ(organizer->suitcaseMemberFileName(file, status), name);
     }
 
-    // A TrueType member of a suitcase is filed under its full name, unless
-    // that holds the family name.
+    // A TrueType suitcase member goes by its full name unless it holds the family's.
     auto member = qvtest::makeStatus(QVFontType::TrueType, "Foo-Bold", 0, "Plain", 0, "Foo");
     for (const auto &[fileType, fullName, shown] : { std::tuple { 0, "Bar Heavy", "Bar Heavy" },
              std::tuple { 0, "Foo Bold", "Foo" }, std::tuple { 1, "Bar Heavy", "Foo" } }) {
@@ -206,8 +183,7 @@ TEST_F(LibraryLayoutTest, NamesFollowTheSettingsAndNeverLeaveNorHideInTheLibrary
         EXPECT_EQ(QVFontOrganizer::fontDisplayName(file, member), shown) << fullName;
     }
 
-    // A name from a font makes one level, inside the library, never hidden nor
-    // taken for a sidecar, and short enough for a file system.
+    // A font's name makes one level inside the library, never hidden, not too long.
     setLevels(false, true, true);
     setNaming(false, true);
     for (const QString &name :
@@ -227,9 +203,8 @@ TEST_F(LibraryLayoutTest, NamesFollowTheSettingsAndNeverLeaveNorHideInTheLibrary
 
 TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamilyBack)
 {
-    qvtest::copyFont(kDejaVuSans, source, "Duplicate.ttf");
-    qvtest::copyFont(kDejaVuSans, source, "Damaged.ttf");
-    qvtest::copyFont(kDejaVuSans, source, "Twice.ttf");
+    for (const char *name : { "Duplicate.ttf", "Damaged.ttf", "Twice.ttf" })
+        copyFont(kDejaVuSans, source, name);
     makeSuitcase(
         source + "/Nimbus Sans", { { kNimbusRegular, 10 }, { kNimbusRegular, 12 } }, "NimbusSans-Regular");
     // ufond without a PostScript name: the examiner's own defect keeps it out.
@@ -237,8 +212,8 @@ TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamil
     scan();
     statusOf("Duplicate.ttf")->setFontError(QVErrorClass::Duplicate);
     statusOf("Damaged.ttf")->setFontError(QVErrorClass::Defect);
-    statusOf("Twice.ttf")->setFontError(QVErrorClass::Duplicate);
-    statusOf("Twice.ttf")->setFontError(QVErrorClass::MissingPostScript);
+    for (int error : { QVErrorClass::Duplicate, QVErrorClass::MissingPostScript })
+        statusOf("Twice.ttf")->setFontError(error);
     ASSERT_FALSE(statusOf("Serif Suitcase")->fontErrorsInfo.isEmpty());
     // The 12 point is damaged: the 10 point of that face stays too.
     EXPECT_FALSE(organizer->parentStatusHasErrors(statusOf("Nimbus Sans", 10)));
@@ -252,7 +227,7 @@ TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamil
 TEST_F(LibraryLayoutTest, ALockedLibraryLeavesEveryFontInPlaceWithItsReason)
 {
     settings.setCopyFontFiles(false);
-    qvtest::copyFont(kDejaVuSans, source);
+    copyFont(kDejaVuSans, source);
     nimbusPair(source);
     const QMap<QString, QString> before = hashesBelow(source);
     scan();
@@ -264,25 +239,17 @@ TEST_F(LibraryLayoutTest, ALockedLibraryLeavesEveryFontInPlaceWithItsReason)
     EXPECT_EQ(hashesBelow(source), before);
     EXPECT_TRUE(filesBelow(library).isEmpty());
     EXPECT_GE(organizer->problemFontCount(), 3);
-    // "reason (suggestion, code)"
-    const QString sans = statusOf("DejaVuSans.ttf")->movedToLibraryErrorInfo;
-    EXPECT_TRUE(sans.endsWith(", 1)")) << qPrintable(sans);
-    EXPECT_FALSE(fileOf("DejaVuSans.ttf")->fileMovedToLibrary);
-    const QVStatusPtr bitmap = statusOf("Nimbus Sans", 10);
-    EXPECT_TRUE(bitmap->movedToLibraryErrorInfo.startsWith(
-        "The font could not be saved as \"" + library + "/Nimbus Sans\" ("))
-        << qPrintable(bitmap->movedToLibraryErrorInfo);
-    EXPECT_FALSE(bitmap->copiedOrMoved() || bitmap->movedSisterToLibrary);
-    // The outline could not follow: its own record says why, in short.
-    const QString outline = statusOf("NimbuSanReg")->movedToLibraryErrorInfo;
-    EXPECT_FALSE(outline.isEmpty() || outline.contains(", 1)")) << qPrintable(outline);
+    // Each says why, the outline that could not follow its bitmap font too.
+    for (const char *name : { "DejaVuSans.ttf", "Nimbus Sans", "NimbuSanReg" })
+        EXPECT_FALSE(statusOf(name)->movedToLibraryErrorInfo.isEmpty()) << name;
+    EXPECT_FALSE(fileOf("DejaVuSans.ttf")->fileMovedToLibrary || statusOf("Nimbus Sans")->copiedOrMoved());
 }
 
 TEST_F(LibraryLayoutTest, APackageFileIsNeverMovedAndItsRefusedMoveLeavesNoFolder)
 {
     settings.setCopyFontFiles(false);
     setLevels(true, true, true);
-    const QString system = qvtest::copyFont(kDejaVuSans, source);
+    const QString system = copyFont(kDejaVuSans, source);
     home.writeFile("dpkg/fonts-dejavu-test.list", system.toUtf8() + '\n');
     const QVPackageLists lists(home.path() + "/dpkg");
     organize();
@@ -298,7 +265,7 @@ TEST_F(LibraryLayoutTest, APackageFileIsNeverMovedAndItsRefusedMoveLeavesNoFolde
 
 TEST_F(OrganizerTest, ARunGoesOnPastAFolderItCannotMakeAndEndsAfterTheLastCopy)
 {
-    qvtest::copyFont(kDejaVuSans, source);
+    copyFont(kDejaVuSans, source);
     makeSuitcase(source + "/Serif Suitcase", { { kDejaVuSerif, 10 } }, "DejaVuSerif");
     QFile(library + "/Generic").open(QIODevice::WriteOnly); // where the foundry folder would go
     setLevels(true, false, false);
@@ -307,33 +274,26 @@ TEST_F(OrganizerTest, ARunGoesOnPastAFolderItCannotMakeAndEndsAfterTheLastCopy)
     scan();
     QStringList calls;
     QVFontOrganizer *o = organizer.get();
+    // What a window is asked to do, in order.
     QObject::connect(o, &QVFontOrganizer::progressSheetRequested, [&] { calls << "sheet"; });
     QObject::connect(o, &QVFontOrganizer::progressSheetClosed, [&] { calls << "close"; });
     QObject::connect(o, &QVFontOrganizer::alertRequested, [&] { calls << "alert"; });
     QObject::connect(o, &QVFontOrganizer::libraryFolderRevealRequested,
         [&](const QString &path) { calls << "reveal " + path; });
-    QEventLoop loop;
     bool done = false;
-    organizer->organizeFonts(library + "/", [&] {
-        done = true;
-        QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection);
-    });
-    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
-    loop.exec();
-    ASSERT_TRUE(done);
+    organizer->organizeFonts(library + "/", [&] { done = true; });
+    ASSERT_TRUE(waitFor([&] { return done; }, 60000));
+    EXPECT_TRUE(waitFor([&] { return calls.size() == 4; }, 5000)); // the end follows
     organizer->organizeFontsQueue()->waitUntilAllOperationsAreFinished();
 
     EXPECT_EQ(settings.organizeFontsFolder(), library);
-    EXPECT_FALSE(settings.organizeFonts());
-    EXPECT_FALSE(organizer->isOrganizingFonts());
+    EXPECT_FALSE(settings.organizeFonts() || organizer->isOrganizingFonts());
     EXPECT_EQ(calls, QStringList({ "sheet", "close", "alert", "reveal " + library }));
     EXPECT_EQ(organizer->progressWindow()->value(), dataMgr->totalFonts);
     // The suitcase could not get its "Generic" folder; the file went on.
     EXPECT_EQ(organizer->problemFontCount(), 1);
     EXPECT_TRUE(dataMgr->foundProblemFonts);
-    const QString error = statusOf("Serif Suitcase")->copiedToLibraryErrorInfo;
-    EXPECT_TRUE(error.startsWith("The folder \"" + library + "/Generic/\"")) << qPrintable(error);
-    EXPECT_FALSE(statusOf("Serif Suitcase")->copiedOrMoved());
+    EXPECT_TRUE(statusOf("Serif Suitcase")->copiedToLibraryErrorInfo.contains(library + "/Generic/"));
     ASSERT_EQ(organizer->placements().size(), 1);
     EXPECT_EQ(organizer->placements().first().source, source + "/DejaVuSans.ttf");
     EXPECT_TRUE(QFile::exists(library + "/" + statusOf("DejaVuSans.ttf")->fontFoundry + "/DejaVuSans.ttf"));
@@ -341,11 +301,10 @@ TEST_F(OrganizerTest, ARunGoesOnPastAFolderItCannotMakeAndEndsAfterTheLastCopy)
 
 TEST_F(OrganizerTest, ACancelledRunStopsBeforeTheNextFontAndClosesTheSheetLater)
 {
-    // The walk does not wait for this thread: enough files that a cancel
-    // sent when the first is placed arrives well before the last.
+    // Enough files that a cancel sent once the first is placed comes well before the last.
     constexpr int kFiles = 30;
     for (int i = 0; i < kFiles; ++i)
-        qvtest::copyFont(kDejaVuSans, source, QString("Sans%1.ttf").arg(i));
+        copyFont(kDejaVuSans, source, QString("Sans%1.ttf").arg(i));
     scan();
     bool closed = false;
     QObject::connect(organizer.get(), &QVFontOrganizer::progressSheetClosed, [&] { closed = true; });
@@ -353,17 +312,14 @@ TEST_F(OrganizerTest, ACancelledRunStopsBeforeTheNextFontAndClosesTheSheetLater)
         if (!organizer->placements().isEmpty() && !organizer->doCancel())
             organizer->cancelOrganizing();
     });
-    QEventLoop loop;
-    organizer->organizeFonts(
-        library, [&] { QMetaObject::invokeMethod(&loop, "quit", Qt::QueuedConnection); });
-    loop.exec();
+    bool done = false;
+    organizer->organizeFonts(library, [&] { done = true; });
+    ASSERT_TRUE(waitFor([&] { return done; }));
     EXPECT_TRUE(organizer->doCancel());
-    EXPECT_LT(filesBelow(library).size(), kFiles);
-    EXPECT_GE(filesBelow(library).size(), 1);
+    const qsizetype placed = filesBelow(library).size();
+    EXPECT_TRUE(placed >= 1 && placed < kFiles) << placed;
     EXPECT_FALSE(closed);
-    QTimer::singleShot(2500, &loop, &QEventLoop::quit);
-    loop.exec();
-    EXPECT_TRUE(closed);
+    EXPECT_TRUE(waitFor([&] { return closed; }, 2500));
 }
 
 TEST_F(LibraryLayoutTest, AMoveMeetingAFullDiskAtAnyWriteLosesNoFont)
@@ -371,7 +327,7 @@ TEST_F(LibraryLayoutTest, AMoveMeetingAFullDiskAtAnyWriteLosesNoFont)
     settings.setCopyFontFiles(false);
     // What the source holds at the start of every run.
     const QString original = home.path() + "/original";
-    qvtest::copyFont(kDejaVuSans, original + "/a");
+    copyFont(kDejaVuSans, original + "/a");
     makePanicSuitcase(original + "/b/Panic");
     nimbusPair(original + "/c");
     const QMap<QString, QString> before = hashesBelow(original);
@@ -399,8 +355,7 @@ TEST_F(LibraryLayoutTest, AMoveMeetingAFullDiskAtAnyWriteLosesNoFont)
         QVWriteFault::clear();
         QVResourceManager::closeAll();
 
-        // A whole file: in the source or in the library, unchanged; a suitcase
-        // member: in its suitcase or in one of the library, strike and all.
+        // Each file and suitcase member unchanged in the source or the library.
         const QMap<QString, QString> left = hashesBelow(source);
         const QStringList placed = hashesBelow(library).values();
         for (auto it = before.cbegin(); it != before.cend(); ++it) {

@@ -19,11 +19,7 @@
 namespace qvorg
 {
 
-using QVFixtures::kC059Roman;
-using QVFixtures::kDejaVuSans;
-using QVFixtures::kDejaVuSansBold;
-using QVFixtures::kDejaVuSerif;
-using QVFixtures::kPanicSansDfont;
+using namespace QVFixtures;
 inline const QString kNimbusRegular
     = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
 
@@ -63,9 +59,7 @@ protected:
         store.reset();
         dataMgr = std::make_unique<QVFontDataManager>();
         QVFileManager files(dataMgr.get());
-        QStringList paths = filesBelow(source);
-        paths.sort();
-        for (const QString &path : std::as_const(paths)) {
+        for (const QString &path : filesBelow(source)) {
             if (files.isFontFile(source + QLatin1Char('/') + path))
                 dataMgr->addFontFileItem(source + QLatin1Char('/') + path);
         }
@@ -122,8 +116,7 @@ protected:
         return hashes;
     }
 
-    // A suitcase of bitmap strikes made by otf2bdf and ufond, its fork in an
-    // AppleDouble sidecar, named as QVFixtures::withPostScriptName says.
+    // Strikes made by otf2bdf and ufond in a suitcase (fork in a sidecar).
     QString makeSuitcase(const QString &path, const QList<QVFixtures::Strike> &strikes,
         const QByteArray &postScriptName = QByteArray())
     {

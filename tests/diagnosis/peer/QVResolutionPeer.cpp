@@ -26,30 +26,19 @@
 namespace
 {
 
+// The font as a problem entry whose only problem is its damage, whatever the
+// examiner found.
 QVProblemFontPtr problem(const QVFontFilePtr &file, const QVStatusPtr &status)
 {
     auto entry = std::make_shared<QVProblemFont>();
     entry->fontFile = file;
     entry->fontStatus = status;
-    status->setFontError(QVErrorClass::Defect);
-    status->setFontErrorInfo(QString::fromLatin1(QVDefect::BadTableData));
+    status->fontErrors = { QVErrorClass::Defect };
+    status->fontErrorsInfo = { QString::fromLatin1(QVDefect::BadTableData) };
     return entry;
 }
 
 int killAtWrite = 0;
-
-// Every font of a suitcase as a scan records it, each with only that damage.
-QList<QVProblemFontPtr> suitcaseMembers(QVFontDataManager &scan, const QString &path)
-{
-    QList<QVProblemFontPtr> result;
-    const QVFontFilePtr file = scan.addFontFileItem(path);
-    for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
-        status->fontErrors.clear();
-        status->fontErrorsInfo.clear();
-        result.append(problem(file, status));
-    }
-    return result;
-}
 
 } // namespace
 
@@ -78,15 +67,17 @@ int main(int argc, char *argv[])
     QVFontDataManager scan;
     for (const QString &argument : arguments.mid(1)) {
         if (argument.startsWith(QLatin1String("suitcase:"))) {
-            problems << suitcaseMembers(scan, QFileInfo(argument.mid(9)).absoluteFilePath());
+            // Every font of the suitcase as a scan records it.
+            const QVFontFilePtr file = scan.addFontFileItem(QFileInfo(argument.mid(9)).absoluteFilePath());
+            for (const QVStatusPtr &status : std::as_const(file->fontStatusArray))
+                problems << problem(file, status);
             continue;
         }
         auto file = std::make_shared<QVFontFile>(QFileInfo(argument).absoluteFilePath());
         file->fontFileType = QVForkStorage::resourceForkPlace(argument) == QVForkStorage::Place::None ? 1 : 0;
         auto status = std::make_shared<QVStatus>();
         status->fontURL = file->URL;
-        status->fontName = QFileInfo(argument).fileName();
-        status->PSname = status->fontName;
+        status->fontName = status->PSname = QFileInfo(argument).fileName();
         status->fontType = QVFontType::PostScriptType1;
         file->fontStatusArray.append(status);
         problems.append(problem(file, status));
