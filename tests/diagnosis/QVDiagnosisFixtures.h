@@ -1,5 +1,5 @@
-// Font records for the diagnosis tests, as the examiner leaves them, and real
-// font files for them to point at, made by tools that are not ours.
+// Font records for the diagnosis tests, as the examiner leaves them, and a
+// real outline file for them to point at, made by t1mac.
 #pragma once
 
 #include "engine/QVFontConstants.h"
@@ -9,11 +9,7 @@
 #include "engine/QVStatus.h"
 #include "support/QVFixtures.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QString>
-#include <QStringList>
 #include <gtest/gtest.h>
 
 namespace qvtest
@@ -71,58 +67,15 @@ inline QVStatusPtr withDefect(QVStatusPtr status, const char *message)
 }
 
 using QVFixtures::copyFont;
-using QVFixtures::runTool;
 
-// A PostScript Type 1 outline file as a Mac keeps it on a Linux share: the
-// empty data file named by the PostScript file name rule, its LWFN resource
-// fork in the AppleDouble sidecar beside it (t1mac).
+// A Type 1 outline file as a Mac keeps it on a share (t1mac): the empty data
+// file under its PostScript file name, its LWFN fork in an AppleDouble sidecar.
 inline QString makeOutlineFile(const QString &folder, const QString &fileName = kNimbusPS533Name)
 {
     const QString path = QVFixtures::makeLwfn(
         folder, fileName, QStringLiteral("/usr/share/fonts/type1/urw-base35/NimbusSans-Regular.t1"));
     EXPECT_FALSE(path.isEmpty()) << "t1mac made no " << qPrintable(fileName);
     return path;
-}
-
-// A bitmap font suitcase (a .dfont) of Nimbus Sans strikes made by ufond.
-inline QString makeBitmapSuitcase(const QString &folder, const QList<int> &sizes)
-{
-    QList<QVFixtures::Strike> strikes;
-    for (int size : sizes)
-        strikes.append(
-            { QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf"), size });
-    const QString path = folder + QStringLiteral("/Nimbus Sans.fam.dfont");
-    const QByteArray fork = QVFixtures::ufondFork(folder + QStringLiteral("/.work"), strikes);
-    EXPECT_FALSE(fork.isEmpty()) << "otf2bdf or ufond failed";
-    EXPECT_TRUE(QVFixtures::writeFile(path, fork)) << qPrintable(path);
-    QDir(folder + QStringLiteral("/.work")).removeRecursively();
-    return path;
-}
-
-// The records the examiner makes of the files above.
-inline QVFontFilePtr addOutline(QVFontLibrary &library, const QString &path, qint32 fontType = 1)
-{
-    QVStatusPtr status
-        = makeStatus(fontType, kNimbusPSName, 0, QStringLiteral("Plain"), 100, QStringLiteral("Nimbus Sans"));
-    status->PS533name = kNimbusPS533Name;
-    status->familyName = QStringLiteral("Nimbus Sans");
-    status->fontFoundry = QStringLiteral("URW");
-    return library.addFile(path, 0, QStringLiteral("LWFN"), { status });
-}
-
-inline QVFontFilePtr addSuitcase(QVFontLibrary &library, const QString &path, const QList<int> &sizes,
-    const QString &style = QStringLiteral("Plain"))
-{
-    QList<QVStatusPtr> statuses;
-    for (int size : sizes) {
-        QVStatusPtr status
-            = makeStatus(QVFontType::Bitmap, kNimbusPSName, size, style, 100, QStringLiteral("Nimbus Sans"));
-        status->PS533name = kNimbusPS533Name;
-        status->familyName = QStringLiteral("Nimbus Sans");
-        status->fontID = 2794;
-        statuses << status;
-    }
-    return library.addFile(path, 0, QStringLiteral("FFIL"), statuses);
 }
 
 } // namespace qvtest

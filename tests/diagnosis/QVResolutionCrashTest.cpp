@@ -1,6 +1,5 @@
-// A resolution killed midway, or meeting a full disk at any write, loses no
-// font: each is where it was, or in the quarantine where the list shows it and
-// a restore brings it back; the same holds for a restore on a full disk.
+// A resolution killed midway or meeting a full disk at any write, and a restore
+// on a full disk, lose no font: each is in place or listed in the quarantine.
 #include "engine/QVResourceManager.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVJournalFile.h"
@@ -12,126 +11,134 @@
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <gtest/gtest.h>
+
+using QVFixtures::forkHashes;
 
 namespace
 {
 
-QString hashes(const QString &path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QStringLiteral("missing");
-    QByteArray fork, info;
-    QVForkStorage::Place place;
-    QVForkStorage::readResourceFork(path, &fork, &place);
-    QVForkStorage::readFinderInfo(path, &info);
-    return QString::fromLatin1(QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256).toHex())
-        + ' ' + QString::fromLatin1(QCryptographicHash::hash(fork, QCryptographicHash::Sha256).toHex()) + ' '
-        + QString::fromLatin1(QCryptographicHash::hash(info, QCryptographicHash::Sha256).toHex());
-}
+// Six fonts, their forks and Finder info in every writable place, and, given
+// a fork, a suitcase whose members are taken out singly; what each holds.
+struct Fonts {
+    QStringList paths, hashes;
+    QString suitcase;
+    QStringList members;
+    QStringList peerArguments() const
+    {
+        return suitcase.isEmpty() ? paths : paths + QStringList { "suitcase:" + suitcase };
+    }
+};
 
-// Six fonts, their forks and Finder info in every writable place.
-QStringList makeFonts(const QVTestHome &home)
+Fonts makeFonts(const QVTestHome &home, const QByteArray &suitcaseFork = QByteArray())
 {
     using Place = QVForkStorage::Place;
     const QList<Place> places = { Place::AppleDouble, Place::ExtendedAttribute, Place::NetatalkFolder,
         Place::AppleDouble, Place::None, Place::ExtendedAttribute };
-    QStringList paths;
+    Fonts fonts;
     for (int i = 0; i < places.size(); ++i) {
         const QString path = home.writeFile(
             QStringLiteral("fonts/%1/Font%2").arg(i % 2).arg(i), "data " + QByteArray::number(i));
-        QByteArray info(32, '\0');
-        info.replace(0, 8, "LWFNASPF");
         if (places.at(i) != Place::None) {
             // Any bytes do: the store moves forks without reading them.
-            const QByteArray fork(300 + i, char('a' + i));
-            QVForkStorage::writeResourceFork(path, fork, places.at(i));
-            QVForkStorage::writeFinderInfo(path, info, places.at(i));
+            QVForkStorage::writeResourceFork(path, QByteArray(300 + i, char('a' + i)), places.at(i));
+            QVFixtures::setFinderInfo(path, "LWFNASPF", 0, places.at(i));
         }
-        paths << path;
+        fonts.paths << path;
+        fonts.hashes << forkHashes(path);
     }
-    return paths;
-}
-
-// -1 when the peer died; *output gets what it printed.
-int runPeer(const QStringList &arguments, QString *output = nullptr)
-{
-    QProcess peer;
-    peer.setProcessChannelMode(output ? QProcess::ForwardedErrorChannel : QProcess::ForwardedChannels);
-    peer.start(QStringLiteral(QV_RESOLUTION_PEER_PATH), arguments);
-    EXPECT_TRUE(peer.waitForFinished(120000));
-    if (output)
-        *output = QString::fromUtf8(peer.readAllStandardOutput());
-    return peer.exitStatus() == QProcess::CrashExit ? -1 : peer.exitCode();
-}
-
-int runPeer(int killAfter, const QStringList &paths)
-{
-    return runPeer(QStringList { QString::number(killAfter) } + paths);
-}
-
-// The six fonts of makeFonts and a suitcase of two families whose members
-// are taken out singly; what each holds before a run.
-struct Fonts {
-    QStringList paths;
-    QStringList hashes;
-    QString suitcase;
-    QStringList members;
-    QStringList peerArguments() const { return paths + QStringList { "suitcase:" + suitcase }; }
-};
-
-Fonts makeAllFonts(const QVTestHome &home, const QByteArray &suitcaseFork)
-{
-    Fonts fonts;
-    fonts.paths = makeFonts(home);
-    for (const QString &path : std::as_const(fonts.paths))
-        fonts.hashes << hashes(path);
-    fonts.suitcase = home.path() + "/fonts/Two";
-    EXPECT_TRUE(QVFixtures::makeSuitcase(fonts.suitcase, suitcaseFork, QVForkStorage::Place::AppleDouble));
-    fonts.members
-        = QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/m") });
+    if (!suitcaseFork.isEmpty()) {
+        fonts.suitcase = home.path() + "/fonts/Two";
+        EXPECT_TRUE(QVFixtures::makeSuitcase(fonts.suitcase, suitcaseFork));
+        fonts.members
+            = QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/m") });
+    }
     return fonts;
 }
 
-// Every font where it was and unchanged, or listed in the quarantine with its
-// bytes (a family member: in its suitcase or a listed copy, strike and all).
-void expectNothingLost(const QVTestHome &home, const Fonts &fonts)
+// The suitcase of two families that the full-disk runs take apart.
+QByteArray twoFamilies()
+{
+    QVTestHome work;
+    const QByteArray both
+        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
+    EXPECT_FALSE(both.isEmpty());
+    return both;
+}
+
+// A resolution in a process of its own (exit code -1: it died).
+QVFixtures::ToolRun peer(const QStringList &arguments)
+{
+    return QVFixtures::runTool(QStringLiteral(QV_RESOLUTION_PEER_PATH), arguments);
+}
+
+// Every font in place unchanged or listed in the quarantine whole (a family
+// member: in its suitcase or a listed copy); the number of files listed.
+int expectNothingLost(const QVTestHome &home, const Fonts &fonts)
 {
     QVQuarantineStore store;
     EXPECT_TRUE(store.quarantineError().isNull()) << qPrintable(store.quarantineError());
     EXPECT_TRUE(store.unrecordedFiles.isEmpty()) << qPrintable(store.unrecordedFiles.join(", "));
-    QStringList forks;
-    if (QFileInfo::exists(fonts.suitcase))
-        forks << QVFixtures::extractFork(fonts.suitcase, home.path() + "/check");
+    auto quarantined = [&](const QVariantMap &record) -> QString {
+        return store.quarantineFolderPath() + "/" + record.value("quarantineFileName").toString();
+    };
+    int listed = 0;
     for (int i = 0; i < fonts.paths.size(); ++i) {
         if (QFileInfo::exists(fonts.paths.at(i))) {
-            EXPECT_EQ(hashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
+            EXPECT_EQ(forkHashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
             continue;
         }
-        bool listed = false;
+        bool whole = false;
         for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray)) {
-            const QString path
-                = store.quarantineFolderPath() + "/" + record.value("quarantineFileName").toString();
             if (record.value("originalFilePath").toString() == fonts.paths.at(i))
-                listed = hashes(path) == fonts.hashes.at(i);
+                whole = forkHashes(quarantined(record)) == fonts.hashes.at(i);
         }
-        EXPECT_TRUE(listed) << qPrintable(fonts.paths.at(i)) << " is neither in place nor listed whole";
+        EXPECT_TRUE(whole) << qPrintable(fonts.paths.at(i)) << " is neither in place nor listed whole";
+        listed += whole;
     }
-    for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray)) {
-        if (record.value("originalFilePath").toString() == fonts.suitcase)
-            forks << QVFixtures::extractFork(
-                store.quarantineFolderPath() + "/" + record.value("quarantineFileName").toString(),
-                home.path() + "/check/" + QString::number(forks.size()));
+    if (!fonts.suitcase.isEmpty()) {
+        QStringList forks;
+        if (QFileInfo::exists(fonts.suitcase))
+            forks << QVFixtures::extractFork(fonts.suitcase, home.path() + "/check");
+        for (const QVariantMap &record : std::as_const(store.quarantinedFilesDataArray)) {
+            if (record.value("originalFilePath").toString() == fonts.suitcase)
+                forks << QVFixtures::extractFork(
+                    quarantined(record), home.path() + "/check/" + QString::number(forks.size()));
+        }
+        EXPECT_EQ(QVFixtures::fontToolsMembers(forks), fonts.members);
     }
-    EXPECT_EQ(QVFixtures::fontToolsMembers(forks), fonts.members);
     QVResourceManager::closeAll();
+    return listed;
+}
+
+// Restores every row the list shows, the disk failing from its nth write on;
+// the number of writes made. With room (0), every font is back as it was.
+int restoreAll(const QVTestHome &home, const Fonts &fonts, int failAt = 0)
+{
+    QVQuarantineStore store;
+    QVSuitcaseSurgery surgery(&store);
+    QVQuarantineRuns runs(&store, &surgery);
+    for (int i = 0; i < runs.rowArray.size(); ++i)
+        runs.checkedRowsArray << i;
+    if (failAt > 0)
+        QVWriteFault::failWrite(failAt);
+    const auto result = runs.restoreQuarantinedFiles();
+    const int writes = QVWriteFault::count();
+    QVWriteFault::clear();
+    QVResourceManager::closeAll();
+    if (failAt > 0)
+        return writes;
+    EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
+    for (int i = 0; i < fonts.paths.size(); ++i)
+        EXPECT_EQ(forkHashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
+    if (!fonts.suitcase.isEmpty()) {
+        EXPECT_EQ(
+            QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/end") }),
+            fonts.members);
+    }
+    return writes;
 }
 
 } // namespace
@@ -141,116 +148,59 @@ TEST(QVResolutionCrash, AResolutionKilledAfterEachMoveLosesNoFont)
     for (int killAfter = 1; killAfter <= 6; ++killAfter) {
         SCOPED_TRACE(killAfter);
         QVTestHome home;
-        const QStringList paths = makeFonts(home);
-        QStringList before;
-        for (const QString &path : paths)
-            before << hashes(path);
-
-        ASSERT_EQ(runPeer(killAfter, paths), -1) << "the run was not killed";
-
-        // Loading settles the journal the killed run left.
-        QVQuarantineStore store;
-        EXPECT_FALSE(QFile::exists(store.journalPath()));
-        EXPECT_EQ(store.quarantinedFilesDataArray.size(), killAfter);
-
-        // Every font: at its place unchanged, or listed with its bytes intact.
-        QVSuitcaseSurgery surgery(&store);
-        QVQuarantineRuns runs(&store, &surgery);
-        int listed = 0;
-        for (int i = 0; i < paths.size(); ++i) {
-            if (QFileInfo::exists(paths.at(i))) {
-                EXPECT_EQ(hashes(paths.at(i)), before.at(i)) << qPrintable(paths.at(i));
-                continue;
-            }
-            bool found = false;
-            for (const QVariantMap &row : std::as_const(runs.rowArray)) {
-                if (row.value("originalFilePath").toString() != paths.at(i))
-                    continue;
-                found = true;
-                EXPECT_EQ(
-                    hashes(store.quarantineFolderPath() + "/" + row.value("quarantineFileName").toString()),
-                    before.at(i));
-            }
-            EXPECT_TRUE(found) << qPrintable(paths.at(i)) << " is neither in place nor listed";
-            listed += found;
-        }
-        EXPECT_EQ(listed, killAfter);
-
-        // And a restore brings every one of them back.
-        for (int i = 0; i < runs.rowArray.size(); ++i)
-            runs.checkedRowsArray << i;
-        const auto result = runs.restoreQuarantinedFiles();
-        EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
-        for (int i = 0; i < paths.size(); ++i)
-            EXPECT_EQ(hashes(paths.at(i)), before.at(i)) << qPrintable(paths.at(i));
+        const Fonts fonts = makeFonts(home);
+        ASSERT_EQ(peer(QStringList { QString::number(killAfter) } + fonts.paths).exitCode, -1)
+            << "not killed";
+        // Before a store settles it: no index, all six moves journalled ahead.
+        const QString index = home.dataHome() + "/Quorvel/Quarantine/dataSource";
+        EXPECT_FALSE(QFile::exists(index));
+        EXPECT_EQ(QVJournalFile::readLines(index + ".journal").size(), 6);
+        EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), killAfter);
+        EXPECT_FALSE(QFile::exists(index + ".journal"));
+        EXPECT_EQ(expectNothingLost(home, fonts), killAfter);
+        restoreAll(home, fonts);
     }
 }
 
 TEST(QVResolutionCrash, AResolutionKilledBeforeAnyWriteLosesNoFont)
 {
-    QVTestHome work;
-    const QByteArray both
-        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
+    const QByteArray both = twoFamilies();
     ASSERT_FALSE(both.isEmpty());
     for (int n = 1;; ++n) {
         SCOPED_TRACE(n);
         QVTestHome home;
-        const Fonts fonts = makeAllFonts(home, both);
-        QString output;
-        const int status = runPeer(
-            QStringList { "--kill-at-write", QString::number(n), "0" } + fonts.peerArguments(), &output);
+        const Fonts fonts = makeFonts(home, both);
+        const int status
+            = peer(QStringList { "--kill-at-write", QString::number(n), "0" } + fonts.peerArguments())
+                  .exitCode;
         expectNothingLost(home, fonts);
         if (status != -1)
             break; // the run ended before its nth write: it was killed at every one
     }
 }
 
-TEST(QVResolutionCrash, TheIndexIsWrittenOnceAndTheJournalHoldsEveryMoveUntilThen)
-{
-    QVTestHome home;
-    const QStringList paths = makeFonts(home);
-    ASSERT_EQ(runPeer(3, paths), -1);
-    // Read before any store settles it: no index yet, and the six moves
-    // journalled ahead, before the first of them.
-    const QString folder = home.dataHome() + "/Quorvel/Quarantine";
-    EXPECT_FALSE(QFile::exists(folder + "/dataSource"));
-    const QList<QByteArray> journal = QVJournalFile::readLines(folder + "/dataSource.journal");
-    ASSERT_EQ(journal.size(), 6);
-    EXPECT_EQ(QJsonDocument::fromJson(journal.at(2)).object().value("source").toString(),
-        QFileInfo(paths.at(2)).absoluteFilePath());
-
-    // A run that finishes leaves no journal behind.
-    QVTestHome other;
-    const QStringList more = makeFonts(other);
-    ASSERT_EQ(runPeer(0, more), 0);
-    EXPECT_FALSE(QFile::exists(other.dataHome() + "/Quorvel/Quarantine/dataSource.journal"));
-    EXPECT_EQ(
-        QVPropertyList::readFile(other.dataHome() + "/Quorvel/Quarantine/dataSource").toList().size(), 6);
-}
-
 TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
 {
-    QVTestHome work;
-    const QByteArray both
-        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
+    const QByteArray both = twoFamilies();
     ASSERT_FALSE(both.isEmpty());
     int writes = 0;
     {
         QVTestHome home;
-        const Fonts fonts = makeAllFonts(home, both);
-        QString output;
-        ASSERT_EQ(runPeer(QStringList { "0" } + fonts.peerArguments(), &output), 0);
-        writes = output.section("writes ", 1).trimmed().toInt();
-        ASSERT_GT(writes, 10) << qPrintable(output);
+        const QVFixtures::ToolRun run = peer(QStringList { "0" } + makeFonts(home, both).peerArguments());
+        writes = QString::fromUtf8(run.out).section("writes ", 1).trimmed().toInt();
+        ASSERT_GT(writes, 10) << run.out.constData() << run.err.constData();
+        // A run that finishes leaves its index and no journal.
+        const QString index = home.dataHome() + "/Quorvel/Quarantine/dataSource";
+        EXPECT_EQ(QVPropertyList::readFile(index).toList().size(), 8);
+        EXPECT_FALSE(QFile::exists(index + ".journal"));
     }
     for (const char *mode : { "--full-disk-at", "--write-fails-at" }) {
         for (int n = 1; n <= writes; ++n) {
             SCOPED_TRACE(QStringLiteral("%1 %2").arg(mode).arg(n).toStdString());
             QVTestHome home;
-            const Fonts fonts = makeAllFonts(home, both);
-            QString output;
+            const Fonts fonts = makeFonts(home, both);
             ASSERT_EQ(
-                runPeer(QStringList { mode, QString::number(n), "0" } + fonts.peerArguments(), &output), 0);
+                peer(QStringList { mode, QString::number(n), "0" } + fonts.peerArguments()).exitCode, 0);
             expectNothingLost(home, fonts);
         }
     }
@@ -258,44 +208,18 @@ TEST(QVResolutionCrash, AResolutionMeetingAFullDiskAtAnyWriteLosesNoFont)
 
 TEST(QVResolutionCrash, ARestoreMeetingAFullDiskAtAnyWriteLosesNoFont)
 {
-    QVTestHome work;
-    const QByteArray both
-        = QVFixtures::mergeForks(QVFixtures::c059Fork(work.path()), QVFixtures::dejaVuSerifFork(work.path()));
+    const QByteArray both = twoFamilies();
     ASSERT_FALSE(both.isEmpty());
     for (int n = 1;; ++n) {
         SCOPED_TRACE(n);
         QVTestHome home;
-        const Fonts fonts = makeAllFonts(home, both);
-        QString output;
-        ASSERT_EQ(runPeer(QStringList { "0" } + fonts.peerArguments(), &output), 0);
-        int writes = 0;
-        {
-            QVQuarantineStore store;
-            QVSuitcaseSurgery surgery(&store);
-            QVQuarantineRuns runs(&store, &surgery);
-            ASSERT_EQ(runs.rowArray.size(), 8);
-            for (int i = 0; i < runs.rowArray.size(); ++i)
-                runs.checkedRowsArray << i;
-            QVWriteFault::failWrite(n);
-            runs.restoreQuarantinedFiles();
-            writes = QVWriteFault::count();
-            QVWriteFault::clear();
-        }
+        const Fonts fonts = makeFonts(home, both);
+        ASSERT_EQ(peer(QStringList { "0" } + fonts.peerArguments()).exitCode, 0);
+        ASSERT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 8);
+        const int writes = restoreAll(home, fonts, n);
         expectNothingLost(home, fonts);
         // With room again, everything comes back as it was.
-        QVQuarantineStore store;
-        QVSuitcaseSurgery surgery(&store);
-        QVQuarantineRuns runs(&store, &surgery);
-        for (int i = 0; i < runs.rowArray.size(); ++i)
-            runs.checkedRowsArray << i;
-        const auto result = runs.restoreQuarantinedFiles();
-        EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
-        for (int i = 0; i < fonts.paths.size(); ++i)
-            EXPECT_EQ(hashes(fonts.paths.at(i)), fonts.hashes.at(i)) << qPrintable(fonts.paths.at(i));
-        EXPECT_EQ(
-            QVFixtures::fontToolsMembers({ QVFixtures::extractFork(fonts.suitcase, home.path() + "/end") }),
-            fonts.members);
-        QVResourceManager::closeAll();
+        restoreAll(home, fonts);
         if (writes < n)
             break; // the restore ended before its nth write: every write has failed once
     }

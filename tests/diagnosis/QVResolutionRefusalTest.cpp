@@ -2,7 +2,7 @@
 // the privileged runner (pkexec), which refuses without a password agent, and
 // nothing moves or is recorded. Run as root, the resolution runs as nobody.
 #include "store/QVPropertyList.h"
-#include "store/QVQuarantineStore.h"
+#include "support/QVFixtures.h"
 
 #include <QDir>
 #include <QFile>
@@ -27,13 +27,9 @@ TEST(QVResolutionRefusal, AFontInAFolderTheUserMayNotWriteStaysAndIsNotRecorded)
     QFile::setPermissions(dir.path(), QFileDevice::Permissions(0x7755));
     const QString fonts = dir.path() + "/fonts";
     const QString home = dir.path() + "/home";
-    QDir().mkpath(fonts);
     QDir().mkpath(home);
-    for (const char *name : { "Foo.otf", "._Foo.otf" }) {
-        QFile file(fonts + "/" + name);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(name);
-    }
+    for (const char *name : { "Foo.otf", "._Foo.otf" })
+        ASSERT_TRUE(QVFixtures::writeFile(fonts + "/" + name, name));
     if (root)
         ASSERT_EQ(::chown(QFile::encodeName(home).constData(), 65534, 65534), 0);
     else
@@ -41,19 +37,16 @@ TEST(QVResolutionRefusal, AFontInAFolderTheUserMayNotWriteStaysAndIsNotRecorded)
 
     QProcess peer;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("HOME", home);
-    env.insert("XDG_DATA_HOME", home + "/.local/share");
-    env.insert("XDG_CONFIG_HOME", home + "/.config");
+    for (const auto &[name, value] : { std::pair { "HOME", home },
+             { "XDG_DATA_HOME", home + "/.local/share" }, { "XDG_CONFIG_HOME", home + "/.config" } })
+        env.insert(name, value);
     peer.setProcessEnvironment(env);
     peer.setStandardInputFile(QProcess::nullDevice());
-    const QStringList peerArguments { "0", fonts + "/Foo.otf" };
+    const QStringList arguments { QStringLiteral(QV_RESOLUTION_PEER_PATH), "0", fonts + "/Foo.otf" };
     if (root)
-        peer.start(setpriv,
-            QStringList {
-                "--reuid=65534", "--regid=65534", "--clear-groups", QStringLiteral(QV_RESOLUTION_PEER_PATH) }
-                + peerArguments);
+        peer.start(setpriv, QStringList { "--reuid=65534", "--regid=65534", "--clear-groups" } + arguments);
     else
-        peer.start(QStringLiteral(QV_RESOLUTION_PEER_PATH), peerArguments);
+        peer.start(arguments.first(), arguments.mid(1));
     ASSERT_TRUE(peer.waitForFinished(60000));
     if (!root)
         QFile::setPermissions(
@@ -64,8 +57,7 @@ TEST(QVResolutionRefusal, AFontInAFolderTheUserMayNotWriteStaysAndIsNotRecorded)
     EXPECT_TRUE(out.startsWith("kept " + fonts + "/Foo.otf: Not Authorized")
         || out.startsWith("kept " + fonts + "/Foo.otf: Authorization Error: "))
         << qPrintable(out);
-    EXPECT_TRUE(QFile::exists(fonts + "/Foo.otf"));
-    EXPECT_TRUE(QFile::exists(fonts + "/._Foo.otf"));
+    EXPECT_TRUE(QFile::exists(fonts + "/Foo.otf") && QFile::exists(fonts + "/._Foo.otf"));
     const QString quarantine = home + "/.local/share/Quorvel/Quarantine";
     EXPECT_EQ(QVPropertyList::readFile(quarantine + "/dataSource").toList().size(), 0);
     EXPECT_FALSE(QFile::exists(quarantine + "/dataSource.journal"));

@@ -3,33 +3,23 @@
 #pragma once
 
 #include "diagnosis/QVDiagnosisFixtures.h"
-#include "engine/QVFontDataManager.h"
-#include "engine/QVResourceFile.h"
 #include "engine/QVResourceManager.h"
 #include "organizer/QVFontOrganizer.h"
 #include "settings/QVSettings.h"
 #include "store/QVFileManager.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
-#include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QMap>
-#include <gtest/gtest.h>
 #include <memory>
 
 namespace qvorg
 {
 
-using QVFixtures::kC059Roman;
-using QVFixtures::kDejaVuSans;
-using QVFixtures::kDejaVuSansBold;
-using QVFixtures::kDejaVuSerif;
-using QVFixtures::kPanicSansDfont;
-inline const QString kNimbusBoldItalic
-    = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-BoldItalic.otf");
+using namespace QVFixtures;
 inline const QString kNimbusRegular
     = QStringLiteral("/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf");
 
@@ -47,7 +37,6 @@ protected:
         setLevels(false, false, false);
         setNaming(false, true);
     }
-
     void TearDown() override { QVResourceManager::closeAll(); }
 
     void setLevels(bool foundry, bool letter, bool family)
@@ -70,22 +59,15 @@ protected:
         store.reset();
         dataMgr = std::make_unique<QVFontDataManager>();
         QVFileManager files(dataMgr.get());
-        QStringList paths;
-        QDirIterator it(source, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-        while (it.hasNext()) {
-            const QString path = it.next();
-            if (!QVForkStorage::isMetadataStore(path) && files.isFontFile(path))
-                paths << path;
+        for (const QString &path : filesBelow(source)) {
+            if (files.isFontFile(source + QLatin1Char('/') + path))
+                dataMgr->addFontFileItem(source + QLatin1Char('/') + path);
         }
-        paths.sort();
-        for (const QString &path : std::as_const(paths))
-            dataMgr->addFontFileItem(path);
         store = std::make_unique<QVQuarantineStore>(dataMgr.get());
         surgery = std::make_unique<QVSuitcaseSurgery>(store.get());
         organizer = std::make_unique<QVFontOrganizer>(dataMgr.get(), surgery.get(), &settings);
         organizer->setLibraryURL(library);
     }
-
     // The walk, on this thread.
     void organize()
     {
@@ -93,23 +75,21 @@ protected:
         organizer->createLibrary();
     }
 
-    QVStatusPtr statusOf(const QString &fileName, int fontSize = -1) const
-    {
-        for (const QVFontFilePtr &file : std::as_const(dataMgr->fontFileItems)) {
-            if (QFileInfo(file->URL).fileName() != fileName)
-                continue;
-            for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
-                if (fontSize < 0 || status->fontSize == fontSize)
-                    return status;
-            }
-        }
-        return nullptr;
-    }
     QVFontFilePtr fileOf(const QString &fileName) const
     {
         for (const QVFontFilePtr &file : std::as_const(dataMgr->fontFileItems)) {
             if (QFileInfo(file->URL).fileName() == fileName)
                 return file;
+        }
+        return nullptr;
+    }
+    // The file's first font, or its font of that size.
+    QVStatusPtr statusOf(const QString &fileName, int fontSize = -1) const
+    {
+        const QVFontFilePtr file = fileOf(fileName);
+        for (const QVStatusPtr &status : file ? file->fontStatusArray : QList<QVStatusPtr>()) {
+            if (fontSize < 0 || status->fontSize == fontSize)
+                return status;
         }
         return nullptr;
     }
@@ -136,8 +116,7 @@ protected:
         return hashes;
     }
 
-    // A suitcase of bitmap strikes made by otf2bdf and ufond, its fork in an
-    // AppleDouble sidecar, named as QVFixtures::withPostScriptName says.
+    // Strikes made by otf2bdf and ufond in a suitcase (fork in a sidecar).
     QString makeSuitcase(const QString &path, const QList<QVFixtures::Strike> &strikes,
         const QByteArray &postScriptName = QByteArray())
     {
@@ -146,16 +125,13 @@ protected:
         EXPECT_FALSE(fork.isEmpty()) << "ufond made nothing for " << qPrintable(path);
         if (!postScriptName.isEmpty())
             fork = QVFixtures::withPostScriptName(fork, postScriptName);
-        EXPECT_TRUE(QVFixtures::makeSuitcase(path, fork, QVForkStorage::Place::AppleDouble));
+        EXPECT_TRUE(QVFixtures::makeSuitcase(path, fork));
         return path;
     }
-
     // Panic Sans as a suitcase with its fork in an AppleDouble sidecar.
     static QString makePanicSuitcase(const QString &path)
     {
-        QFile dfont(kPanicSansDfont);
-        EXPECT_TRUE(dfont.open(QIODevice::ReadOnly));
-        EXPECT_TRUE(QVFixtures::makeSuitcase(path, dfont.readAll(), QVForkStorage::Place::AppleDouble));
+        EXPECT_TRUE(QVFixtures::makeSuitcase(path, QVFixtures::readFile(kPanicSansDfont)));
         return path;
     }
 

@@ -7,12 +7,12 @@
 // itself with SIGKILL as soon as KILL_AFTER fonts reached the quarantine (0:
 // never), leaving whatever a real crash would leave. --full-disk-at N makes
 // its Nth write and every later one fail with ENOSPC; --write-fails-at N only
-// the Nth; --kill-at-write N kills it just before its Nth write. At the end it prints "moved PATH" or "kept
-// PATH: ERROR" for each font, then "writes COUNT".
+// the Nth; --kill-at-write N kills it just before its Nth write. At the end it
+// prints "moved PATH" or "kept PATH: ERROR" for each font, then "writes COUNT".
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "engine/QVFontConstants.h"
-#include "engine/QVResouceFork.h"
-#include "engine/QVResourceManager.h"
+#include "engine/QVFontDataManager.h"
+#include "engine/QVFontExaminer.h"
 #include "platform/QVForkStorage.h"
 #include "platform/QVWriteFault.h"
 #include "store/QVQuarantineStore.h"
@@ -26,54 +26,19 @@
 namespace
 {
 
+// The font as a problem entry whose only problem is its damage, whatever the
+// examiner found.
 QVProblemFontPtr problem(const QVFontFilePtr &file, const QVStatusPtr &status)
 {
     auto entry = std::make_shared<QVProblemFont>();
     entry->fontFile = file;
     entry->fontStatus = status;
-    status->setFontError(QVErrorClass::Defect);
-    status->setFontErrorInfo(QString::fromLatin1(QVDefect::BadTableData));
+    status->fontErrors = { QVErrorClass::Defect };
+    status->fontErrorsInfo = { QString::fromLatin1(QVDefect::BadTableData) };
     return entry;
 }
 
 int killAtWrite = 0;
-
-// One status per association entry, as the examiner describes suitcase members.
-QList<QVProblemFontPtr> suitcaseMembers(const QString &path)
-{
-    QList<QVProblemFontPtr> result;
-    auto file = std::make_shared<QVFontFile>(path);
-    file->fontFileType = 0;
-    std::lock_guard guard(QVResouceFork::lock());
-    QVResouceFork fork;
-    const qint16 ref = fork.openResourceFile(QVPermission::Read, path);
-    if (ref < 1)
-        return result;
-    const int count = fork.countResourceTypes(ref, qvFourCC("FOND"));
-    for (int i = 1; i <= count; ++i) {
-        const QVResourceHandle fond = fork.getIndexResource(ref, qvFourCC("FOND"), i);
-        if (!fond || fond->data.size() < 59)
-            continue;
-        const QString family = fork.getResourceInfo(fond).value(QStringLiteral("name")).toString();
-        const int entries = fork.memoryHandler->Handle_ReadShort(fond, 52) + 1;
-        for (int j = 0; j < entries && 60 + 6 * j <= fond->data.size(); ++j) {
-            auto status = std::make_shared<QVStatus>();
-            const int size = fork.memoryHandler->Handle_ReadShort(fond, 54 + 6 * j);
-            const int style = fork.memoryHandler->Handle_ReadShort(fond, 56 + 6 * j);
-            status->fontName = family;
-            status->PSname = fork.getBitmapPSname(fond, style);
-            status->fontSize = size;
-            status->fontStyle = style == 0 ? QStringLiteral("Plain") : QString::number(style);
-            status->fontType = size < 1 ? QVFontType::TrueType : QVFontType::Bitmap;
-            status->fontURL = path;
-            status->index = int(file->fontStatusArray.size());
-            file->fontStatusArray.append(status);
-            result.append(problem(file, status));
-        }
-    }
-    fork.closeResourceFile(ref);
-    return result;
-}
 
 } // namespace
 
@@ -99,17 +64,20 @@ int main(int argc, char *argv[])
     }
     const int killAfter = arguments.first().toInt();
     QList<QVProblemFontPtr> problems;
+    QVFontDataManager scan;
     for (const QString &argument : arguments.mid(1)) {
         if (argument.startsWith(QLatin1String("suitcase:"))) {
-            problems << suitcaseMembers(QFileInfo(argument.mid(9)).absoluteFilePath());
+            // Every font of the suitcase as a scan records it.
+            const QVFontFilePtr file = scan.addFontFileItem(QFileInfo(argument.mid(9)).absoluteFilePath());
+            for (const QVStatusPtr &status : std::as_const(file->fontStatusArray))
+                problems << problem(file, status);
             continue;
         }
         auto file = std::make_shared<QVFontFile>(QFileInfo(argument).absoluteFilePath());
         file->fontFileType = QVForkStorage::resourceForkPlace(argument) == QVForkStorage::Place::None ? 1 : 0;
         auto status = std::make_shared<QVStatus>();
         status->fontURL = file->URL;
-        status->fontName = QFileInfo(argument).fileName();
-        status->PSname = status->fontName;
+        status->fontName = status->PSname = QFileInfo(argument).fileName();
         status->fontType = QVFontType::PostScriptType1;
         file->fontStatusArray.append(status);
         problems.append(problem(file, status));
