@@ -1,5 +1,4 @@
-// Font records: their defect lists, their archived form read back from
-// untrusted bytes, and the texts and foundry names they are shown with.
+// Font records: defect lists, their archived form read from untrusted bytes, foundry names.
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDiagnose.h"
 #include "engine/QVFontFile.h"
@@ -12,23 +11,21 @@ TEST(QVStatus, DefectListsStayInStepAndAreNeverReadPastTheirEnd)
     QVStatus status;
     EXPECT_FALSE(status.hasErrors());
     status.setFontError(QVErrorClass::Defect);
-    status.setFontErrorInfo(QStringLiteral("Bad Table Data"));
-    status.setFontErrorInfo(QStringLiteral("Bad Table Data"));
-    status.setFontErrorInfo(QStringLiteral("Bad File Name"));
+    for (const char *message : { "Bad Table Data", "Bad Table Data", "Bad File Name" })
+        status.setFontErrorInfo(QString::fromUtf8(message));
     status.setFontError(QVErrorClass::Defect);
     EXPECT_EQ(status.fontErrors, QList<int> { 0 });
     EXPECT_EQ(status.fontErrorsInfo, (QStringList { "Bad Table Data", "Bad File Name" }));
     EXPECT_EQ(status.fixedErrors, (QList<bool> { false, false }));
     EXPECT_EQ(status.fixedErrorMessages, (QStringList { "", "" }));
-    // Errors are counted by class: fixing the first defect of the one class
-    // clears the status, a second class brings the second defect back.
+    // Errors are counted by class: fixing the first defect of the one class clears the status, a second
+    // class brings the second defect back.
     EXPECT_TRUE(status.hasErrors());
     status.fixedErrors[0] = true;
     EXPECT_FALSE(status.hasErrors());
     status.setFontError(QVErrorClass::Duplicate);
     EXPECT_TRUE(status.hasErrors());
-    // A class without its message counts as not fixed.
-    QVStatus bare;
+    QVStatus bare; // a class without its message counts as not fixed
     bare.setFontError(QVErrorClass::MissingBitmap);
     EXPECT_TRUE(bare.hasErrors());
 }
@@ -44,19 +41,8 @@ TEST(QVFontFile, TheArchiveKeepsThreeKeysAndRefusesGarbage)
     ASSERT_TRUE(restored);
     EXPECT_EQ(restored->URL + ' ' + QString::number(restored->fontFileType) + ' ' + restored->macTypeCode,
         QStringLiteral("/fonts/Garamond 1 FFIL"));
-    EXPECT_TRUE(restored->fontStatusArray.isEmpty());
-    EXPECT_FALSE(restored->fileMovedToQuarantine);
+    EXPECT_TRUE(restored->fontStatusArray.isEmpty() && !restored->fileMovedToQuarantine);
     EXPECT_EQ(QVFontFile::decode(QByteArray("\xff\x00garbage", 9)), nullptr);
-}
-
-TEST(QVFontConstants, EveryFontTypeHasAText)
-{
-    for (int code = 0; code <= 5; ++code) {
-        EXPECT_FALSE(getFontTypeName(code).isEmpty()) << code;
-        EXPECT_NE(getFontTypeName(code), getFontTypeNameKey(code)) << "no text for code " << code;
-    }
-    EXPECT_TRUE(getFontTypeName(6).isEmpty());
-    EXPECT_TRUE(getFontTypeName(-1).isEmpty());
 }
 
 TEST(QVFoundryNames, TheShippedListFindsFoundriesInRealNotices)
@@ -70,10 +56,10 @@ TEST(QVFoundryNames, TheShippedListFindsFoundriesInRealNotices)
             EXPECT_FALSE(list.at(j).toLower().contains(list.at(i).toLower()))
                 << qPrintable(list.at(j)) << " is shadowed by " << qPrintable(list.at(i));
     }
-    EXPECT_EQ(examiner.matchFoundryName("Copyright 1990 Linotype-Hell AG and/or its subsidiaries."),
-        "Linotype-Hell");
-    EXPECT_EQ(
-        examiner.matchFoundryName("Digitized data copyright Monotype Corporation"), "Monotype Corporation");
-    EXPECT_EQ(examiner.matchFoundryName("(URW)++,Copyright 2014 by (URW)++ Design & Development"), "URW");
-    EXPECT_EQ(examiner.matchFoundryName("Made by hand in a shed"), "Generic");
+    for (const auto &[notice, foundry] :
+        { std::pair { "Copyright 1990 Linotype-Hell AG and/or its subsidiaries.", "Linotype-Hell" },
+            std::pair { "Digitized data copyright Monotype Corporation", "Monotype Corporation" },
+            std::pair { "(URW)++,Copyright 2014 by (URW)++ Design & Development", "URW" },
+            std::pair { "Made by hand in a shed", "Generic" } })
+        EXPECT_EQ(examiner.matchFoundryName(QString::fromUtf8(notice)), QString::fromUtf8(foundry));
 }

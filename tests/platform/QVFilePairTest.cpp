@@ -1,5 +1,5 @@
-// Moving, copying, renaming, trashing and deleting a file with its fork and
-// Finder info, for each place they can live; checked by hashing all three.
+// Moving, copying, renaming, trashing and deleting a file with its fork and Finder info, for each place they
+// can live; checked by hashing all three.
 #include "platform/QVFilePair.h"
 
 #include "engine/QVResourceFile.h"
@@ -21,13 +21,6 @@ using Place = QVForkStorage::Place;
 
 namespace
 {
-
-// Hashes of the data, fork and Finder info, and where the last two live.
-QString pairHash(const QString &path)
-{
-    return forkHashes(path) + "\n" + QVForkStorage::placeName(QVForkStorage::resourceForkPlace(path)) + " "
-        + QVForkStorage::placeName(QVForkStorage::finderInfoPlace(path));
-}
 
 enum class Variant { AppleDouble, Netatalk, Attribute, NetatalkMetadata, Dfont };
 
@@ -82,9 +75,13 @@ protected:
         for (const QString &p : { path, QVForkStorage::sidecarPath(path), QVForkStorage::netatalkPath(path) })
             EXPECT_FALSE(QFileInfo::exists(p)) << qPrintable(p);
     }
-    QString ext(const QString &path) const
+    static QString ext(const QString &path)
     {
         return path.endsWith(".dfont") ? QStringLiteral(".dfont") : QString();
+    }
+    static void expectDone(const QVFilePair::Result &result)
+    {
+        ASSERT_TRUE(result) << qPrintable(result.message);
     }
 
     QVTestHome home; // the trash lives in the test's own data folder
@@ -96,29 +93,23 @@ TEST_P(QVFilePairTest, MoveCopyRenameTrashAndDeleteKeepForkAndFinderInfo)
 {
     const QString source = make(home.path() + "/src", "Font One");
     ASSERT_FALSE(source.isEmpty());
-    const QString original = pairHash(source);
+    const QString original = placedHashes(source), e = ext(source);
     ASSERT_NE(QVForkStorage::resourceForkPlace(source), Place::None);
-    const QString moved = home.path() + "/dst/Font Moved" + ext(source);
+    const QString moved = home.path() + "/dst/Font Moved" + e, copied = home.path() + "/src/Font Copy" + e;
     QDir().mkpath(home.path() + "/dst");
-    const QVFilePair::Result move = QVFilePair::move(source, moved);
-    ASSERT_TRUE(move) << qPrintable(move.message);
-    EXPECT_EQ(pairHash(moved), original);
+    expectDone(QVFilePair::move(source, moved));
+    EXPECT_EQ(placedHashes(moved), original);
     expectGone(source);
-    const QString copied = home.path() + "/src/Font Copy" + ext(source);
-    const QVFilePair::Result copy = QVFilePair::copy(moved, copied);
-    ASSERT_TRUE(copy) << qPrintable(copy.message);
-    EXPECT_EQ(pairHash(copied), original);
-    EXPECT_EQ(pairHash(moved), original);
-    const QVFilePair::Result rename = QVFilePair::rename(copied, "Renamed" + ext(source));
-    ASSERT_TRUE(rename) << qPrintable(rename.message);
-    const QString renamed = home.path() + "/src/Renamed" + ext(source);
-    EXPECT_EQ(pairHash(renamed), original);
+    expectDone(QVFilePair::copy(moved, copied));
+    EXPECT_EQ(placedHashes(copied) + placedHashes(moved), original + original);
+    expectDone(QVFilePair::rename(copied, "Renamed" + e));
+    const QString renamed = home.path() + "/src/Renamed" + e;
+    EXPECT_EQ(placedHashes(renamed), original);
     expectGone(copied);
     // The trash takes the companions along, each with a record of where it was.
     const QStringList companions = QVFilePair::companions(renamed);
     QString trashed;
-    const QVFilePair::Result trash = QVFilePair::moveToTrash(renamed, &trashed);
-    ASSERT_TRUE(trash) << qPrintable(trash.message);
+    expectDone(QVFilePair::moveToTrash(renamed, &trashed));
     expectGone(renamed);
     EXPECT_EQ(fileSha256(trashed), fileSha256(moved));
     const QDir info(home.dataHome() + "/Trash/info");
@@ -138,22 +129,20 @@ TEST_P(QVFilePairTest, NothingIsOverwrittenAndTheSourceStays)
 {
     const QString source = make(home.path(), "Keep");
     ASSERT_FALSE(source.isEmpty());
-    const QString original = pairHash(source);
+    const QString original = placedHashes(source);
     const QString occupied = home.writeFile("Occupied" + ext(source), "someone else");
     const QVFilePair::Result result = QVFilePair::move(source, occupied);
-    EXPECT_FALSE(result);
-    EXPECT_EQ(result.error, EEXIST);
+    EXPECT_TRUE(!result && result.error == EEXIST);
     EXPECT_FALSE(QVFilePair::copy(source, occupied));
     EXPECT_EQ(readFile(occupied), QByteArray("someone else"));
     // A stray sidecar at the destination would give the file a foreign fork.
     const QString stray = home.path() + "/Stray" + ext(source);
     ASSERT_TRUE(writeFile(QVForkStorage::sidecarPath(stray), "orphan"));
-    EXPECT_FALSE(QVFilePair::move(source, stray));
-    EXPECT_FALSE(QVFilePair::copy(source, stray));
-    EXPECT_FALSE(QFileInfo::exists(stray));
+    EXPECT_FALSE(
+        QVFilePair::move(source, stray) || QVFilePair::copy(source, stray) || QFileInfo::exists(stray));
     EXPECT_EQ(readFile(QVForkStorage::sidecarPath(stray)), QByteArray("orphan"));
     EXPECT_FALSE(QVFilePair::rename(source, "a/b"));
-    EXPECT_EQ(pairHash(source), original);
+    EXPECT_EQ(placedHashes(source), original);
 }
 
 TEST_P(QVFilePairTest, MoveToAnotherFileSystemCopiesThenDeletes)
@@ -165,12 +154,11 @@ TEST_P(QVFilePairTest, MoveToAnotherFileSystemCopiesThenDeletes)
     QTemporaryDir other(QStringLiteral("/dev/shm/qv-pair-XXXXXX"));
     const QString source = make(home.path(), "Travels");
     ASSERT_FALSE(source.isEmpty());
-    const QString original = pairHash(source), target = other.path() + "/" + QFileInfo(source).fileName();
-    const QVFilePair::Result move = QVFilePair::move(source, target);
-    ASSERT_TRUE(move) << qPrintable(move.message);
+    const QString original = placedHashes(source), target = other.path() + "/" + QFileInfo(source).fileName();
+    expectDone(QVFilePair::move(source, target));
     expectGone(source);
     // Where the other file system keeps no attributes, they land in a sidecar.
-    EXPECT_EQ(QVExtendedAttributes::supported(other.path()) ? pairHash(target) : forkHashes(target),
+    EXPECT_EQ(QVExtendedAttributes::supported(other.path()) ? placedHashes(target) : forkHashes(target),
         QVExtendedAttributes::supported(other.path()) ? original : original.section('\n', 0, 2));
     ASSERT_TRUE(QVFilePair::move(target, source));
     EXPECT_EQ(forkHashes(source), original.section('\n', 0, 2));
@@ -189,17 +177,15 @@ INSTANTIATE_TEST_SUITE_P(EveryPlace, QVFilePairTest,
 TEST(QVFilePair, AFailedCompanionMovePutsEverythingBack)
 {
     QVTestHome home;
-    // A file whose fork netatalk keeps, moved into a folder where ".AppleDouble"
-    // is a plain file: the companion cannot follow, so the move is undone.
+    // A fork netatalk keeps, moved where ".AppleDouble" is a plain file: it cannot follow, so the move is
+    // undone.
     const QString source = home.writeFile("src/Font", "data"), target = home.path() + "/dst/Font";
     ASSERT_EQ(
         QVForkStorage::writeResourceFork(source, QVResourceFile::emptyFork(), Place::NetatalkFolder), 0);
-    const QString original = pairHash(source);
+    const QString original = placedHashes(source);
     home.writeFile("dst/.AppleDouble", "in the way");
     const QVFilePair::Result result = QVFilePair::move(source, target);
-    EXPECT_FALSE(result);
-    EXPECT_FALSE(result.message.isEmpty());
-    EXPECT_FALSE(QVFilePair::copy(source, target)); // nor a half copy
-    EXPECT_FALSE(QFileInfo::exists(target));
-    EXPECT_EQ(pairHash(source), original);
+    EXPECT_TRUE(!result && !result.message.isEmpty());
+    EXPECT_FALSE(QVFilePair::copy(source, target) || QFileInfo::exists(target)); // nor a half copy
+    EXPECT_EQ(placedHashes(source), original);
 }

@@ -1,6 +1,5 @@
-// Where forks and Finder info live: every place read and written, with data
-// laid down by outside tools (setfattr, Python's struct, macOS's AppleDouble
-// layout) and read back by getfattr and fontTools.
+// Where forks and Finder info live: every place read and written, with data laid down by outside tools
+// (setfattr, Python's struct, macOS's AppleDouble layout) and read back by getfattr and fontTools.
 #include "platform/QVForkStorage.h"
 
 #include "engine/QVResouceFork.h"
@@ -36,13 +35,7 @@ QByteArray be16(quint16 v)
 // A fork with one resource, TEXT 128.
 QByteArray smallFork()
 {
-    QVResourceFile file;
-    file.entries.append(QVResourceFile::Entry());
-    file.entries[0].type = qvFourCC("TEXT");
-    file.entries[0].id = 128;
-    file.entries[0].data = "small";
-    qint16 error = 0;
-    return file.serialize(&error);
+    return forkOf({ rsrc("TEXT", 128, "small") });
 }
 
 QByteArray finderInfo(const char *typeCreator, quint16 flags)
@@ -50,8 +43,8 @@ QByteArray finderInfo(const char *typeCreator, quint16 flags)
     return QByteArray(QByteArray(typeCreator, 8) + be16(flags)).leftJustified(32, '\0');
 }
 
-// The AppleDouble layout macOS writes on other file systems: Finder info with
-// an extended-attribute block ("ATTR", absolute offsets), then the fork.
+// The AppleDouble layout macOS writes on other file systems: Finder info with an extended-attribute block
+// ("ATTR", absolute offsets), then the fork.
 QByteArray macOSSidecar(const QByteArray &fork, const QByteArray &attrName, const QByteArray &attrValue)
 {
     QByteArray entry
@@ -72,12 +65,7 @@ QByteArray macOSSidecar(const QByteArray &fork, const QByteArray &attrName, cons
 // The value of the one attribute of a macOS sidecar, found by its offsets.
 QByteArray macOSAttribute(const QByteArray &sidecar)
 {
-    const auto u32 = [&sidecar](qsizetype at) {
-        return at + 4 > sidecar.size()
-            ? 0u
-            : quint32(quint8(sidecar[at])) << 24 | quint32(quint8(sidecar[at + 1])) << 16
-                | quint32(quint8(sidecar[at + 2])) << 8 | quint32(quint8(sidecar[at + 3]));
-    };
+    const auto u32 = [&sidecar](qsizetype at) { return be32at(sidecar, at); };
     for (int i = 0; i < (quint8(sidecar.at(24)) << 8 | quint8(sidecar.at(25))); ++i) {
         if (u32(26 + 12 * i) == 9 && u32(u32(26 + 12 * i + 4) + 34) == 0x41545452) {
             const qsizetype at = u32(26 + 12 * i + 4) + 34 + 36;
@@ -92,6 +80,12 @@ class QVForkStorageTest : public ::testing::Test
 protected:
     void TearDown() override { QVResourceManager::closeAll(); }
     QString file(const QString &name, const QByteArray &data = "data") { return home.writeFile(name, data); }
+    // Where the fork and the Finder info of the file live.
+    static QString places(const QString &f)
+    {
+        return QVForkStorage::placeName(QVForkStorage::resourceForkPlace(f)) + " "
+            + QVForkStorage::placeName(QVForkStorage::finderInfoPlace(f));
+    }
     bool xattrs() const { return QVExtendedAttributes::supported(home.path()); }
     QByteArray sidecarOf(const QString &path) const { return readFile(QVForkStorage::sidecarPath(path)); }
 
@@ -111,8 +105,7 @@ TEST_F(QVForkStorageTest, AttributesWrittenBySetfattrAreReadAndWrittenInPlace)
         ASSERT_EQ(
             runTool("setfattr", { "-n", name, "-v", QString::fromLatin1("0x" + value.toHex()), f }).exitCode,
             0);
-    EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::ExtendedAttribute);
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::ExtendedAttribute);
+    EXPECT_EQ(places(f), "xattr xattr");
     EXPECT_EQ(rf.finderInfoFlags(f), 0x0020);
     EXPECT_EQ(rf.setFinderInfoFlag(0x2000, true, f), 0);
     const qint16 ref = rf.openResourceFile(QVPermission::ReadWrite, f);
@@ -120,8 +113,7 @@ TEST_F(QVForkStorageTest, AttributesWrittenBySetfattrAreReadAndWrittenInPlace)
     EXPECT_EQ(rf.addResource(newHandleFromBytes("more"), qvFourCC("TEXT"), 129, QStringLiteral("b")), 0);
     rf.closeResourceFile(ref);
     // Both stayed in their attributes, as getfattr and fontTools read them; no sidecar appeared.
-    EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::ExtendedAttribute);
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::ExtendedAttribute);
+    EXPECT_EQ(places(f), "xattr xattr");
     EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(f)));
     auto attribute = [&f](const char *name) {
         return runTool("getfattr", { "--only-values", "-n", name, f }).out;
@@ -154,13 +146,12 @@ TEST_F(QVForkStorageTest, PlacesAreSearchedInOrderAndEachPieceOnItsOwn)
     netatalk.entries.append({ QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x4000), 0 });
     ASSERT_TRUE(writeFile(QVForkStorage::netatalkPath(f), netatalk.serialize()));
     ASSERT_EQ(QVForkStorage::writeResourceFork(f, smallFork(), Place::None), 0);
-    EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::AppleDouble);
     // The new sidecar does not hide the Finder info netatalk keeps.
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::NetatalkFolder);
+    EXPECT_EQ(places(f), "appledouble netatalk");
     EXPECT_TRUE(QVForkStorage::isHidden(f));
     ASSERT_EQ(QVForkStorage::setHidden(f, false), 0);
     EXPECT_FALSE(QVForkStorage::isHidden(f));
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::NetatalkFolder);
+    EXPECT_EQ(places(f), "appledouble netatalk");
     EXPECT_TRUE(QVForkStorage::isHidden(file(".dotted")));
     if (!xattrs())
         GTEST_SKIP() << "no user extended attributes: the attribute's precedence was not tried";

@@ -11,19 +11,19 @@
 TEST(QVPackageFiles, ListedFilesAreFoundUnderEveryNameThatLeadsToThem)
 {
     QVTestHome home;
-    const QString owned = home.writeFile("usr/share/fonts/Owned.ttf", "x");
-    const QString other = home.writeFile("usr/share/fonts/Other.ttf", "y");
+    const QString owned = home.writeFile("usr/share/fonts/Owned.ttf", "x"),
+                  other = home.writeFile("usr/share/fonts/Other.ttf", "y");
     ASSERT_TRUE(QFile::link(home.path() + "/usr", home.path() + "/merged"));
     ASSERT_TRUE(QFile::link(owned, home.path() + "/Link.ttf"));
     home.writeFile("dpkg/a.list", "/.\n/usr\n" + owned.toUtf8() + "\n");
     home.writeFile("dpkg/b.md5sums", other.toUtf8() + "\n");
     const QVPackageLists lists(home.path() + "/dpkg");
-    EXPECT_TRUE(QVPackageFiles::isPackageFile(owned));
-    EXPECT_TRUE(QVPackageFiles::isPackageFile(home.path() + "/merged/share/fonts/Owned.ttf"));
-    EXPECT_TRUE(QVPackageFiles::isPackageFile(home.path() + "/Link.ttf"));
+    for (const QString &path :
+        QStringList { owned, home.path() + "/merged/share/fonts/Owned.ttf", home.path() + "/Link.ttf" })
+        EXPECT_TRUE(QVPackageFiles::isPackageFile(path)) << qPrintable(path);
     // Only the *.list files count.
-    EXPECT_FALSE(QVPackageFiles::isPackageFile(other));
-    EXPECT_FALSE(QVPackageFiles::isPackageFile(home.path() + "/usr/share/fonts/Gone.ttf"));
+    for (const QString &path : QStringList { other, home.path() + "/usr/share/fonts/Gone.ttf" })
+        EXPECT_FALSE(QVPackageFiles::isPackageFile(path)) << qPrintable(path);
     EXPECT_TRUE(QVPackageFiles::refusal(owned).startsWith(owned + " belongs to an installed package"));
 }
 

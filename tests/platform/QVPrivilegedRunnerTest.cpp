@@ -1,5 +1,4 @@
-// The runner for commands that need the administrator, with a stand-in for
-// pkexec that records what reaches it.
+// The runner for commands that need the administrator, with a stand-in for pkexec recording what reaches it.
 #include "platform/QVPrivilegedRunner.h"
 
 #include "support/QVFixtures.h"
@@ -40,14 +39,11 @@ TEST(PrivilegedRunner, ArgumentsReachTheLauncherVerbatimWithoutAShell)
 TEST(PrivilegedRunner, RefusalsAndFailuresOfTheLauncherAreReported)
 {
     QVTestHome home;
-    for (const auto &[status, text] : { std::pair { 126, "Not Authorized" },
-             std::pair { 127, "Not Authorized" }, std::pair { 4, "Authorization Error: 4" } })
-        EXPECT_EQ(QVPrivilegedRunner(makeLauncher(home, status))
-                      .runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
-            QLatin1String(text));
-    EXPECT_EQ(QVPrivilegedRunner(home.path() + "/no-launcher")
-                  .runWithAdministratorRights("/bin/rm", { "-fr", "/x" }),
-        QStringLiteral("Authorization Error: -1"));
+    for (const auto &[launcher, text] : { std::pair { makeLauncher(home, 126), "Not Authorized" },
+             std::pair { makeLauncher(home, 127), "Not Authorized" },
+             std::pair { makeLauncher(home, 4), "Authorization Error: 4" },
+             std::pair { QString(home.path() + "/no-launcher"), "Authorization Error: -1" } })
+        EXPECT_EQ(QVPrivilegedRunner(launcher).runWithAdministratorRights("/bin/rm", { "-fr", "/x" }), text);
     // A tool without its full path would be whatever PATH finds: never run.
     const QString launcher = makeLauncher(home, 0);
     EXPECT_EQ(QVPrivilegedRunner(launcher).runWithAdministratorRights("fc-cache", { "-r" }),

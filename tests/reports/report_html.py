@@ -1,13 +1,9 @@
 #!/usr/bin/python3
-"""Reads a Quorvel report with Python's own HTML parser and prints what a
-reader sees, as JSON: title, summary figures, sections with their heading and
-rows (shade and the text of each cell, with the tags found inside the cell),
-the number of script elements and any marker left unreplaced."""
+"""A Quorvel report as Python's HTML parser reads it, in JSON: title, figures, sections (heading; rows of
+shade, cell texts and the tags inside each cell), footnote, scan text, script count, markers left over."""
 import json
 import sys
 from html.parser import HTMLParser
-
-MARKERS_KEPT = {"qv_diagnosis_table", "qv_diagnosis_row"}
 
 
 class Report(HTMLParser):
@@ -15,85 +11,61 @@ class Report(HTMLParser):
         super().__init__(convert_charrefs=True)
         self.out = {"title": "", "figures": {}, "sections": [], "scripts": 0,
                     "markers": [], "footnote": "", "scan": ""}
-        self.capture = None      # (kind, buffer list)
-        self.cell = None
-        self.row = None
-        self.pending_value = None
-        self.footnote_depth = 0
-        self.scan_depth = 0
+        self.capture = None  # (kind, texts)
+        self.cell = self.row = self.value = None
+        self.inside = None  # "footnote" or "scan"
 
     def handle_starttag(self, tag, attrs):
         a = dict(attrs)
-        cls = a.get("class", "") or ""
-        if tag == "script":
-            self.out["scripts"] += 1
-        if tag.startswith("qv_") and tag not in MARKERS_KEPT:
+        cls = a.get("class") or ""
+        self.out["scripts"] += tag == "script"
+        if tag.startswith("qv_") and tag not in ("qv_diagnosis_table", "qv_diagnosis_row"):
             self.out["markers"].append(tag)
         if self.cell is not None:
             self.cell["tags"].append(tag)
-        if tag == "title":
-            self.capture = ("title", [])
+            if tag in ("br", "li"):
+                self.cell["text"].append("\n")
+        if tag == "title" or (tag == "h2" and self.out["sections"]) or (tag == "span" and cls in ("value", "label")):
+            self.capture = (cls if tag == "span" else tag, [])
         elif tag == "section" and "findings" in cls:
             self.out["sections"].append({"heading": "", "rows": []})
-        elif tag == "h2" and self.out["sections"]:
-            self.capture = ("heading", [])
         elif tag == "tr" and "row" in cls.split():
             self.row = {"shade": a.get("data-shade"), "cells": [], "tags": []}
             self.out["sections"][-1]["rows"].append(self.row)
         elif tag == "td" and self.row is not None:
             self.cell = {"text": [], "tags": []}
-        elif tag == "span" and cls in ("value", "label"):
-            self.capture = (cls, [])
-        elif tag == "div" and cls == "footnote":
-            self.footnote_depth = 1
-        elif tag == "dl" and cls == "scan":
-            self.scan_depth = 1
-        if tag in ("br", "li") and self.cell is not None:
-            self.cell["text"].append("\n")
+        elif (tag, cls) in (("div", "footnote"), ("dl", "scan")):
+            self.inside = cls
 
     def handle_endtag(self, tag):
         if self.capture and tag in ("title", "h2", "span"):
-            kind, buf = self.capture
-            text = "".join(buf).strip()
+            kind, text = self.capture[0], "".join(self.capture[1]).strip()
             if kind == "title":
                 self.out["title"] = text
-            elif kind == "heading":
+            elif kind == "h2":
                 self.out["sections"][-1]["heading"] = text
             elif kind == "value":
-                self.pending_value = text
-            elif kind == "label":
-                self.out["figures"][text] = self.pending_value
+                self.value = text
+            else:
+                self.out["figures"][text] = self.value
             self.capture = None
         if tag == "td" and self.cell is not None:
             self.row["cells"].append("".join(self.cell["text"]).strip())
             self.row["tags"].append(self.cell["tags"])
             self.cell = None
-        if tag == "tr":
-            self.row = None
-        if tag == "div" and self.footnote_depth:
-            self.footnote_depth = 0
-        if tag == "dl":
-            self.scan_depth = 0
+        self.row = None if tag == "tr" else self.row
+        self.inside = None if (tag, self.inside) in (("div", "footnote"), ("dl", "scan")) else self.inside
 
     def handle_data(self, data):
-        if self.capture:
-            self.capture[1].append(data)
-        if self.cell is not None:
-            self.cell["text"].append(data)
-        if self.footnote_depth:
-            self.out["footnote"] += data
-        if self.scan_depth:
-            self.out["scan"] += data + " "
+        for texts in (self.capture and self.capture[1], self.cell and self.cell["text"]):
+            if texts is not None:
+                texts.append(data)
+        if self.inside:
+            self.out[self.inside] += data + (" " if self.inside == "scan" else "")
 
 
-def main():
-    with open(sys.argv[1], encoding="utf-8") as f:
-        text = f.read()
-    parser = Report()
-    parser.feed(text)
-    parser.close()
-    json.dump(parser.out, sys.stdout, ensure_ascii=False)
-
-
-if __name__ == "__main__":
-    main()
+parser = Report()
+with open(sys.argv[1], encoding="utf-8") as f:
+    parser.feed(f.read())
+parser.close()
+json.dump(parser.out, sys.stdout, ensure_ascii=False)

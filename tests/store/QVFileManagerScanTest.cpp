@@ -1,6 +1,5 @@
-// The scan: a real tree walked in byte order of names, what counts as a font
-// file, cancelling and pausing mid-walk, the queue it runs on, and the folders
-// it keeps private.
+// The scan: a real tree walked in byte order of names, what counts as a font file, cancelling and pausing
+// mid-walk, and the folders it keeps private.
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "settings/QVHelperCommunications.h"
@@ -30,8 +29,8 @@ using namespace QVFixtures;
 namespace
 {
 
-// Records every examined path, in order; when holdAt names a file, the walk
-// stops inside its examination until released.
+// Every examined path, in order; when holdAt names a file, the walk stops inside its examination until
+// released.
 struct Record {
     QMutex mutex;
     QWaitCondition changed;
@@ -124,7 +123,7 @@ protected:
             copyFont(relative.endsWith(".pfb") ? kC059ItalicPfb : kDejaVuSans,
                 QFileInfo(root() + "/" + relative).path(), QFileInfo(relative).fileName());
     }
-    void spin(int milliseconds)
+    static void spin(int milliseconds)
     {
         waitFor([] { return false; }, milliseconds);
     }
@@ -155,9 +154,8 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     home.writeFile("fonts/._Zapf.ttf", QByteArray("\x00\x05\x16\x07\x00\x02\x00\x00", 8));
     home.writeFile("fonts/notes.txt", "not a font");
     home.writeFile("fonts/Empty Folder/.keep", "");
-    // A link to a font already met is passed over, one to a font outside is met
-    // after the walk, one to a folder (here, back to the top) is not entered;
-    // a pipe with a font's name does not hold the walk up.
+    // A link to a font already met is passed over, one to a font outside is met after the walk, one to a
+    // folder (back to the top) is not entered; a pipe with a font's name does not hold the walk up.
     ASSERT_TRUE(QFile::link(root() + "/Font.TTF", root() + "/Link.ttf"));
     ASSERT_TRUE(
         QFile::link(copyFont(kDejaVuSans, home.path() + "/elsewhere", "Out.ttf"), root() + "/Outside.ttf"));
@@ -220,8 +218,8 @@ TEST_F(ScanTest, CancelDuringAWalkStopsAfterTheCurrentFile)
     EXPECT_TRUE(waitFor([this] { return statuses.size() == 2; }));
     spin(100);
     EXPECT_EQ(statuses, (QStringList { "cancelled", "cancelled" }));
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf", "first/c.ttf" }));
     EXPECT_EQ(completions.loadAcquire(), 0);
+    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf", "first/c.ttf" }));
     EXPECT_EQ(fileMgr->progress()->value(), 0);
     // A cancel without a walk only sets the flag, which the next walk clears.
     statuses.clear();
@@ -231,7 +229,7 @@ TEST_F(ScanTest, CancelDuringAWalkStopsAfterTheCurrentFile)
     EXPECT_TRUE(statuses.isEmpty());
     record->holdAt.clear();
     ASSERT_TRUE(scanAndWait({ root() + "/second" }));
-    EXPECT_EQ(statuses, QStringList { "success" });
+    EXPECT_EQ(statuses, QStringList { "success" }); // nothing more from the cancel
 }
 
 TEST_F(ScanTest, PauseHoldsTheNextFolderBackUntilResumed)
@@ -290,18 +288,15 @@ TEST(QVFileManagerRules, FontFilesByExtensionContentAndHfsType)
     QVTestHome home;
     QVFileManager fileMgr;
     const QString folder = home.path() + "/f/";
-    for (const char *name : { "Font.TTF", "x.Otf", "y.ttc" })
-        EXPECT_TRUE(fileMgr.isSupportedFontFileType(folder + name)) << name;
-    for (const char *name : { "ttf", "z.ttf.txt" })
-        EXPECT_FALSE(fileMgr.isSupportedFontFileType(folder + name)) << name;
-    // A Type 1 font is a font by its content even without an extension; text
-    // is not, unless it is called a font.
+    for (const auto &[name, font] : { std::pair { "Font.TTF", true }, std::pair { "x.Otf", true },
+             std::pair { "y.ttc", true }, std::pair { "ttf", false }, std::pair { "z.ttf.txt", false } })
+        EXPECT_EQ(fileMgr.isSupportedFontFileType(folder + name), font) << name;
+    // A Type 1 font is a font by its content even without an extension; text is not, unless called a font.
     EXPECT_TRUE(fileMgr.isFontFile(copyFont(kC059ItalicPfb, folder, "Type1")));
     const QString text = home.writeFile("f/readme.txt", "hello");
     EXPECT_FALSE(fileMgr.isFontFile(text));
     EXPECT_TRUE(fileMgr.isFontFile(home.writeFile("f/readme.ttf", "hello")));
-    // The HFS type decides for files without a telling name: t1mac's outline
-    // file, a bitmap font file, text.
+    // The HFS type decides for files without a telling name: t1mac's outline file, a bitmap font file, text.
     const QString bare = home.writeFile("f/Bare", ""), bitmap = home.writeFile("f/Bitmaps", "");
     const QString tagged = home.writeFile("f/Tagged", "");
     EXPECT_FALSE(fileMgr.isFontFile(bare));
@@ -314,11 +309,10 @@ TEST(QVFileManagerRules, FontFilesByExtensionContentAndHfsType)
         [](const QString &path) { return QByteArray(path.endsWith("Bare") ? "LWFN" : "TEXT"); });
     EXPECT_TRUE(fileMgr.isFontFile(bare));
     EXPECT_FALSE(fileMgr.isFontFile(text));
-    for (const char *name : { "Fonts.app", "X.bundle", "Y.framework", "Z.plugin", "K.kext", "Doc.rtfd",
-             "I.pkg", "M.mpkg", "P.photoslibrary", "Upper.APP", ".AppleDouble" })
-        EXPECT_TRUE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
-    for (const char *name : { ".app", "app", "Fonts", ".hidden", "AppleDouble", "__MACOSX" })
-        EXPECT_FALSE(QVFileManager::isSkippedFolderName(QLatin1String(name))) << name;
+    for (const auto &[name, skipped] :
+        { std::pair { "X.bundle", true }, std::pair { "Upper.APP", true }, std::pair { ".AppleDouble", true },
+            std::pair { ".app", false }, std::pair { "Fonts", false }, std::pair { "AppleDouble", false } })
+        EXPECT_EQ(QVFileManager::isSkippedFolderName(QLatin1String(name)), skipped) << name;
 }
 
 TEST(QVFileManagerRules, TheDataFoldersArePrivateAndStayPrivate)
@@ -327,15 +321,14 @@ TEST(QVFileManagerRules, TheDataFoldersArePrivateAndStayPrivate)
     const QString root = QVFileManager().getRootRepository();
     EXPECT_EQ(root, home.dataHome() + "/Quorvel");
     const QStringList folders { root, root + "/Reports", root + "/Quarantine" };
-    const QFile::Permissions owner = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser
-        | QFile::WriteUser | QFile::ExeUser;
-    for (const QString &folder : folders)
-        EXPECT_EQ(QFileInfo(folder).permissions(), owner) << qPrintable(folder);
-    // Opened up since, they are made private again by the stores that use them.
-    for (const QString &folder : folders)
-        ASSERT_TRUE(QFile::setPermissions(folder, QFileDevice::Permissions(0x7777)));
-    QVQuarantineStore().getQuarantineFolder();
-    QVReportStore().getReportFolder();
-    for (const QString &folder : folders)
-        EXPECT_EQ(QFileInfo(folder).permissions(), owner) << qPrintable(folder);
+    // Private, and made private again by the stores that use them when opened up since.
+    for (int round = 0; round < 2; ++round) {
+        for (const QString &folder : folders) {
+            EXPECT_EQ(QFileInfo(folder).permissions(), QFileDevice::Permissions(0x7700))
+                << qPrintable(folder);
+            ASSERT_TRUE(QFile::setPermissions(folder, QFileDevice::Permissions(0x7777)));
+        }
+        QVQuarantineStore().getQuarantineFolder();
+        QVReportStore().getReportFolder();
+    }
 }

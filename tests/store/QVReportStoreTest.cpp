@@ -1,9 +1,7 @@
-// Stored reports and their index, a property list that plistlib reads, which
-// a damaged or edited copy of cannot turn against the user's files.
+// Stored reports and their index, a property list plistlib reads that a damaged or edited copy cannot turn
+// against the user's files.
 #include "store/QVReportStore.h"
 
-#include "platform/QVPrivilegedRunner.h"
-#include "settings/QVSettings.h"
 #include "store/QVPropertyList.h"
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
@@ -20,11 +18,11 @@ using namespace QVFixtures;
 namespace
 {
 
-QVariantMap report(const QString &name, const QString &html, qint64 examined = 1, qint64 problems = 0,
-    const QDateTime &date = QDateTime(QDate(2024, 1, 2), QTime(9, 30), Qt::UTC))
+QVariantMap report(const QString &name, const QString &html, qint64 examined = 1, qint64 problems = 0)
 {
-    return { { "reportName", name }, { "reportData", html }, { "date", date },
-        { "qv_total_examined", examined }, { "qv_total_problems", problems }, { "qv_total_quarantined", 0 } };
+    return { { "reportName", name }, { "reportData", html },
+        { "date", QDateTime(QDate(2024, 1, 2), QTime(9, 30), Qt::UTC) }, { "qv_total_examined", examined },
+        { "qv_total_problems", problems }, { "qv_total_quarantined", 0 } };
 }
 
 QStringList paths(const QList<QVariantMap> &records)
@@ -35,41 +33,6 @@ QStringList paths(const QList<QVariantMap> &records)
     return list;
 }
 
-class RecordingRunner : public QVPrivilegedRunner
-{
-public:
-    explicit RecordingRunner(QString answer)
-        : m_answer(std::move(answer))
-    {
-    }
-    QString runWithAdministratorRights(const QString &program, const QStringList &arguments) override
-    {
-        calls << (QStringList { program } + arguments).join(' ');
-        return m_answer;
-    }
-    QStringList calls;
-
-private:
-    QString m_answer;
-};
-
-// Points XDG_CACHE_HOME into the test's home for as long as it lives.
-struct CacheHome {
-    explicit CacheHome(const QVTestHome &home)
-        : saved(qgetenv("XDG_CACHE_HOME"))
-    {
-        qputenv("XDG_CACHE_HOME", (home.path() + "/.cache").toUtf8());
-    }
-    ~CacheHome()
-    {
-        if (saved.isNull())
-            qunsetenv("XDG_CACHE_HOME");
-        else
-            qputenv("XDG_CACHE_HOME", saved);
-    }
-    QByteArray saved;
-};
-
 } // namespace
 
 TEST(ReportStore, NamesDropSlashesAndSpacesAndCollisionsAreNumbered)
@@ -77,7 +40,6 @@ TEST(ReportStore, NamesDropSlashesAndSpacesAndCollisionsAreNumbered)
     QVTestHome home;
     QVReportStore store;
     const QString folder = home.dataHome() + "/Quorvel/Reports";
-    EXPECT_EQ(store.getReportFolder(), QUrl::fromLocalFile(folder + '/'));
     const QString html = QStringLiteral("<p>Überprüfung – 字体</p>");
     // Percent signs are kept as they are; the index file's name is never a report's.
     for (const char *name : { "Scan 1/2/2024", "Scan 1/2/2024", "Scan 1/2/2024", "100%1 done", "100%1 done",
@@ -109,20 +71,19 @@ TEST(ReportStore, TheIndexIsAPropertyListThatPlistlibReads)
     ASSERT_EQ(status, 0) << qPrintable(out);
     const QJsonArray records = QJsonDocument::fromJson(out.toUtf8()).array();
     ASSERT_EQ(records.size(), 2);
-    const QJsonObject first = records.at(0).toObject(), second = records.at(1).toObject();
-    EXPECT_EQ(first.value("reportName").toString(), "Morning <Scan> & \"Co\"");
-    EXPECT_EQ(first.value("qv_total_examined").toString() + " " + first.value("qv_total_problems").toString()
-            + " " + second.value("qv_total_examined").toString() + " "
-            + second.value("qv_total_problems").toString(),
-        "1,234 999 1,234,567 1,000");
-    EXPECT_EQ(first.value("date").toString(), "2024-01-02T09:30:00");
+    QStringList fields;
+    for (const QJsonValue &r : records)
+        fields << r["reportName"].toString() + "|" + r["qv_total_examined"].toString() + "|"
+                + r["qv_total_problems"].toString() + "|" + r["date"].toString();
+    EXPECT_EQ(fields,
+        (QStringList { "Morning <Scan> & \"Co\"|1,234|999|2024-01-02T09:30:00",
+            "Big|1,234,567|1,000|2024-01-02T09:30:00" }));
     // A new store (a new run of the program) reads the same index.
     QVReportStore reloaded;
     ASSERT_EQ(reloaded.reportFilesDataArray().size(), 2);
-    EXPECT_EQ(reloaded.reportFilesDataArray().at(0).value("date").toDateTime(),
-        QDateTime(QDate(2024, 1, 2), QTime(9, 30), Qt::UTC));
-    EXPECT_EQ(
-        reloaded.reportFilesDataArray().at(0).value("reportName").toString(), "Morning <Scan> & \"Co\"");
+    const QVariantMap first = reloaded.reportFilesDataArray().at(0);
+    EXPECT_EQ(first.value("date").toDateTime(), QDateTime(QDate(2024, 1, 2), QTime(9, 30), Qt::UTC));
+    EXPECT_EQ(first.value("reportName").toString(), "Morning <Scan> & \"Co\"");
 }
 
 TEST(ReportStore, ADamagedIndexIsNoIndexAndIsNotOverwritten)
@@ -134,8 +95,7 @@ TEST(ReportStore, ADamagedIndexIsNoIndexAndIsNotOverwritten)
     EXPECT_FALSE(store.hasReportIndex());
     // The report is written; its record is lost and the damaged file stays.
     EXPECT_TRUE(store.addFileToReports(report("R", "x")).isNull());
-    EXPECT_TRUE(store.reportFilesDataArray().isEmpty());
-    EXPECT_TRUE(readFile(index).contains("<key>a</key>"));
+    EXPECT_TRUE(store.reportFilesDataArray().isEmpty() && readFile(index).contains("<key>a</key>"));
     EXPECT_TRUE(QFileInfo::exists(QFileInfo(index).absolutePath() + "/R"));
     home.writeFile(".local/share/Quorvel/Reports/dataSource", "not xml at all");
     store.loadReportDataSourceFromDisk();
@@ -144,8 +104,8 @@ TEST(ReportStore, ADamagedIndexIsNoIndexAndIsNotOverwritten)
     QVTestHome blocked;
     blocked.writeFile(".local/share/Quorvel/Reports", "in the way");
     QVReportStore nowhere;
-    EXPECT_FALSE(nowhere.addFileToReports(report("R", "x")).isEmpty());
-    EXPECT_TRUE(nowhere.reportFilesDataArray().isEmpty());
+    EXPECT_FALSE(
+        nowhere.addFileToReports(report("R", "x")).isEmpty() || !nowhere.reportFilesDataArray().isEmpty());
 }
 
 TEST(ReportStore, ClearingRemovesReportsAndIndexButNothingOutsideOrBehindALink)
@@ -160,8 +120,7 @@ TEST(ReportStore, ClearingRemovesReportsAndIndexButNothingOutsideOrBehindALink)
     ASSERT_TRUE(store.commitReport().isNull());
     const QString folder = store.reportFolderPath();
     store.clearReports();
-    EXPECT_TRUE(QDir(folder).exists());
-    EXPECT_TRUE(QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
+    EXPECT_TRUE(QDir(folder).exists() && QDir(folder).entryList(QDir::Files | QDir::Hidden).isEmpty());
     EXPECT_TRUE(QFileInfo::exists(outside));
     // The Reports folder replaced by a link: nothing where it points is deleted.
     const QString elsewhere = QFileInfo(outside).absolutePath();
@@ -177,7 +136,6 @@ TEST(ReportStore, ClearingRemovesReportsAndIndexButNothingOutsideOrBehindALink)
 TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsTheRealFcCacheWithRights)
 {
     QVTestHome home;
-    const CacheHome cacheHome(home);
     const QString cache = home.writeFile(".cache/fontconfig/1f2e3d-le64.cache-8", "cache");
     const QString tag = home.writeFile(".cache/fontconfig/CACHEDIR.TAG", "tag");
     const QString other = home.writeFile(".cache/other/x.cache-8", "other");
@@ -186,17 +144,15 @@ TEST(ReportStore, CleanFontCachesClearsTheUserCacheAndRunsTheRealFcCacheWithRigh
     QFile::setPermissions(decoy, QFile::permissions(decoy) | QFileDevice::ExeOwner);
     const QByteArray savedPath = qgetenv("PATH");
     qputenv("PATH", QFileInfo(decoy).absolutePath().toUtf8() + ":" + savedPath);
-    auto runner = std::make_shared<RecordingRunner>(QString());
-    QVPrivilegedRunner::setShared(runner);
+    const auto runner = RecordingRunner::install();
     QVReportStore store;
     EXPECT_EQ(QVReportStore::userFontCacheFolder(), home.path() + "/.cache/fontconfig");
     EXPECT_TRUE(store.cleanFontCaches().isNull());
     qputenv("PATH", savedPath);
     EXPECT_FALSE(QFileInfo::exists(cache));
-    EXPECT_TRUE(QFileInfo::exists(tag));
-    EXPECT_TRUE(QFileInfo::exists(other));
+    EXPECT_TRUE(QFileInfo::exists(tag) && QFileInfo::exists(other));
     EXPECT_EQ(runner->calls, QStringList { "/usr/bin/fc-cache -r" });
-    QVPrivilegedRunner::setShared(std::make_shared<RecordingRunner>("Not Authorized"));
+    RecordingRunner::install("Not Authorized");
     EXPECT_EQ(store.cleanFontCaches(), QStringLiteral("Not Authorized"));
     QVPrivilegedRunner::setShared(nullptr);
 }
@@ -231,8 +187,8 @@ TEST(ReportIndexPlist, ValuesSurviveTheRoundTripAndBadInputIsRefused)
              QByteArray("<plist version=\"1.0\"><array><widget/></array></plist>"),
              QByteArray("<plist version=\"1.0\"><array><string>unclosed</array></plist>"), deep }) {
         QString error;
-        EXPECT_FALSE(QVPropertyList::fromXml(xml, &error).isValid()) << xml.left(80).constData();
-        EXPECT_FALSE(error.isEmpty()) << xml.left(80).constData();
+        EXPECT_FALSE(QVPropertyList::fromXml(xml, &error).isValid() || error.isEmpty())
+            << xml.left(80).constData();
     }
     // Written whole, or the error is told.
     QVTestHome home;
@@ -242,6 +198,5 @@ TEST(ReportIndexPlist, ValuesSurviveTheRoundTripAndBadInputIsRefused)
     EXPECT_EQ(QVPropertyList::readFile(path).toList().size(), 1);
     EXPECT_FALSE(QVPropertyList::writeFile(home.path() + "/missing/dataSource", QVariantList {}).isNull());
     QString error;
-    EXPECT_FALSE(QVPropertyList::readFile(home.path() + "/none", &error).isValid());
-    EXPECT_FALSE(error.isEmpty());
+    EXPECT_FALSE(QVPropertyList::readFile(home.path() + "/none", &error).isValid() || error.isEmpty());
 }

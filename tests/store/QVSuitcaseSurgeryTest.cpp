@@ -1,9 +1,8 @@
-// Taking fonts out of suitcases made by ufond (and the .dfont ruby-prawn
-// ships) and putting them back, checked by fontTools and showfond.
+// Taking fonts out of ufond's suitcases (and ruby-prawn's .dfont) and back, checked by fontTools and
+// showfond.
 #include "store/QVSuitcaseSurgery.h"
 
 #include "engine/QVResouceFork.h"
-#include "engine/QVResourceFile.h"
 #include "engine/QVResourceManager.h"
 #include "platform/QVFilePair.h"
 #include "store/QVQuarantineRuns.h"
@@ -13,15 +12,13 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QtEndian>
 #include <gtest/gtest.h>
 
 using namespace QVFixtures;
+using Entry = QVResourceFile::Entry;
 
 namespace
 {
-
-using Entry = QVResourceFile::Entry;
 
 QVStatusPtr member(const QVFontFilePtr &file, const QString &family, int size = 10)
 {
@@ -41,23 +38,12 @@ QByteArray fondOf(const QString &bareFork, const QString &family)
     return index < 0 ? QByteArray() : parsed->entries.at(index).data;
 }
 
-Entry resource(const char *type, qint16 id, const QByteArray &data, const QByteArray &name = {})
-{
-    Entry entry;
-    entry.type = qvFourCC(*reinterpret_cast<const char(*)[5]>(type));
-    entry.id = id;
-    entry.data = data;
-    entry.name = name;
-    entry.hasName = !name.isEmpty();
-    return entry;
-}
-
-// A family record of (size, style, id) entries, its style table after them
-// (one PostScript name, "Times-Roman", for every style), a width table "after" it.
-QByteArray handMadeFOND(const QList<std::array<qint16, 3>> &entries, qint16 countMinusOne)
+// A family record of (size, style, id) entries, its style table after them (one PostScript name,
+// "Times-Roman", for every style), a width table "after" it.
+QByteArray handMadeFOND(const QList<std::array<qint16, 3>> &entries)
 {
     QByteArray fond(54, '\0');
-    qToBigEndian<qint16>(countMinusOne, fond.data() + 52);
+    qToBigEndian<qint16>(qint16(entries.size() - 1), fond.data() + 52);
     for (const auto &e : entries) {
         fond.append(6, '\0');
         for (int i = 0; i < 3; ++i)
@@ -68,29 +54,32 @@ QByteArray handMadeFOND(const QList<std::array<qint16, 3>> &entries, qint16 coun
     return fond + QByteArray(58, '\0') + QByteArray("\0\1\x0bTimes-Roman", 14) + QByteArray(8, '\0');
 }
 
-QString suitcaseWith(const QString &path, const QByteArray &fond, const QList<Entry> &others = {},
-    const QByteArray &family = "Times")
+// A suitcase of that family record as FOND 300 and the other resources.
+QString suitcaseWith(const QString &path, const QList<std::array<qint16, 3>> &fond,
+    const QList<Entry> &others = {}, const QByteArray &family = "Times")
 {
-    QVResourceFile file;
-    file.entries = others;
-    file.entries << resource("FOND", 300, fond, family);
-    qint16 error = 0;
-    EXPECT_TRUE(makeSuitcase(path, file.serialize(&error)));
+    EXPECT_TRUE(
+        makeSuitcase(path, forkOf(others + QList<Entry> { rsrc("FOND", 300, handMadeFOND(fond), family) })));
     return path;
 }
 
-QVStatusPtr handMadeMember(const QVFontFilePtr &file, const QString &family, int size)
+// The scan's record of a hand-made suitcase: a plain "Times-Roman" member per size (0 for the outline).
+QVFontFilePtr recordOf(const QString &path, const QList<int> &sizes, const QString &family = "Times")
 {
-    auto status = std::make_shared<QVStatus>();
-    status->fontName = family;
-    status->PSname = "Times-Roman";
-    status->fontSize = size;
-    status->fontStyle = "Plain";
-    status->fontType = size ? 0 : 3;
-    status->fontURL = file->URL;
-    status->index = int(file->fontStatusArray.size());
-    file->fontStatusArray.append(status);
-    return status;
+    auto file = std::make_shared<QVFontFile>(path);
+    file->fontFileType = 0;
+    for (int size : sizes) {
+        auto status = std::make_shared<QVStatus>();
+        status->fontName = family;
+        status->PSname = "Times-Roman";
+        status->fontSize = size;
+        status->fontStyle = "Plain";
+        status->fontType = size ? 0 : 3;
+        status->fontURL = path;
+        status->index = int(file->fontStatusArray.size());
+        file->fontStatusArray.append(status);
+    }
+    return file;
 }
 
 class SuitcaseTest : public ::testing::Test
@@ -101,26 +90,36 @@ protected:
         work = home.path() + "/work";
         c059 = c059Fork(work);
         serif = dejaVuSerifFork(work);
-        ASSERT_FALSE(c059.isEmpty());
-        ASSERT_FALSE(serif.isEmpty());
+        ASSERT_FALSE(c059.isEmpty() || serif.isEmpty());
     }
     void TearDown() override { QVResourceManager::closeAll(); }
 
     QString suitcase(const QString &relative, const QByteArray &fork)
     {
-        const QString path = home.path() + "/" + relative;
-        EXPECT_TRUE(makeSuitcase(path, fork));
-        return path;
+        EXPECT_TRUE(makeSuitcase(home.path() + "/" + relative, fork));
+        return home.path() + "/" + relative;
     }
     QString bare(const QString &path) { return extractFork(path, work + "/" + QString::number(++forks)); }
     QString entries(const QString &path) { return fontToolsFONDEntries(bare(path)).trimmed(); }
+    QString listing(const QString &path) { return fontToolsResources(bare(path)).join('\n'); }
     QString quarantined(const QString &name) const { return store.quarantineFolderPath() + "/" + name; }
+    QString quarantine(const QVFontFilePtr &file, const QVStatusPtr &status)
+    {
+        return surgery.moveFontFromSuitcaseToQuarantine(file, status, "· Bad Table Data");
+    }
     QStringList restoreAll(const QList<int> &rows = {})
     {
         QVQuarantineRuns runs(&store, &surgery);
         for (int i = 0; i < runs.rowArray.size(); ++i)
             runs.checkedRowsArray << (rows.isEmpty() ? i : rows.at(i));
         return runs.restoreQuarantinedFiles().errors;
+    }
+    // Nothing recorded, now or for a later load, and no copy left in the quarantine.
+    void expectNothingQuarantined(const QString &name)
+    {
+        EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
+        EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
+        EXPECT_FALSE(QFileInfo::exists(quarantined(name)) || QFileInfo::exists(quarantined("._" + name)));
     }
 
     QVTestHome home;
@@ -144,16 +143,15 @@ TEST_F(SuitcaseTest, OneFamilyOfTwoLeavesInItsOwnSuitcase)
     ASSERT_EQ(file->fontStatusArray.size(), 4);
     const QVStatusPtr serifStatus = member(file, "DejaVu Serif");
     ASSERT_TRUE(serifStatus);
-    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, serifStatus, "· Bad Table Data").isNull());
+    ASSERT_TRUE(quarantine(file, serifStatus).isNull());
 
     // The new suitcase: DMOV/FFIL, one family with one entry and its strike, unnamed as ufond wrote it.
-    const QString taken = quarantined("DejaVu Serif");
+    const QString taken = quarantined("DejaVu Serif"), takenFork = bare(taken);
     QByteArray info;
     QVForkStorage::readFinderInfo(taken, &info);
     EXPECT_EQ(info.left(8), QByteArray("FFILDMOV"));
     EXPECT_EQ(QVForkStorage::creationDate(taken), created);
-    const QString takenFork = bare(taken);
-    EXPECT_EQ(fontToolsFONDEntries(takenFork).trimmed(), QStringLiteral("DejaVu Serif 2100 10/0/2100"));
+    EXPECT_EQ(fontToolsFONDEntries(takenFork).trimmed(), "DejaVu Serif 2100 10/0/2100");
     const QStringList takenListing = fontToolsResources(takenFork);
     ASSERT_EQ(takenListing.size(), 2);
     EXPECT_TRUE(takenListing.at(1).startsWith("NFNT 2100 ") && takenListing.at(1).endsWith(" null"));
@@ -167,11 +165,12 @@ TEST_F(SuitcaseTest, OneFamilyOfTwoLeavesInItsOwnSuitcase)
     EXPECT_EQ(fondOf(after, "C059"), c059Before);
     EXPECT_TRUE(fondOf(after, "DejaVu Serif").isEmpty());
     EXPECT_TRUE(serifStatus->movedToQuarantine);
-    EXPECT_FALSE(file->fileMovedToQuarantine);
-    EXPECT_FALSE(member(file, "C059")->movedToQuarantine);
+    EXPECT_FALSE(file->fileMovedToQuarantine || member(file, "C059")->movedToQuarantine);
     ASSERT_EQ(store.quarantinedFilesDataArray.size(), 1);
-    EXPECT_EQ(store.quarantinedFilesDataArray.first().value("quarantineFileName").toString(), "DejaVu Serif");
-    EXPECT_EQ(store.quarantinedFilesDataArray.first().value("originalFilePath").toString(), path);
+    const QVariantMap record = store.quarantinedFilesDataArray.first();
+    EXPECT_EQ(
+        record.value("quarantineFileName").toString() + "|" + record.value("originalFilePath").toString(),
+        "DejaVu Serif|" + path);
 }
 
 TEST_F(SuitcaseTest, TheLastFamilyTakenOutDeletesTheSourceAndNamesAreNumbered)
@@ -179,8 +178,7 @@ TEST_F(SuitcaseTest, TheLastFamilyTakenOutDeletesTheSourceAndNamesAreNumbered)
     for (const QString &path : { suitcase("a/Serif", serif), suitcase("b/Serif", serif) }) {
         auto file = examined(path);
         ASSERT_EQ(file->fontStatusArray.size(), 1);
-        ASSERT_TRUE(
-            surgery.moveFontFromSuitcaseToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
+        ASSERT_TRUE(quarantine(file, file->fontStatusArray.first()).isNull());
         EXPECT_FALSE(QFileInfo::exists(path));
         EXPECT_TRUE(QVFilePair::companions(path).isEmpty());
         EXPECT_TRUE(file->fileMovedToQuarantine);
@@ -207,18 +205,15 @@ TEST_F(SuitcaseTest, RestoringIntoASuitcaseMergesTheFamilyInOrderOrAddsIt)
     // The record grew by two entries; its table offsets moved with it.
     const QByteArray fond = fondOf(merged, "C059");
     EXPECT_EQ(fond.size(), old.size() + 12);
-    EXPECT_EQ(
-        qFromBigEndian<qint32>(fond.constData() + 16), qFromBigEndian<qint32>(old.constData() + 16) + 12);
+    EXPECT_EQ(be32at(fond, 16), be32at(old, 16) + 12);
     int status = -1;
     showfond(merged, &status);
     EXPECT_EQ(status, 0);
 
-    // A family the suitcase lacks comes with its strikes; a file that is no
-    // suitcase is not given a fork it never had.
+    // A family the suitcase lacks comes with its strikes; a file that is no suitcase gets no fork.
     const QString other = suitcase("fonts/Other", c059), serifCopy = suitcase("q/Serif", serif);
     ASSERT_TRUE(surgery.moveFontFromQuarantineToSuitcase(serifCopy, other).isNull());
-    const QString listing = fontToolsResources(bare(other)).join('\n');
-    EXPECT_TRUE(listing.contains(" DejaVu Serif") && listing.contains("NFNT 2100 ")) << qPrintable(listing);
+    EXPECT_TRUE(listing(other).contains(" DejaVu Serif") && listing(other).contains("NFNT 2100 "));
     const QString plain = home.writeFile("fonts/plain.otf", "OTTO");
     EXPECT_TRUE(
         surgery.moveFontFromQuarantineToSuitcase(serifCopy, plain).startsWith("File Resource Error ("));
@@ -227,31 +222,31 @@ TEST_F(SuitcaseTest, RestoringIntoASuitcaseMergesTheFamilyInOrderOrAddsIt)
 
 TEST_F(SuitcaseTest, CopyOnlyIntoAFolderLeavesTheSource)
 {
-    const QString path = suitcase("fonts/Two", mergeForks(c059, serif));
-    const QString before = forkHashes(path);
+    const QString path = suitcase("fonts/Two", mergeForks(c059, serif)), before = forkHashes(path);
     auto file = examined(path);
-    const QString library = home.path() + "/library";
-    QDir().mkpath(library);
-    ASSERT_TRUE(
-        surgery.moveFontFromSuitcaseToFolder(file, member(file, "DejaVu Serif"), library, "Serif", true)
-            .isNull());
+    QDir().mkpath(home.path() + "/library");
+    ASSERT_TRUE(surgery
+                    .moveFontFromSuitcaseToFolder(
+                        file, member(file, "DejaVu Serif"), home.path() + "/library", "Serif", true)
+                    .isNull());
     EXPECT_EQ(forkHashes(path), before);
-    EXPECT_EQ(entries(library + "/Serif"), "DejaVu Serif 2100 10/0/2100");
+    EXPECT_EQ(entries(home.path() + "/library/Serif"), "DejaVu Serif 2100 10/0/2100");
     EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
 }
 
 TEST_F(SuitcaseTest, ADamagedEntryCountCannotMakeRemovalsRunAway)
 {
-    const QString path = suitcaseWith(home.path() + "/Damaged", handMadeFOND({ { 10, 0, 301 } }, -5));
+    const QString path = suitcaseWith(home.path() + "/Damaged", { { 10, 0, 301 } });
     std::lock_guard guard(QVResouceFork::lock());
     QVResouceFork fork;
     const qint16 ref = fork.openResourceFile(QVPermission::ReadWrite, path);
     ASSERT_GT(ref, 0);
     QVResourceHandle fond = fork.getIndexResource(ref, qvFourCC("FOND"), 1);
+    qToBigEndian<qint16>(-5, fond->data.data() + 52); // an entry count below zero
     const QByteArray before = fond->data;
     EXPECT_EQ(surgery.removeFONDAssocTables(fond, "Times-Roman", false), 0);
     surgery.removeFONDAssocTables(fond, "Other", false, nullptr);
-    surgery.addAssocTables(newHandleFromBytes(handMadeFOND({ { 12, 0, 302 } }, 0)), fond);
+    surgery.addAssocTables(newHandleFromBytes(handMadeFOND({ { 12, 0, 302 } })), fond);
     EXPECT_EQ(fond->data, before);
     // A count larger than the record: only the entries that fit are read.
     qToBigEndian<qint16>(400, fond->data.data() + 52);
@@ -263,63 +258,52 @@ TEST_F(SuitcaseTest, ADamagedEntryCountCannotMakeRemovalsRunAway)
 TEST_F(SuitcaseTest, DeletingFontsFromAQuarantinedSuitcaseOneKindAtATime)
 {
     // Times (bitmap 10 and 12, an outline, all "Times-Roman") beside DejaVu Serif.
-    const QString times
-        = suitcaseWith(work + "/Times", handMadeFOND({ { 10, 0, 301 }, { 0, 0, 302 }, { 12, 0, 303 } }, 2));
+    const QString times = suitcaseWith(work + "/Times", { { 10, 0, 301 }, { 0, 0, 302 }, { 12, 0, 303 } });
     const QString path = suitcase("q/Two", mergeForks(readFile(bare(times)), serif));
     ASSERT_EQ(surgery.removeSuitcaseFontFromQuarantine(path, "Times-Roman", false), 0);
     EXPECT_TRUE(entries(path).contains("Times 300 0/0/302")) << qPrintable(entries(path));
     ASSERT_EQ(surgery.removeSuitcaseFontFromQuarantine(path, "Times-Roman", true), 0);
     EXPECT_EQ(entries(path), "DejaVu Serif 2100 10/0/2100");
     // ufond writes no style table, so its strikes have no PostScript name.
-    ASSERT_EQ(
-        surgery.removeSuitcaseFontFromQuarantine(path, member(examined(path), "DejaVu Serif")->PSname, false),
-        0);
+    const QString psName = member(examined(path), "DejaVu Serif")->PSname;
+    ASSERT_EQ(surgery.removeSuitcaseFontFromQuarantine(path, psName, false), 0);
     EXPECT_FALSE(QFileInfo::exists(path));
     EXPECT_TRUE(QVFilePair::companions(path).isEmpty());
 }
 
 TEST_F(SuitcaseTest, AnOldFONTStrikeTravelsAsFONTAndOutlinesAsSfnt)
 {
-    const QString path = suitcaseWith(home.path() + "/fonts/Times",
-        handMadeFOND({ { 10, 0, 301 }, { 0, 0, 302 }, { 12, 0, 303 } }, 2),
-        { resource("FONT", 301, QByteArray(40, '\x11')), resource("sfnt", 302, QByteArray(64, '\x22')) });
-    auto file = std::make_shared<QVFontFile>(path);
-    file->fontFileType = 0;
-    handMadeMember(file, "Times", 10);
-    handMadeMember(file, "Times", 0);
+    const QString path
+        = suitcaseWith(home.path() + "/fonts/Times", { { 10, 0, 301 }, { 0, 0, 302 }, { 12, 0, 303 } },
+            { rsrc("FONT", 301, QByteArray(40, '\x11')), rsrc("sfnt", 302, QByteArray(64, '\x22')) });
+    auto file = recordOf(path, { 10, 0 });
     // The bitmaps: both strike entries go, the outline entry stays behind.
-    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, file->fontStatusArray.at(0), "r").isNull());
-    QString listing = fontToolsResources(bare(quarantined("Times"))).join('\n');
-    EXPECT_TRUE(listing.contains("FONT 301 40 ")) << qPrintable(listing);
-    EXPECT_FALSE(listing.contains("sfnt")) << qPrintable(listing);
+    ASSERT_TRUE(quarantine(file, file->fontStatusArray.at(0)).isNull());
+    const QString taken = listing(quarantined("Times"));
+    EXPECT_TRUE(taken.contains("FONT 301 40 ") && !taken.contains("sfnt")) << qPrintable(taken);
     EXPECT_EQ(entries(quarantined("Times")), "Times 300 10/0/301 12/0/303");
     EXPECT_EQ(entries(path), "Times 300 0/0/302");
     // The outline, told apart by its size of 0, leaves last and takes the file with it.
-    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, file->fontStatusArray.at(1), "r").isNull());
-    EXPECT_TRUE(fontToolsResources(bare(quarantined("Times 1"))).join('\n').contains("sfnt 302 64 "));
+    ASSERT_TRUE(quarantine(file, file->fontStatusArray.at(1)).isNull());
+    EXPECT_TRUE(listing(quarantined("Times 1")).contains("sfnt 302 64 "));
     EXPECT_FALSE(QFileInfo::exists(path));
     EXPECT_TRUE(file->fileMovedToQuarantine);
 }
 
 TEST_F(SuitcaseTest, ASuitcaseThatCannotBeRewrittenKeepsItsFontAndNothingIsMarked)
 {
-    const QString path = suitcase("locked/Two", mergeForks(c059, serif));
-    const QString before = forkHashes(path);
+    const QString path = suitcase("locked/Two", mergeForks(c059, serif)), before = forkHashes(path);
     auto file = examined(path);
     const QVStatusPtr serifStatus = member(file, "DejaVu Serif");
     ASSERT_TRUE(serifStatus);
     if (!lockFolder(QFileInfo(path).absolutePath(), true))
         GTEST_SKIP() << "cannot make a folder refuse changes here";
-    const QString error = surgery.moveFontFromSuitcaseToQuarantine(file, serifStatus, "r");
+    const QString error = quarantine(file, serifStatus);
     lockFolder(QFileInfo(path).absolutePath(), false);
     EXPECT_TRUE(error.startsWith("File Resource Error (")) << qPrintable(error);
     EXPECT_FALSE(serifStatus->movedToQuarantine);
-    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(quarantined("DejaVu Serif")));
-    EXPECT_FALSE(QFileInfo::exists(quarantined("._DejaVu Serif")));
+    expectNothingQuarantined("DejaVu Serif");
     EXPECT_EQ(forkHashes(path), before);
-    // Nothing half-done is left for a later load to record.
-    EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
 }
 
 TEST_F(SuitcaseTest, AFullDiskLeavesTheSourceForkByteIdenticalWhereverItLives)
@@ -330,38 +314,35 @@ TEST_F(SuitcaseTest, AFullDiskLeavesTheSourceForkByteIdenticalWhereverItLives)
     const QString sidecar = disk.path() + "/ad/Times", netatalk = disk.path() + "/nt/Times";
     ASSERT_TRUE(makeSuitcase(sidecar, mergeForks(c059, serif), QVForkStorage::Place::AppleDouble));
     ASSERT_TRUE(makeSuitcase(netatalk, mergeForks(c059, serif), QVForkStorage::Place::NetatalkFolder));
-    const QStringList companions = { disk.path() + "/ad/._Times", disk.path() + "/nt/.AppleDouble/Times" };
-    const QStringList before = { fileSha256(companions.at(0)), fileSha256(companions.at(1)) };
+    auto hashes = [&]() -> QString {
+        return fileSha256(disk.path() + "/ad/._Times") + fileSha256(disk.path() + "/nt/.AppleDouble/Times");
+    };
+    const QString before = hashes();
     ASSERT_TRUE(disk.fill());
     for (const QString &path : { sidecar, netatalk }) {
         auto file = examined(path);
         const QVStatusPtr serifStatus = member(file, "DejaVu Serif");
         ASSERT_TRUE(serifStatus);
         // The copy reaches the quarantine (another disk); rewriting the source cannot.
-        EXPECT_EQ(surgery.moveFontFromSuitcaseToQuarantine(file, serifStatus, "r"),
-            QStringLiteral("File Resource Error (Disk is full)"));
+        EXPECT_EQ(quarantine(file, serifStatus), QStringLiteral("File Resource Error (Disk is full)"));
         EXPECT_FALSE(serifStatus->movedToQuarantine);
     }
-    EXPECT_EQ(QStringList({ fileSha256(companions.at(0)), fileSha256(companions.at(1)) }), before);
+    EXPECT_EQ(hashes(), before);
     EXPECT_EQ(QDir(disk.path() + "/ad").entryList(QDir::Files | QDir::Hidden).size(), 2);
     EXPECT_EQ(QDir(disk.path() + "/nt/.AppleDouble").entryList(QDir::Files | QDir::Hidden).size(), 1);
-    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(quarantined("DejaVu Serif")));
-    EXPECT_TRUE(QVQuarantineStore().quarantinedFilesDataArray.isEmpty());
+    expectNothingQuarantined("DejaVu Serif");
 }
 
 TEST_F(SuitcaseTest, AFamilyNameNeverLeadsOutOfTheQuarantine)
 {
     // Mac family names may hold slashes; this one would climb out of the folder.
-    const QString path = suitcaseWith(home.path() + "/fonts/Odd", handMadeFOND({ { 10, 0, 301 } }, 0),
-        { resource("NFNT", 301, QByteArray(40, '\x11')) }, "../Out/Times");
-    auto file = std::make_shared<QVFontFile>(path);
-    file->fontFileType = 0;
-    const QVStatusPtr status = handMadeMember(file, "../Out/Times", 10);
-    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, status, "r").isNull());
-    EXPECT_TRUE(fontToolsResources(bare(quarantined("_.:Out:Times"))).join('\n').contains("NFNT 301 "));
+    const QString path = suitcaseWith(home.path() + "/fonts/Odd", { { 10, 0, 301 } },
+        { rsrc("NFNT", 301, QByteArray(40, '\x11')) }, "../Out/Times");
+    auto file = recordOf(path, { 10 }, "../Out/Times");
+    ASSERT_TRUE(quarantine(file, file->fontStatusArray.first()).isNull());
+    EXPECT_TRUE(listing(quarantined("_.:Out:Times")).contains("NFNT 301 "));
     EXPECT_FALSE(QFileInfo::exists(QFileInfo(store.quarantineFolderPath()).absolutePath() + "/Out"));
-    EXPECT_TRUE(status->movedToQuarantine);
+    EXPECT_TRUE(file->fontStatusArray.first()->movedToQuarantine);
     ASSERT_EQ(store.quarantinedFilesDataArray.size(), 1);
     EXPECT_EQ(store.quarantinedFilesDataArray.first().value("quarantineFileName").toString(), "_.:Out:Times");
     EXPECT_EQ(QVSuitcaseSurgery::fileNameForFamily("._Sidecar\x01"), QStringLiteral("__Sidecar_"));
@@ -372,57 +353,49 @@ TEST_F(SuitcaseTest, AFamilyNameNeverLeadsOutOfTheQuarantine)
 TEST_F(SuitcaseTest, AFontWhoseKindTheFamilyLacksIsNotTakenForMoved)
 {
     // The family lists only a bitmap of that PostScript name; the record asks for an outline.
-    const QString path = suitcaseWith(home.path() + "/fonts/Times", handMadeFOND({ { 10, 0, 301 } }, 0),
-        { resource("NFNT", 301, QByteArray(40, 'x')) });
+    const QString path = suitcaseWith(
+        home.path() + "/fonts/Times", { { 10, 0, 301 } }, { rsrc("NFNT", 301, QByteArray(40, 'x')) });
     const QString before = forkHashes(path);
-    auto file = std::make_shared<QVFontFile>(path);
-    file->fontFileType = 0;
-    const QVStatusPtr outline = handMadeMember(file, "Times", 0);
-    EXPECT_FALSE(surgery.moveFontFromSuitcaseToQuarantine(file, outline, "r").isNull());
-    EXPECT_FALSE(outline->movedToQuarantine);
-    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
-    EXPECT_FALSE(QFileInfo::exists(quarantined("Times")));
+    auto file = recordOf(path, { 0 });
+    EXPECT_FALSE(quarantine(file, file->fontStatusArray.first()).isNull());
+    EXPECT_FALSE(file->fontStatusArray.first()->movedToQuarantine);
+    expectNothingQuarantined("Times");
     EXPECT_EQ(forkHashes(path), before);
 }
 
 TEST_F(SuitcaseTest, ARestoreDeletesTheQuarantinedCopyOnlyWhenTheSuitcaseHoldsItsFonts)
 {
     // The quarantined family: the 10 point strike, ID 301.
-    const QString copy = quarantined("Times");
+    const QString copy = quarantined("Times"), target = home.path() + "/fonts/Times";
     QDir().mkpath(store.quarantineFolderPath());
-    auto quarantine = [&] {
-        suitcaseWith(
-            copy, handMadeFOND({ { 10, 0, 301 } }, 0), { resource("NFNT", 301, QByteArray(40, 'A')) });
-        auto file = std::make_shared<QVFontFile>(home.path() + "/fonts/Times");
-        file->fontFileType = 0;
+    auto quarantineCopy = [&] {
+        suitcaseWith(copy, { { 10, 0, 301 } }, { rsrc("NFNT", 301, QByteArray(40, 'A')) });
+        auto file = recordOf(target, { 10 });
         store.quarantinedFilesDataArray
-            = { QVQuarantineStore::makeRecord("Times", file, handMadeMember(file, "Times", 10), "r") };
+            = { QVQuarantineStore::makeRecord("Times", file, file->fontStatusArray.first(), "r") };
     };
-    quarantine();
+    quarantineCopy();
     const QString copyBefore = forkHashes(copy);
-    // The suitcase still has the family, but ID 301 is another strike now: the
-    // merged entry would point at the wrong font.
-    const QString target = suitcaseWith(home.path() + "/fonts/Times", handMadeFOND({ { 12, 0, 303 } }, 0),
-        { resource("NFNT", 303, QByteArray(40, 'B')), resource("NFNT", 301, QByteArray(40, 'C')) });
+    // The suitcase still has the family, but ID 301 is another strike now: the merged entry would point
+    // at the wrong font.
+    const Entry strike12 = rsrc("NFNT", 303, QByteArray(40, 'B'));
+    suitcaseWith(target, { { 12, 0, 303 } }, { strike12, rsrc("NFNT", 301, QByteArray(40, 'C')) });
     const QString targetBefore = forkHashes(target);
     QStringList errors = restoreAll();
     ASSERT_EQ(errors.size(), 1);
     EXPECT_TRUE(errors.first().contains("the quarantined copy is kept")) << qPrintable(errors.first());
-    EXPECT_EQ(forkHashes(copy), copyBefore);
-    EXPECT_EQ(forkHashes(target), targetBefore);
+    EXPECT_EQ(forkHashes(copy) + forkHashes(target), copyBefore + targetBefore);
     EXPECT_EQ(store.quarantinedFilesDataArray.size(), 1);
-    // ID 301 free, or holding the very strike: merged (the strike brought
-    // along when missing), and the copy may go.
-    for (const QList<Entry> &held : { QList<Entry> { resource("NFNT", 303, QByteArray(40, 'B')) },
-             QList<Entry> {
-                 resource("NFNT", 303, QByteArray(40, 'B')), resource("NFNT", 301, QByteArray(40, 'A')) } }) {
+    // ID 301 free, or holding the very strike: merged (the strike brought along when missing), the copy gone.
+    for (const QList<Entry> &held :
+        { QList<Entry> { strike12 }, { strike12, rsrc("NFNT", 301, QByteArray(40, 'A')) } }) {
         QVFilePair::remove(target);
-        suitcaseWith(target, handMadeFOND({ { 12, 0, 303 } }, 0), held);
+        suitcaseWith(target, { { 12, 0, 303 } }, held);
         if (!QFileInfo::exists(copy))
-            quarantine();
+            quarantineCopy();
         EXPECT_EQ(restoreAll(), QStringList());
         EXPECT_EQ(entries(target), "Times 300 10/0/301 12/0/303");
-        EXPECT_TRUE(fontToolsResources(bare(target)).join('\n').contains("NFNT 301 40 "));
+        EXPECT_TRUE(listing(target).contains("NFNT 301 40 "));
         EXPECT_FALSE(QFileInfo::exists(copy));
         EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
     }
@@ -436,7 +409,7 @@ TEST_F(SuitcaseTest, AFaceOfATypedDfontLeavesItsDataForkAndComesBack)
     ASSERT_EQ(before.size(), 4);
     auto file = examined(path);
     ASSERT_EQ(file->fontStatusArray.size(), 4);
-    ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, file->fontStatusArray.first(), "r").isNull());
+    ASSERT_TRUE(quarantine(file, file->fontStatusArray.first()).isNull());
     ASSERT_EQ(store.quarantinedFilesDataArray.size(), 1);
     const QString taken
         = quarantined(store.quarantinedFilesDataArray.first().value("quarantineFileName").toString());
@@ -449,8 +422,8 @@ TEST_F(SuitcaseTest, AFaceOfATypedDfontLeavesItsDataForkAndComesBack)
 
 TEST_F(SuitcaseTest, ASuitcaseOfOldFONTStrikesTakenApartComesBackWholeInEitherOrder)
 {
-    // "Times": C059 10 point plain and bold as purgeable FONT resources, a style
-    // table naming C059-Roman and C059-Bold, Finder flags 0x0100, dated 2001.
+    // "Times": C059 10 point plain and bold as purgeable FONT resources, a style table naming C059-Roman
+    // and C059-Bold, Finder flags 0x0100, dated 2001.
     qint16 error = 0;
     auto fork = QVResourceFile::parse(
         ufondFork(work + "/times", { { kC059Roman, 10 }, { kC059Bold, 10 } }), &error);
@@ -480,16 +453,15 @@ TEST_F(SuitcaseTest, ASuitcaseOfOldFONTStrikesTakenApartComesBackWholeInEitherOr
         auto state = [&]() -> QString {
             QByteArray info;
             QVForkStorage::readFinderInfo(path, &info);
-            return fontToolsResources(bare(path)).join('\n') + info.toHex() + " "
-                + QFileInfo(path).lastModified().toString(Qt::ISODate) + " "
-                + QFileInfo(sidecar).lastModified().toString(Qt::ISODate);
+            return listing(path) + info.toHex() + " " + QFileInfo(path).lastModified().toString(Qt::ISODate)
+                + " " + QFileInfo(sidecar).lastModified().toString(Qt::ISODate);
         };
         const QString before = state();
         ASSERT_TRUE(before.contains("FONT")) << qPrintable(before);
         auto file = examined(path);
         ASSERT_EQ(file->fontStatusArray.size(), 2);
         for (const QVStatusPtr &status : std::as_const(file->fontStatusArray))
-            ASSERT_TRUE(surgery.moveFontFromSuitcaseToQuarantine(file, status, "r").isNull());
+            ASSERT_TRUE(quarantine(file, status).isNull());
         ASSERT_FALSE(QFileInfo::exists(path));
         ASSERT_TRUE(store.commitQuarantine().isNull());
         EXPECT_EQ(restoreAll(order), QStringList());

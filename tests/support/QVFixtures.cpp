@@ -17,6 +17,7 @@
 #include <QStandardPaths>
 #include <QThread>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/statvfs.h>
@@ -30,12 +31,13 @@ void PrintTo(const QString &text, std::ostream *os)
 namespace QVFixtures
 {
 
-ToolRun runTool(
-    const QString &program, const QStringList &arguments, const QString &workDir, const QByteArray &input)
+ToolRun runTool(const QString &program, const QStringList &arguments, const QString &workDir,
+    const QByteArray &input, const QProcessEnvironment &environment)
 {
     QProcess process;
-    if (!workDir.isEmpty())
-        process.setWorkingDirectory(workDir);
+    process.setWorkingDirectory(workDir);
+    process.setProcessEnvironment(
+        environment.isEmpty() ? QProcessEnvironment::systemEnvironment() : environment);
     process.start(program, arguments);
     process.write(input);
     process.closeWriteChannel();
@@ -46,8 +48,7 @@ ToolRun runTool(
 
 QString python(const QString &script, const QStringList &arguments, int *status)
 {
-    const ToolRun run = runTool(
-        QStringLiteral("/usr/bin/python3"), QStringList { QStringLiteral("-c"), script } + arguments);
+    const ToolRun run = runTool("/usr/bin/python3", QStringList { "-c", script } + arguments);
     if (status)
         *status = run.exitCode;
     return QString::fromUtf8(run.exitCode == 0 ? run.out : run.out + run.err);
@@ -81,7 +82,14 @@ QString sha256(const QByteArray &bytes)
 QString fileSha256(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? sha256(file.readAll()) : QStringLiteral("missing");
+    return file.open(QIODevice::ReadOnly) ? sha256(file.readAll()) : "missing";
+}
+
+QStringList sortedLines(const QString &text)
+{
+    QStringList lines = text.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    lines.sort();
+    return lines;
 }
 
 QString forkHashes(const QString &path)
@@ -91,7 +99,14 @@ QString forkHashes(const QString &path)
     const qint16 forkError = QVForkStorage::readResourceFork(path, &fork, &place);
     QVForkStorage::readFinderInfo(path, &info);
     return QStringLiteral("data %1\nfork %2\ninfo %3")
-        .arg(fileSha256(path), forkError == 0 ? sha256(fork) : QStringLiteral("none"), sha256(info));
+        .arg(fileSha256(path), forkError == 0 ? sha256(fork) : "none", sha256(info));
+}
+
+QString placedHashes(const QString &path)
+{
+    return forkHashes(path) + QLatin1Char('\n')
+        + QVForkStorage::placeName(QVForkStorage::resourceForkPlace(path)) + QLatin1Char(' ')
+        + QVForkStorage::placeName(QVForkStorage::finderInfoPlace(path));
 }
 
 bool setFinderInfo(
@@ -103,27 +118,40 @@ bool setFinderInfo(
     return QVForkStorage::writeFinderInfo(path, info, place) == 0;
 }
 
+QVResourceFile::Entry rsrc(
+    const char *type, qint16 id, const QByteArray &data, const QByteArray &name, quint8 attributes)
+{
+    return { qFromBigEndian<quint32>(type), id, name, !name.isEmpty(), attributes, data, true, {} };
+}
+
+QByteArray forkOf(const QList<QVResourceFile::Entry> &entries)
+{
+    QVResourceFile file;
+    file.entries = entries;
+    qint16 error = 0;
+    const QByteArray bytes = file.serialize(&error);
+    EXPECT_EQ(error, 0);
+    return bytes;
+}
+
 QByteArray ufondFork(const QString &workDir, const QList<Strike> &strikes)
 {
     QDir().mkpath(workDir);
     QStringList bdfs;
     for (const Strike &strike : strikes) {
         bdfs << QStringLiteral("strike%1.bdf").arg(bdfs.size());
-        // Printable ASCII at 72 dpi, so that pixel and point sizes agree.
-        // otf2bdf answers non-zero even when it wrote the font: its file tells.
-        runTool(QStringLiteral("otf2bdf"),
-            { QStringLiteral("-r"), QStringLiteral("72"), QStringLiteral("-p"),
-                QString::number(strike.pointSize), QStringLiteral("-l"), QStringLiteral("32_126"),
-                strike.font, QStringLiteral("-o"), bdfs.last() },
+        // Printable ASCII at 72 dpi, so pixel and point sizes agree; otf2bdf's exit status says nothing.
+        runTool("otf2bdf",
+            { "-r", "72", "-p", QString::number(strike.pointSize), "-l", "32_126", strike.font, "-o",
+                bdfs.last() },
             workDir);
         if (QFileInfo(workDir + QLatin1Char('/') + bdfs.last()).size() == 0)
             return {};
     }
-    const QStringList before = QDir(workDir).entryList({ QStringLiteral("*.rsrc") });
-    if (runTool(QStringLiteral("ufond"), QStringList { QStringLiteral("-res") } + bdfs, workDir).exitCode
-        != 0)
+    const QStringList before = QDir(workDir).entryList({ "*.rsrc" });
+    if (runTool("ufond", QStringList { "-res" } + bdfs, workDir).exitCode != 0)
         return {};
-    for (const QString &name : QDir(workDir).entryList({ QStringLiteral("*.rsrc") })) {
+    for (const QString &name : QDir(workDir).entryList({ "*.rsrc" })) {
         if (!before.contains(name))
             return readFile(workDir + QLatin1Char('/') + name);
     }
@@ -132,13 +160,12 @@ QByteArray ufondFork(const QString &workDir, const QList<Strike> &strikes)
 
 QByteArray c059Fork(const QString &workDir)
 {
-    return ufondFork(
-        workDir + QStringLiteral("/c059"), { { kC059Roman, 10 }, { kC059Roman, 12 }, { kC059Bold, 10 } });
+    return ufondFork(workDir + "/c059", { { kC059Roman, 10 }, { kC059Roman, 12 }, { kC059Bold, 10 } });
 }
 
 QByteArray dejaVuSerifFork(const QString &workDir)
 {
-    return ufondFork(workDir + QStringLiteral("/dejavu"), { { kDejaVuSerif, 10 } });
+    return ufondFork(workDir + "/dejavu", { { kDejaVuSerif, 10 } });
 }
 
 QByteArray mergeForks(const QByteArray &a, const QByteArray &b)
@@ -182,12 +209,7 @@ bool makeSuitcase(const QString &path, const QByteArray &fork, QVForkStorage::Pl
 QString makeLwfn(const QString &folder, const QString &name, const QString &type1)
 {
     QDir().mkpath(folder);
-    if (runTool(QStringLiteral("t1mac"),
-            { QStringLiteral("--appledouble"), QStringLiteral("-n"), name, type1,
-                QStringLiteral("._") + name },
-            folder)
-            .exitCode
-        != 0)
+    if (runTool("t1mac", { "--appledouble", "-n", name, type1, "._" + name }, folder).exitCode != 0)
         return {};
     const QString path = folder + QLatin1Char('/') + name;
     return writeFile(path, QByteArray()) ? path : QString();
@@ -199,11 +221,25 @@ QVFontFilePtr examined(const QString &path)
     return dataMgr.addFontFileItem(path);
 }
 
+QVFontFilePtr oneFontFile(const QString &path, int fontType, int fileType)
+{
+    auto file = std::make_shared<QVFontFile>(path);
+    file->fontFileType = fileType;
+    auto status = std::make_shared<QVStatus>();
+    status->fontURL = path;
+    status->fontName = QFileInfo(path).completeBaseName();
+    status->PSname = status->fontName + "-Regular";
+    status->fontType = fontType;
+    status->fontStyle = "Regular";
+    file->fontStatusArray.append(status);
+    return file;
+}
+
 QString extractFork(const QString &path, const QString &workDir)
 {
     QByteArray fork;
     QVForkStorage::Place place;
-    const QString out = workDir + QLatin1Char('/') + QFileInfo(path).fileName() + QStringLiteral(".rsrc");
+    const QString out = workDir + QLatin1Char('/') + QFileInfo(path).fileName() + ".rsrc";
     return QVForkStorage::readResourceFork(path, &fork, &place) == 0 && writeFile(out, fork) ? out
                                                                                              : QString();
 }
@@ -226,56 +262,49 @@ for t in r.keys():
             *error = out;
         return {};
     }
-    QStringList lines = out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    lines.sort();
-    return lines;
+    return sortedLines(out);
 }
+
+namespace
+{
+
+// Each family record of the forks in sys.argv[2:]: its entries on one line ("entries"), or each member with
+// the hash of its strike or outline ("members").
+const char *const kFondScript = R"(
+import hashlib, struct, sys
+from fontTools.misc.macRes import ResourceReader
+for path in sys.argv[2:]:
+    r = ResourceReader(path)
+    def find(types, rid):
+        hits = [res.data for t in types for res in r.get(t, []) if res.id == rid]
+        return hashlib.sha256(hits[0]).hexdigest() if hits else 'missing'
+    for res in r.get('FOND', []):
+        d = res.data
+        entries = [struct.unpack('>hhh', d[54 + 6 * i:60 + 6 * i]) for i in range(struct.unpack('>h', d[52:54])[0] + 1)]
+        if sys.argv[1] == 'entries':
+            print(res.name, res.id, ' '.join('%d/%d/%d' % e for e in entries))
+        for size, style, rid in entries if sys.argv[1] == 'members' else []:
+            print(res.name, size, style, find(['sfnt'] if size == 0 else ['NFNT', 'FONT'], rid))
+)";
+
+} // namespace
 
 QString fontToolsFONDEntries(const QString &bareFork)
 {
-    return python(QStringLiteral(R"(
-import sys, struct
-from fontTools.misc.macRes import ResourceReader
-r = ResourceReader(sys.argv[1])
-for res in r.get('FOND', []):
-    d = res.data
-    n = struct.unpack('>h', d[52:54])[0] + 1
-    entries = [struct.unpack('>hhh', d[54 + 6 * i:60 + 6 * i]) for i in range(n)]
-    print(res.name, res.id, ' '.join('%d/%d/%d' % e for e in entries))
-)"),
-        { bareFork });
+    return python(QString::fromLatin1(kFondScript), { "entries", bareFork });
 }
 
 QStringList fontToolsMembers(const QStringList &bareForks)
 {
-    QStringList lines = python(QStringLiteral(R"(
-import hashlib, struct, sys
-from fontTools.misc.macRes import ResourceReader
-for path in sys.argv[1:]:
-    r = ResourceReader(path)
-    def find(types, rid):
-        for t in types:
-            for res in r.get(t, []):
-                if res.id == rid:
-                    return hashlib.sha256(res.data).hexdigest()
-        return 'missing'
-    for res in r.get('FOND', []):
-        d = res.data
-        n = struct.unpack('>h', d[52:54])[0] + 1
-        for i in range(n):
-            size, style, rid = struct.unpack('>hhh', d[54 + 6 * i:60 + 6 * i])
-            print(res.name, size, style, find(['sfnt'] if size == 0 else ['NFNT', 'FONT'], rid))
-)"),
-        bareForks)
-                            .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    lines.sort();
+    QStringList lines
+        = sortedLines(python(QString::fromLatin1(kFondScript), QStringList { "members" } + bareForks));
     lines.removeDuplicates();
     return lines;
 }
 
 QString showfond(const QString &bareFork, int *status)
 {
-    const ToolRun run = runTool(QStringLiteral("showfond"), { bareFork });
+    const ToolRun run = runTool("showfond", { bareFork });
     if (status)
         *status = run.exitCode;
     return QString::fromLocal8Bit(run.out);
@@ -311,14 +340,43 @@ bool waitFor(const std::function<bool()> &condition, int timeoutMs)
     return true;
 }
 
+RecordingRunner::RecordingRunner(QString answer, Perform perform)
+    : QVPrivilegedRunner(perform == Real ? QString() : "/bin/true")
+    , m_answer(std::move(answer))
+    , m_perform(perform)
+{
+}
+
+std::shared_ptr<RecordingRunner> RecordingRunner::install(const QString &answer, Perform perform)
+{
+    auto runner = std::make_shared<RecordingRunner>(answer, perform);
+    QVPrivilegedRunner::setShared(runner);
+    return runner;
+}
+
+QString RecordingRunner::runWithAdministratorRights(const QString &program, const QStringList &arguments)
+{
+    calls << (QStringList { program } + arguments).join(QLatin1Char(' '));
+    if (before)
+        std::exchange(before, nullptr)();
+    if (m_perform == Real)
+        return QVPrivilegedRunner::runWithAdministratorRights(program, arguments);
+    const QString from = arguments.value(arguments.size() - 2), to = arguments.value(arguments.size() - 1);
+    const bool move = program == QLatin1String("/bin/mv");
+    if (move && m_perform == Rename)
+        QFile::rename(from, to);
+    if (move && m_perform == CopyBytesOnly && !(writeFile(to, readFile(from)) && QFile::remove(from)))
+        return "Authorization Error: 1";
+    return m_answer;
+}
+
 SmallDisk::SmallDisk(const QString &folder, int kilobytes)
     : m_folder(folder)
 {
     QDir().mkpath(folder);
     m_mounted = ::geteuid() == 0
-        && runTool(QStringLiteral("mount"),
-               { QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
-                   QStringLiteral("size=%1k").arg(kilobytes), QStringLiteral("tmpfs"), folder })
+        && runTool(
+               "mount", { "-t", "tmpfs", "-o", QStringLiteral("size=%1k").arg(kilobytes), "tmpfs", folder })
                 .exitCode
             == 0;
 }
@@ -326,15 +384,13 @@ SmallDisk::SmallDisk(const QString &folder, int kilobytes)
 SmallDisk::~SmallDisk()
 {
     if (m_mounted)
-        runTool(QStringLiteral("umount"), { QStringLiteral("-l"), m_folder });
+        runTool("umount", { "-l", m_folder });
 }
 
 bool SmallDisk::fill() const
 {
     // dd stops with "No space left on device", which is the point.
-    runTool(QStringLiteral("dd"),
-        { QStringLiteral("if=/dev/zero"), QStringLiteral("of=%1/.filler").arg(m_folder),
-            QStringLiteral("bs=1k") });
+    runTool("dd", { "if=/dev/zero", QStringLiteral("of=%1/.filler").arg(m_folder), "bs=1k" });
     struct statvfs st;
     return ::statvfs(QFile::encodeName(m_folder).constData(), &st) == 0 && st.f_bavail == 0;
 }
@@ -342,9 +398,9 @@ bool SmallDisk::fill() const
 QProcessEnvironment cliEnvironment(const QVTestHome &home)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home.path());
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.configHome());
-    env.insert(QStringLiteral("XDG_DATA_HOME"), home.dataHome());
+    env.insert("HOME", home.path());
+    env.insert("XDG_CONFIG_HOME", home.configHome());
+    env.insert("XDG_DATA_HOME", home.dataHome());
     return env;
 }
 
@@ -352,16 +408,10 @@ namespace
 {
 
 CliRun run(const QVTestHome &home, const QString &program, const QStringList &arguments,
-    const QByteArray &input = QByteArray())
+    const QByteArray &input = {})
 {
-    QProcess process;
-    process.setProcessEnvironment(cliEnvironment(home));
-    process.start(program, arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    process.waitForFinished(120000);
-    return { process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-        QString::fromUtf8(process.readAllStandardError()) };
+    const ToolRun run = runTool(program, arguments, QString(), input, cliEnvironment(home));
+    return { run.exitCode, QString::fromUtf8(run.out), QString::fromUtf8(run.err) };
 }
 
 } // namespace
@@ -375,7 +425,7 @@ std::optional<CliRun> runCliAsOrdinaryUser(const QVTestHome &home, const QString
 {
     if (::geteuid() != 0)
         return runCli(home, arguments);
-    const QString setpriv = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+    const QString setpriv = QStandardPaths::findExecutable("setpriv");
     constexpr uid_t kNobody = 65534;
     if (setpriv.isEmpty() || ::chown(QFile::encodeName(home.path()).constData(), kNobody, kNobody) != 0)
         return std::nullopt;
@@ -386,8 +436,7 @@ std::optional<CliRun> runCliAsOrdinaryUser(const QVTestHome &home, const QString
             return std::nullopt;
     }
     return run(home, setpriv,
-        QStringList { QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-            QStringLiteral("--clear-groups"), QStringLiteral("--"), QStringLiteral(QV_CLI_PATH) }
+        QStringList { "--reuid=65534", "--regid=65534", "--clear-groups", "--", QStringLiteral(QV_CLI_PATH) }
             + arguments);
 }
 

@@ -6,31 +6,31 @@
 #include <QFile>
 #include <QFileInfo>
 
-QVTestHome::QVTestHome()
-    : m_savedHome(qgetenv("HOME"))
-    , m_savedData(qgetenv("XDG_DATA_HOME"))
-    , m_savedConfig(qgetenv("XDG_CONFIG_HOME"))
+namespace
 {
-    QDir().mkpath(configHome());
-    QDir().mkpath(dataHome());
-    qputenv("HOME", path().toUtf8());
-    qputenv("XDG_DATA_HOME", dataHome().toUtf8());
-    qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
+const char *const kVariables[] = { "HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME" };
+}
+
+QVTestHome::QVTestHome()
+{
+    const QString values[] = { path(), dataHome(), configHome(), path() + QStringLiteral("/.cache") };
+    for (int i = 0; i < 4; ++i) {
+        m_saved[i] = qgetenv(kVariables[i]);
+        QDir().mkpath(values[i]);
+        qputenv(kVariables[i], values[i].toUtf8());
+    }
     QVSettings::unregisterUserPreferences();
 }
 
 QVTestHome::~QVTestHome()
 {
     QVSettings::unregisterUserPreferences();
-    auto restore = [](const char *name, const QByteArray &value) {
-        if (value.isNull())
-            qunsetenv(name);
+    for (int i = 0; i < 4; ++i) {
+        if (m_saved[i].isNull())
+            qunsetenv(kVariables[i]);
         else
-            qputenv(name, value);
-    };
-    restore("HOME", m_savedHome);
-    restore("XDG_DATA_HOME", m_savedData);
-    restore("XDG_CONFIG_HOME", m_savedConfig);
+            qputenv(kVariables[i], m_saved[i]);
+    }
 }
 
 QString QVTestHome::writeFile(const QString &relativePath, const QByteArray &contents) const

@@ -1,6 +1,5 @@
-// A throw-away home folder for one test: HOME and the XDG folders point into a
-// temporary directory, so settings, the data folder and fonts never touch the
-// real ones.
+// A throw-away home for one test: HOME and the XDG folders point into a temporary directory, so settings,
+// the data folder, caches and fonts never touch the real ones.
 #pragma once
 
 #include <QByteArray>
@@ -24,7 +23,7 @@ public:
 
 private:
     QTemporaryDir m_dir;
-    QByteArray m_savedHome, m_savedData, m_savedConfig;
+    QByteArray m_saved[4];
 };
 
 // Absolute path of a committed fixture under tests/data.
