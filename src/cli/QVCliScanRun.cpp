@@ -6,6 +6,7 @@
 #include "platform/QVFileSystem.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
 
@@ -42,6 +43,14 @@ QVCliScanRun::~QVCliScanRun()
 {
     sigaction(SIGINT, &m_previous, nullptr);
     sigaction(SIGTERM, &m_previousTerm, nullptr);
+}
+
+QString QVCliScanRun::passesError(const QVSettings &settings)
+{
+    if (settings.diagnoseFileStructure() || settings.findOrpanedFonts() || settings.findDuplicateFonts())
+        return {};
+    return QVStringTable::text(QStringLiteral("settings.errorMessage.dignosisOptions"))
+        + QStringLiteral(" (diagnoseFileStructure, findOrpanedFonts, findDuplicateFonts)");
 }
 
 QString QVCliScanRun::folderError(const QStringList &folders)

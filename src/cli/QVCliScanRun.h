@@ -13,6 +13,8 @@
 #include <cstdio>
 #include <memory>
 
+class QVSettings;
+
 class QVFontDataManager;
 
 class QVCliScanRun
@@ -40,6 +42,8 @@ public:
     static QString folderError(const QStringList &folders);
     // An empty list becomes the configured font folders; returns folderError.
     static QString prepareFolders(QStringList *folders);
+    // Why a diagnosis cannot run with these settings (every pass off), or null.
+    static QString passesError(const QVSettings &settings);
 
     // Whether Ctrl-C was pressed (or SIGTERM came) while this object lived.
     static bool interrupted();

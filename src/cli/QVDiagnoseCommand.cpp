@@ -10,7 +10,6 @@
 #include "platform/QVDefaultApplication.h"
 #include "reports/QVReportManager.h"
 #include "settings/QVSettings.h"
-#include "settings/QVStringTable.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVReportStore.h"
 
@@ -50,10 +49,8 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
         err().flush();
         return UsageError;
     }
-    if (!settings.diagnoseFileStructure() && !settings.findOrpanedFonts() && !settings.findDuplicateFonts()) {
-        err() << "quorvel-cli: "
-              << QVStringTable::text(QStringLiteral("settings.errorMessage.dignosisOptions"))
-              << " (diagnoseFileStructure, findOrpanedFonts, findDuplicateFonts)\n";
+    if (const QString error = QVCliScanRun::passesError(settings); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
         err().flush();
         return UsageError;
     }

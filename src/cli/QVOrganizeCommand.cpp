@@ -7,7 +7,6 @@
 #include "engine/QVFontExaminer.h"
 #include "organizer/QVFontOrganizer.h"
 #include "settings/QVSettings.h"
-#include "settings/QVStringTable.h"
 #include "store/QVOperationQueue.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
@@ -154,10 +153,8 @@ int QVOrganizeCommand::run(const QStringList &arguments)
         err().flush();
         return UsageError;
     }
-    if (!settings.diagnoseFileStructure() && !settings.findOrpanedFonts() && !settings.findDuplicateFonts()) {
-        err() << "quorvel-cli: "
-              << QVStringTable::text(QStringLiteral("settings.errorMessage.dignosisOptions"))
-              << " (diagnoseFileStructure, findOrpanedFonts, findDuplicateFonts)\n";
+    if (const QString error = QVCliScanRun::passesError(settings); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
         err().flush();
         return UsageError;
     }
