@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QSignalSpy>
 #include <QTimer>
+#include <cstdio>
 
 using namespace qvorg;
 
@@ -79,4 +80,6 @@ TEST_F(OrganizerTest, MainThreadNeverStallsWhileOrganizingOrResolving)
     EXPECT_EQ(outcome.quarantinedRows.size(), kFonts);
     EXPECT_TRUE(outcome.error.isNull()) << qPrintable(outcome.error);
     EXPECT_LE(resolving.worst, 100) << "ms late while resolving";
+    std::printf("worst main-thread lateness: %lld ms organizing, %lld ms resolving\n",
+        static_cast<long long>(organizing.worst), static_cast<long long>(resolving.worst));
 }
