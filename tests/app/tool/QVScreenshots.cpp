@@ -47,6 +47,10 @@ QPalette darkPalette()
 
 bool save(QWidget *window, const QString &folder, const QString &name)
 {
+    // Views are switched here without a click, so the keyboard focus would
+    // still ring the first button: draw them as a mouse user sees them.
+    if (QWidget *focused = QApplication::focusWidget())
+        focused->clearFocus();
     QApplication::processEvents();
     const QString path = folder + QLatin1Char('/') + name + QStringLiteral(".png");
     if (!window->grab().save(path)) {
