@@ -184,54 +184,6 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     EXPECT_EQ(dataMgr.fontFileItems.last()->fontStatusArray.value(0)->index, expected.size() - 1);
 }
 
-TEST_F(ScanTest, FoldersAreWalkedInTheGivenOrderAndOnlyTheLastEndsTheScan)
-{
-    fonts({ "one/b.ttf", "one/a.ttf", "two/z.otf", "three/m.ttf" });
-    QDir().mkpath(root() + "/empty");
-    ASSERT_TRUE(scanAndWait({ root() + "/two/", root() + "/one", root() + "/no such folder",
-        root() + "/empty", root() + "/three" }));
-    EXPECT_EQ(found(), (QStringList { "two/z.otf", "one/a.ttf", "one/b.ttf", "three/m.ttf" }));
-    spin(100);
-    EXPECT_EQ(statuses, QStringList { "success" });
-    EXPECT_EQ(completions.loadAcquire(), 1);
-    // No folder at all starts nothing.
-    fileMgr->scanFolders({}, [this](QVFileManager *) { completions.fetchAndAddOrdered(1); });
-    spin(300);
-    EXPECT_EQ(fileMgr->findFontsGlobalQueue()->operationCount(), 0);
-    EXPECT_EQ(statuses.size(), 1);
-    EXPECT_EQ(completions.loadAcquire(), 1);
-}
-
-TEST_F(ScanTest, CancelDuringAWalkStopsAfterTheCurrentFile)
-{
-    fonts({ "first/a.ttf", "first/b.ttf", "first/c.ttf", "first/d.ttf", "first/e.ttf", "second/f.ttf" });
-    record->holdAt = "/first/c.ttf";
-    start({ root() + "/first", root() + "/second" });
-    ASSERT_TRUE(record->waitUntilHolding());
-    EXPECT_TRUE(fileMgr->isFindingFonts());
-    fileMgr->cancelScan();
-    EXPECT_FALSE(fileMgr->isFindingFonts());
-    EXPECT_EQ(fileMgr->progress()->label(), QVStringTable::text(QStringLiteral("filemanager.scan.canceled")));
-    record->release();
-    ASSERT_TRUE(fileMgr->findFontsGlobalQueue()->waitUntilAllOperationsAreFinished(20000));
-    // Once from the cancel, once from the walk that noticed it.
-    EXPECT_TRUE(waitFor([this] { return statuses.size() == 2; }));
-    spin(100);
-    EXPECT_EQ(statuses, (QStringList { "cancelled", "cancelled" }));
-    EXPECT_EQ(completions.loadAcquire(), 0);
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf", "first/c.ttf" }));
-    EXPECT_EQ(fileMgr->progress()->value(), 0);
-    // A cancel without a walk only sets the flag, which the next walk clears.
-    statuses.clear();
-    fileMgr->cancelScan();
-    EXPECT_TRUE(fileMgr->didCancel());
-    spin(50);
-    EXPECT_TRUE(statuses.isEmpty());
-    record->holdAt.clear();
-    ASSERT_TRUE(scanAndWait({ root() + "/second" }));
-    EXPECT_EQ(statuses, QStringList { "success" }); // nothing more from the cancel
-}
-
 TEST_F(ScanTest, PauseHoldsTheNextFolderBackUntilResumed)
 {
     fonts({ "first/a.ttf", "first/b.ttf", "second/c.ttf" });
