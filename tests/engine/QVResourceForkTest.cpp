@@ -307,72 +307,6 @@ TEST_F(QVResourceForkTest, MissingPlainAndDamagedForksAreErrorsAndNeverReplaced)
     EXPECT_EQ(fork.openResourceFile(QVPermission::ReadWrite, path(QString(1025, 'n'))), 0);
 }
 
-TEST_F(QVResourceForkTest, UnreadableOrUnwritableFilesArePermissionErrors)
-{
-    if (::geteuid() == 0) {
-        // Root is refused nothing: this very test runs again as nobody.
-        const ToolRun child = runTool("setpriv",
-            { "--reuid=65534", "--regid=65534", "--clear-groups", "--",
-                QCoreApplication::applicationFilePath(),
-                "--gtest_filter=QVResourceForkTest.UnreadableOrUnwritableFilesArePermissionErrors" });
-        EXPECT_EQ(child.exitCode, 0) << child.out.constData() << child.err.constData();
-        EXPECT_TRUE(child.out.contains("[  PASSED  ] 1 test.") && !child.out.contains("SKIPPED"))
-            << child.out.constData();
-        return;
-    }
-    const QString locked = home.writeFile("locked", {}), sidecar = FS::sidecarPath(locked);
-    ASSERT_EQ(fork.createNewResourceFileAtPath(locked, 0, 0), 0);
-    QFile::setPermissions(locked, QFileDevice::ReadOwner);
-    EXPECT_EQ(openError(locked, QVPermission::ReadWrite), QVResourceError::Permission);
-    QFile::setPermissions(locked, QFileDevice::WriteOwner);
-    EXPECT_EQ(openError(locked), QVResourceError::Permission);
-    EXPECT_FALSE(fork.hasResourceFork(locked));
-    // A readable file whose sidecar cannot be read has a fork we may not see.
-    QFile::setPermissions(locked, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QFile::setPermissions(sidecar, QFileDevice::WriteOwner);
-    EXPECT_EQ(openError(locked), QVResourceError::Permission);
-    EXPECT_EQ(fork.finderInfoFlags(locked), 0);
-    QFile::setPermissions(sidecar, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    EXPECT_EQ(openError(locked), 1);
-}
-
-TEST_F(QVResourceForkTest, WritingCreatesAForkAndChangedHandlesAreWrittenOnClose)
-{
-    const QString file = home.writeFile("bare", "bytes");
-    qint16 ref = fork.openResourceFile(QVPermission::ReadWrite, file);
-    ASSERT_GE(ref, 1);
-    EXPECT_EQ(FS::resourceForkPlace(file), FS::Place::AppleDouble);
-    EXPECT_EQ(readFile(file), QByteArray("bytes"));
-    QVResourceHandle h = newHandleFromBytes(QByteArray(60, 'a'));
-    EXPECT_EQ(fork.addResource(h, kFOND, 1, "漢"), -1); // no Mac Roman form
-    EXPECT_EQ(fork.addResource(h, kFOND, 1, "F"), 0);
-    // A handle that belongs to a file cannot be added twice without detaching.
-    EXPECT_EQ(RM::addResource(h, kFOND, 2, "x"), QVResourceError::AddResFailed);
-    fork.closeResourceFile(ref);
-
-    ref = fork.openResourceFile(QVPermission::ReadWrite, file);
-    h = fork.getResourceOfID(1, kFOND, ref);
-    ASSERT_TRUE(h);
-    ASSERT_TRUE(RM::setHandleSize(h, 66));
-    fork.memoryHandler->Handle_WriteShort(h, 64, 0x1234);
-    EXPECT_EQ(RM::changedResource(h), 0);
-    fork.releaseResource(h); // a changed resource is not let go unwritten
-    EXPECT_EQ(fork.resourceError(), QVResourceError::ResAttrErr);
-    fork.closeResourceFile(ref);
-
-    ref = fork.openResourceFile(QVPermission::Read, file);
-    h = fork.getResourceOfID(1, kFOND, ref);
-    ASSERT_TRUE(h);
-    EXPECT_EQ(h->data.size(), 66);
-    EXPECT_EQ(fork.memoryHandler->Handle_ReadUnsignedShort(h, 64), 0x1234);
-    EXPECT_EQ(fork.getResourceInfo(h).value("name").toString(), "F");
-    // Read-only files refuse changes; a size below zero is refused.
-    EXPECT_EQ(RM::removeResource(h), QVResourceError::RmvResFailed);
-    EXPECT_EQ(RM::changedResource(h), QVResourceError::WritePermissionErr);
-    EXPECT_FALSE(RM::setHandleSize(h, -1));
-    EXPECT_NE(RM::memError(), 0);
-}
-
 TEST_F(QVResourceForkTest, AForkOpenForWritingIsLockedAcrossProcesses)
 {
     const QString file = path("shared");
@@ -539,26 +473,6 @@ TEST(QVResourceFile, DamagedMapsAreRefusedAndBadDataIsMarked)
         = { rsrc("sfnt", 1, QByteArray(QVResourceFile::kMaxDataArea, 'x')), rsrc("sfnt", 2, "tail") };
     EXPECT_TRUE(huge.serialize(&error).isEmpty());
     EXPECT_EQ(error, QVResourceError::WritingPastEnd);
-}
-
-TEST(QVResourceFile, BadResourcesFailToLoadWithoutClosingTheFork)
-{
-    QVTestHome home;
-    QByteArray bytes = forkOf(
-        { rsrc("sfnt", 1, "compressed", {}, 0x01), rsrc("sfnt", 2, "plain"), rsrc("sfnt", 3, "moved") });
-    bytes[be32at(bytes, 4) + 30 + 8 + 24 + 5] = char(0x7F); // third reference's data offset
-    QVResouceFork fork;
-    const qint16 ref = fork.openResourceFile(QVPermission::Read, home.writeFile("odd.dfont", bytes));
-    ASSERT_GE(ref, 1);
-    EXPECT_TRUE(fork.getResourceOfID(2, kSfnt, ref));
-    using namespace QVResourceError;
-    for (const auto &[id, error] :
-        { std::pair { 1, CantDecompress }, std::pair { 3, Eof }, std::pair { 4, ResNotFound } }) {
-        EXPECT_FALSE(fork.getResourceOfID(qint16(id), kSfnt, ref)) << id;
-        EXPECT_EQ(fork.resourceError(), error) << id;
-    }
-    EXPECT_EQ(fork.getResourcesOfType(kSfnt, ref).size(), 1); // what cannot load is skipped
-    fork.closeResourceFile(ref);
 }
 
 TEST(QVResourceFile, TheLayerIsSafeFromSeveralThreads)
