@@ -2,7 +2,6 @@
 #include "engine/QVFontDiagnose.h"
 
 #include "engine/QVFontConstants.h"
-#include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceManager.h"
 #include "support/QVFixtures.h"

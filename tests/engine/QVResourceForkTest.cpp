@@ -8,7 +8,6 @@
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
-#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDataStream>
 #include <QProcess>
@@ -16,7 +15,6 @@
 #include <QtConcurrent>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 using namespace QVFixtures;
 using FS = QVForkStorage;

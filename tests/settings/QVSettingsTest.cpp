@@ -8,25 +8,6 @@
 #include <QFile>
 #include <gtest/gtest.h>
 
-TEST(QVSettings, RegisteredDefaultsAreInForceButNotWrittenAndWritesReachAnotherInstance)
-{
-    QVTestHome home;
-    QVSettings settings;
-    EXPECT_FALSE(settings.diagnoseFileStructure()); // nothing registered yet: booleans read false
-    settings.registerUserPreferences();
-    EXPECT_TRUE(settings.diagnoseFileStructure());
-    EXPECT_TRUE(settings.lastReportName().isNull());
-    EXPECT_FALSE(QFile::exists(settings.fileName()));
-    settings.setDoLogging(true);
-    settings.setOrganizeFontsFolder(QStringLiteral("/srv/library"));
-    const QDateTime when(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
-    settings.setLastScanDate(when);
-    QVSettings reader;
-    EXPECT_TRUE(reader.doLogging());
-    EXPECT_EQ(reader.organizeFontsFolder(), QStringLiteral("/srv/library"));
-    EXPECT_EQ(reader.lastScanDate(), when);
-}
-
 TEST(QVSettings, MigrationKeepsNameAndCompanyAndResetsEverythingElseOnce)
 {
     QVTestHome home;
