@@ -192,21 +192,6 @@ TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperWithOrWithoutItsChannelA
     EXPECT_EQ(delegate.responses.size(), 1);
 }
 
-TEST_F(QVDiagnosisRunTest, OnlyTheChosenPassesRunAndTheOverallBarStepsByEach)
-{
-    addOneProblemOfEachKind();
-    diagnosis->settings()->setDiagnoseFileStructure(false);
-    diagnosis->settings()->setFindDuplicateFonts(false);
-    diagnosis->settings()->setFindOrpanedFonts(true);
-    QList<double> values;
-    QObject::connect(diagnosis->overallProgress(), &QVProgress::changed, &receiver,
-        [&] { values << diagnosis->overallProgress()->value(); });
-    ASSERT_TRUE(run());
-    EXPECT_TRUE(values.contains(50.0) && values.contains(100.0));
-    EXPECT_EQ(diagnosis->fileStructureProblemCount() + diagnosis->duplicateProblemCount(), 0);
-    EXPECT_EQ(diagnosis->totalFontProblems(), 2);
-}
-
 TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
 {
     // Enough damaged fonts that the structure pass still walks when cancelled.

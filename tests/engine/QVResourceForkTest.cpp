@@ -331,21 +331,8 @@ TEST_F(QVResourceForkTest, AForkOpenForWritingIsLockedAcrossProcesses)
     EXPECT_TRUE(fork.hasResourceFork(file));
 }
 
-TEST_F(QVResourceForkTest, NamesFromNamingTablesAndStyleTables)
+TEST_F(QVResourceForkTest, NamesFromStyleTables)
 {
-    // fontTools keeps only the Unicode records: no single-byte name to read.
-    const QString ttf = path("unicode-only.ttf");
-    int status = 0;
-    const QString log
-        = python("import sys\nfrom fontTools.ttLib import TTFont\nf=TTFont(sys.argv[1])\n"
-                 "f['name'].names=[n for n in f['name'].names if n.platformID==3]\nf.save(sys.argv[2])",
-            { kDejaVuSans, ttf }, &status);
-    ASSERT_EQ(status, 0) << qPrintable(log);
-    EXPECT_EQ(fork.getSNFTResourceName(newHandleFromBytes(readFile(ttf)), 4), QString());
-    EXPECT_EQ(fork.getSNFTResourceName(newHandleFromBytes(readFile(kDejaVuSans)), 4), "DejaVu Sans");
-    EXPECT_EQ(fork.getSNFTResourceName(newHandleFromBytes("\0\1\0\0"), 4), QString());
-    EXPECT_EQ(fork.getSNFTResourceName(nullptr, 4), QString());
-
     // A style table (at 60) naming plain by the base name, bold by suffix 4, italic by 5 and 4.
     QByteArray fond(120, '\0');
     fond[27] = 60;

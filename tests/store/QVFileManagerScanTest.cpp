@@ -4,7 +4,6 @@
 #include "engine/QVFontExaminer.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
-#include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
@@ -182,27 +181,6 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
     ASSERT_TRUE(scanAndWait({ root() }));
     EXPECT_EQ(found(), expected);
     EXPECT_EQ(dataMgr.fontFileItems.last()->fontStatusArray.value(0)->index, expected.size() - 1);
-}
-
-TEST_F(ScanTest, PauseHoldsTheNextFolderBackUntilResumed)
-{
-    fonts({ "first/a.ttf", "first/b.ttf", "second/c.ttf" });
-    record->holdAt = "/first/a.ttf";
-    start({ root() + "/first", root() + "/second" });
-    ASSERT_TRUE(record->waitUntilHolding());
-    fileMgr->pauseScan();
-    EXPECT_TRUE(fileMgr->findFontsGlobalQueue()->isSuspended());
-    record->release();
-    // The running folder goes on to its end; the next one waits.
-    ASSERT_TRUE(waitFor([this] { return fileMgr->findFontsGlobalQueue()->operationCount() == 1; }));
-    spin(300);
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf" }));
-    EXPECT_TRUE(statuses.isEmpty());
-    EXPECT_TRUE(fileMgr->isFindingFonts());
-    fileMgr->resumeScan();
-    ASSERT_TRUE(waitFor([this] { return !statuses.isEmpty(); }));
-    EXPECT_EQ(statuses, QStringList { "success" });
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf", "second/c.ttf" }));
 }
 
 TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
