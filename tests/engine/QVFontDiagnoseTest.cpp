@@ -209,21 +209,6 @@ TEST_F(QVFontDiagnoseTest, NamesAndFallbacksOfNamingTablesFromFontTools)
     EXPECT_EQ(examine(file("CutFamily.ttf", font("0004"))).errors(), kBad);
 }
 
-TEST_F(QVFontDiagnoseTest, TheExtensionOrTheHfsTypeChoosesTheExamination)
-{
-    const QString sfnt = "3 0 0|DejaVu Sans|DejaVuSans|";
-    EXPECT_TRUE(examine(copyFont(kDejaVuSans, home.path(), "NoExtension")).statuses.isEmpty());
-    EXPECT_EQ(examiner.quotedTypeCode(typed("Typed", "sfnt")), "'sfnt'");
-    EXPECT_EQ(examine(home.path() + "/Typed").rows(), QStringList { sfnt });
-    // "ttf" with type FFIL but no fork is still an SFNT file; other types examine nothing.
-    const QString ffil = typed("Ffil.ttf", "FFIL");
-    EXPECT_FALSE(examiner.hasResourceFork(ffil));
-    EXPECT_EQ(examine(ffil).rows(), QStringList { sfnt });
-    EXPECT_TRUE(examine(typed("Text", "TEXT")).statuses.isEmpty());
-    // A suitcase named like a TrueType file is a suitcase.
-    EXPECT_EQ(examine(suitcase("Suitcase.ttf")).rows().value(0), "0 10 2861|DejaVu Sans|DejaVuSans|");
-}
-
 TEST_F(QVFontDiagnoseTest, CollectionBuiltWithFontToolsAndItsDamage)
 {
     const QString ttc = fontTools("DejaVu.ttc",

@@ -10,9 +10,7 @@
 
 #include <QCryptographicHash>
 #include <QDataStream>
-#include <QProcess>
 #include <QRegularExpression>
-#include <QtConcurrent>
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -305,32 +303,6 @@ TEST_F(QVResourceForkTest, MissingPlainAndDamagedForksAreErrorsAndNeverReplaced)
     EXPECT_EQ(fork.openResourceFile(QVPermission::ReadWrite, path(QString(1025, 'n'))), 0);
 }
 
-TEST_F(QVResourceForkTest, AForkOpenForWritingIsLockedAcrossProcesses)
-{
-    const QString file = path("shared");
-    ASSERT_EQ(fork.createNewResourceFileAtPath(file, qvFourCC("DMOV"), qvFourCC("FFIL")), 0);
-    auto sharedLockFree = [&] { return runTool("flock", { "-n", "-s", file, "true" }).exitCode == 0; };
-    const qint16 ref = fork.openResourceFile(QVPermission::ReadWrite, file);
-    ASSERT_GE(ref, 1);
-    EXPECT_FALSE(sharedLockFree());
-    fork.closeResourceFile(ref);
-    EXPECT_TRUE(sharedLockFree());
-    // Another process holds it for writing: -49, read-only or not.
-    QProcess holder;
-    holder.start("/usr/bin/python3",
-        { "-c",
-            "import "
-            "fcntl,sys,time\nf=open(sys.argv[1])\nfcntl.flock(f,fcntl.LOCK_EX)\nprint(1,flush=True)\ntime."
-            "sleep(30)",
-            file });
-    ASSERT_TRUE(holder.waitForReadyRead(10000));
-    expectOpenFails(file, QVResourceError::OpenForWriting);
-    EXPECT_FALSE(fork.hasResourceFork(file));
-    holder.kill();
-    holder.waitForFinished();
-    EXPECT_TRUE(fork.hasResourceFork(file));
-}
-
 TEST_F(QVResourceForkTest, NamesFromStyleTables)
 {
     // A style table (at 60) naming plain by the base name, bold by suffix 4, italic by 5 and 4.
@@ -458,38 +430,6 @@ TEST(QVResourceFile, DamagedMapsAreRefusedAndBadDataIsMarked)
         = { rsrc("sfnt", 1, QByteArray(QVResourceFile::kMaxDataArea, 'x')), rsrc("sfnt", 2, "tail") };
     EXPECT_TRUE(huge.serialize(&error).isEmpty());
     EXPECT_EQ(error, QVResourceError::WritingPastEnd);
-}
-
-TEST(QVResourceFile, TheLayerIsSafeFromSeveralThreads)
-{
-    QVTestHome home;
-    QStringList files;
-    for (int i = 0; i < 4; ++i) {
-        QList<QVResourceFile::Entry> entries;
-        for (int r = 0; r < 20; ++r)
-            entries << rsrc("POST", qint16(501 + r), QByteArray(100 + r, char('A' + i)));
-        files << home.writeFile(QStringLiteral("f%1").arg(i), {});
-        ASSERT_EQ(FS::writeResourceFork(files.last(), forkOf(entries), FS::Place::AppleDouble), 0);
-    }
-    // Each worker holds the lock across its whole examination, as the examiner does.
-    const QList<int> sums = QtConcurrent::blockingMapped(files, [](const QString &path) {
-        int total = 0;
-        for (int round = 0; round < 25; ++round) {
-            std::lock_guard guard(QVResouceFork::lock());
-            QVResouceFork fork;
-            const qint16 ref = fork.openResourceFile(QVPermission::Read, path);
-            if (ref < 1)
-                return -1;
-            for (const QVResourceHandle &h : fork.getResourcesOfType(qvFourCC("POST"), ref))
-                total += int(h->data.size()) + fork.memoryHandler->Handle_ReadPString(h, 0)[0];
-            fork.closeResourceFile(ref);
-        }
-        return total;
-    });
-    // 25 rounds of 20 resources of 100..119 bytes whose first byte is 'A' + i.
-    for (int i = 0; i < sums.size(); ++i)
-        EXPECT_EQ(sums.at(i), 25 * (2190 + 20 * (65 + i))) << i;
-    EXPECT_TRUE(RM::openFiles().isEmpty());
 }
 
 TEST(QVMemoryHandler, ReadsAndWritesStayInsideTheData)

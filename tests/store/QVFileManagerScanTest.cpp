@@ -1,8 +1,7 @@
-// The scan: a real tree walked in byte order of names, what counts as a font file, cancelling and pausing
-// mid-walk, and the folders it keeps private.
+// The scan: a real tree walked in byte order of names, what counts as a font file, and the folders it keeps
+// private.
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
-#include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
@@ -11,15 +10,10 @@
 #include "store/QVQuarantineStore.h"
 #include "store/QVReportStore.h"
 #include "support/QVFixtures.h"
-#include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
 
-#include <QDBusConnection>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
-#include <QMutex>
-#include <QWaitCondition>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -28,58 +22,19 @@ using namespace QVFixtures;
 namespace
 {
 
-// Every examined path, in order; when holdAt names a file, the walk stops inside its examination until
-// released.
-struct Record {
-    QMutex mutex;
-    QWaitCondition changed;
-    QStringList examined;
-    QString holdAt;
-    bool holding = false, released = false;
-
-    bool waitUntilHolding()
-    {
-        QMutexLocker locker(&mutex);
-        QDeadlineTimer deadline(20000);
-        while (!holding && changed.wait(&mutex, deadline)) { }
-        return holding;
-    }
-    void release()
-    {
-        QMutexLocker locker(&mutex);
-        released = true;
-        changed.wakeAll();
-    }
-};
-
+// Stands in for the examiner: one record per file, so the walk alone is tested.
 class RecordingExaminer final : public QVFontExaminer
 {
 public:
-    explicit RecordingExaminer(std::shared_ptr<Record> record)
-        : m_record(std::move(record))
-    {
-    }
     void initialize() override { m_statuses.clear(); }
     void setDoActivation(bool) override { }
-    void examineFont(const QString &path) override
-    {
-        QMutexLocker locker(&m_record->mutex);
-        m_record->examined.append(path);
-        if (!m_record->holdAt.isEmpty() && path.endsWith(m_record->holdAt)) {
-            m_record->holding = true;
-            m_record->changed.wakeAll();
-            while (!m_record->released)
-                m_record->changed.wait(&m_record->mutex);
-        }
-        m_statuses.append(std::make_shared<QVStatus>());
-    }
+    void examineFont(const QString &) override { m_statuses.append(std::make_shared<QVStatus>()); }
     QList<QVStatusPtr> fontStatusArray() const override { return m_statuses; }
     void finalize() override { }
     bool hasResourceFork(const QString &) override { return false; }
     QString quotedTypeCode(const QString &) override { return QString(""); }
 
 private:
-    std::shared_ptr<Record> m_record;
     QList<QVStatusPtr> m_statuses;
 };
 
@@ -101,17 +56,10 @@ protected:
             paths << QDir(root()).relativeFilePath(item->URL);
         return paths;
     }
-    void start(const QStringList &folders)
-    {
-        fileMgr->scanFolders(folders, [this](QVFileManager *manager) {
-            completions.fetchAndAddOrdered(1);
-            completedWith = manager;
-        });
-    }
     // Starts a scan and waits for its first "kScanFolderComplete".
     bool scanAndWait(const QStringList &folders)
     {
-        start(folders);
+        fileMgr->scanFolders(folders, [](QVFileManager *) { });
         const bool posted = waitFor([this] { return !statuses.isEmpty(); });
         fileMgr->findFontsGlobalQueue()->waitUntilAllOperationsAreFinished(20000);
         return posted;
@@ -122,18 +70,11 @@ protected:
             copyFont(relative.endsWith(".pfb") ? kC059ItalicPfb : kDejaVuSans,
                 QFileInfo(root() + "/" + relative).path(), QFileInfo(relative).fileName());
     }
-    static void spin(int milliseconds)
-    {
-        waitFor([] { return false; }, milliseconds);
-    }
 
     QVTestHome home;
-    std::shared_ptr<Record> record = std::make_shared<Record>();
-    QVFontDataManager dataMgr { std::make_unique<RecordingExaminer>(record) };
+    QVFontDataManager dataMgr { std::make_unique<RecordingExaminer>() };
     std::unique_ptr<QVFileManager> fileMgr = std::make_unique<QVFileManager>(&dataMgr);
     QStringList statuses;
-    QAtomicInt completions = 0;
-    QVFileManager *completedWith = nullptr;
     QObject context;
 };
 
@@ -166,51 +107,7 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
         = { ".hiddenFolder/Deep.otf", "Font.TTF", "Invisible.ttf", "Suitcase", "Zapf.ttf", "_under.ttf",
               "a.pfb", "b/c.ttf", "b/d/e.otf", "bb.ttf", ligature, fraktur, "Outside.ttf" };
     EXPECT_EQ(found(), expected);
-    EXPECT_EQ(record->examined.size(), expected.size());
     EXPECT_EQ(statuses, QStringList { "success" });
-    EXPECT_EQ(completions.loadAcquire(), 1);
-    EXPECT_EQ(completedWith, fileMgr.get());
-    EXPECT_FALSE(fileMgr->isFindingFonts());
-    for (qsizetype i = 0; i < dataMgr.fontFileItems.size(); ++i)
-        EXPECT_EQ(dataMgr.fontFileItems.at(i)->fontStatusArray.value(0)->index, i);
-    // Half a second after the end the bar and label are cleared.
-    EXPECT_TRUE(waitFor(
-        [this] { return fileMgr->progress()->value() == 0 && fileMgr->progress()->label().isEmpty(); }));
-    // The same tree scanned again is numbered the same way.
-    statuses.clear();
-    ASSERT_TRUE(scanAndWait({ root() }));
-    EXPECT_EQ(found(), expected);
-    EXPECT_EQ(dataMgr.fontFileItems.last()->fontStatusArray.value(0)->index, expected.size() - 1);
-}
-
-TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
-{
-    if (!QDBusConnection::sessionBus().isConnected())
-        GTEST_SKIP() << "no session bus: run under dbus-run-session (scripts/test.sh does)";
-    struct Heard final {
-        void gotResponse(const QString &response, const QString &sender, const QVariantMap &options)
-        {
-            lines << response + " " + sender;
-            date = options.value(QStringLiteral("kPayloadOptions")).toDateTime();
-        }
-        QStringList lines;
-        QDateTime date;
-    } byHandler, byScheduler;
-    const QString app = QString::fromLatin1(QVSettings::kBundleIdentifier);
-    QVHelperCommunications application(app);
-    QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
-    QVHelperCommunications scheduler(QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier));
-    qvtest::listen(handler, byHandler);
-    qvtest::listen(scheduler, byScheduler);
-    fileMgr->setHelperCommunications(&application);
-    fonts({ "a.ttf" });
-    const QDateTime before = QDateTime::currentDateTimeUtc().addMSecs(-1);
-    ASSERT_TRUE(scanAndWait({ root() }));
-    ASSERT_TRUE(waitFor([&] { return !byHandler.lines.isEmpty() && !byScheduler.lines.isEmpty(); }));
-    EXPECT_EQ(byHandler.lines, QStringList { "kResponse_ScanFonts_Start " + app });
-    EXPECT_EQ(byScheduler.lines, byHandler.lines);
-    EXPECT_GE(byHandler.date, before);
-    EXPECT_LE(byHandler.date, QDateTime::currentDateTimeUtc());
 }
 
 TEST(QVFileManagerRules, FontFilesByExtensionContentAndHfsType)
