@@ -147,7 +147,6 @@ TEST_F(QVDiagnosisRunTest, RunWithProblemsRecordsTheOutcomeAndOpensTheResolution
     for (const QVProblemFontPtr &entry : delegate.presented[0])
         types << entry->diagnosisType;
     EXPECT_EQ(types, (QList<int> { 3, 2, 1, 0 }));
-
 }
 
 TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperWithOrWithoutItsChannelAndQuitsWhenAsked)

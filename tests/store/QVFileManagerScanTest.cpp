@@ -3,8 +3,6 @@
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "settings/QVNotificationCenter.h"
-#include "settings/QVSettings.h"
-#include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
 #include "store/QVQuarantineStore.h"
@@ -59,7 +57,7 @@ protected:
     // Starts a scan and waits for its first "kScanFolderComplete".
     bool scanAndWait(const QStringList &folders)
     {
-        fileMgr->scanFolders(folders, [](QVFileManager *) { });
+        fileMgr->scanFolders(folders, [](QVFileManager *) {});
         const bool posted = waitFor([this] { return !statuses.isEmpty(); });
         fileMgr->findFontsGlobalQueue()->waitUntilAllOperationsAreFinished(20000);
         return posted;
