@@ -4,6 +4,7 @@
 #include "engine/QVFontConstants.h"
 #include "organizer/QVOrganizerFixtures.h"
 #include "platform/QVWriteFault.h"
+#include "settings/QVProgress.h"
 #include "store/QVOperationQueue.h"
 #include "support/QVPackageLists.h"
 
