@@ -159,7 +159,6 @@ TEST_F(CliTest, ExamineGivesRecordsOfSoundAndDamagedFilesAndExitCodes)
     EXPECT_TRUE(root["foundProblemFonts"].toBool());
     const QJsonArray files = root["fontFiles"].toArray();
     ASSERT_EQ(files.size(), 3);
-    EXPECT_EQ(keys(files[0]), "URL fontFileType fontStatusArray macTypeCode");
     EXPECT_EQ(files[0]["URL"].toString() + " " + files[1]["URL"].toString(),
         kDejaVuSans + " " + home.path() + "/Kern.ttf");
     const QJsonValue sound = files[0]["fontStatusArray"][0], kern = files[1]["fontStatusArray"][0];
@@ -168,9 +167,6 @@ TEST_F(CliTest, ExamineGivesRecordsOfSoundAndDamagedFilesAndExitCodes)
         "DejaVu Sans/DejaVuSans/Bitstream");
     EXPECT_EQ(sound["fontType"].toInt(), 3);
     EXPECT_TRUE(sound["trueTypeFontName"].isNull());
-    for (const char *flag : { "movedToQuarantine", "movedSisterToQuarantine", "movedToLibrary",
-             "movedSisterToLibrary", "copiedToLibrary", "copiedSisterToLibrary" })
-        EXPECT_TRUE(sound[QLatin1String(flag)].isBool()) << flag;
     EXPECT_EQ(kern["index"].toInt(), 1);
     EXPECT_EQ(QJsonArray({ kern["fontErrors"], kern["fontErrorsInfo"], kern["fixedErrors"] }),
         QJsonArray({ QJsonArray { 0 }, QJsonArray { "Bad Table Data" }, QJsonArray { false } }));

@@ -1,5 +1,4 @@
-// The resolution on files: each repair, duplicate groups, the sweeps, cancel,
-// fonts it must not touch, and a quarantine that can no longer record moves.
+// The resolution on files: each repair, duplicate groups, the sweeps, and fonts it must not touch.
 #include "diagnosis/QVDiagnosisResolution.h"
 
 #include "QVDiagnosisFixtures.h"
@@ -7,20 +6,13 @@
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceFile.h"
 #include "platform/QVForkStorage.h"
-#include "platform/QVJournalFile.h"
-#include "platform/QVWriteFault.h"
-#include "settings/QVNotificationCenter.h"
-#include "settings/QVProgress.h"
-#include "settings/QVSettings.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
 #include "support/QVFixtures.h"
 #include "support/QVPackageLists.h"
 #include "support/QVTestHome.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
-#include <QSignalSpy>
 #include <gtest/gtest.h>
 
 namespace
@@ -232,81 +224,4 @@ TEST_F(ResolutionTest, SweepsRunInCheckedOrderAndLeaveUncheckedRowsAlone)
     EXPECT_EQ(names, (QStringList { "F2.otf", "F0.otf" }));
     EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/F1.otf") && QFileInfo::exists(home.path() + "/f/D.otf"));
     EXPECT_FALSE(resolution.canResolve());
-}
-
-TEST_F(ResolutionTest, CancellingKeepsWhatWasDoneAndTheRemainingRows)
-{
-    const QList<QVProblemFontPtr> entries = damagedFonts(home, 11);
-    resolution.setProblemFontsArray(entries);
-    QVProgress progress;
-    resolution.progress = &progress;
-    QObject::connect(&progress, &QVProgress::changed, [&]() {
-        // The step is 100 / (2 x 11); cancel once three quarantine rows began.
-        if (progress.value() > 13.9 * 100.0 / 22 && progress.value() < 99)
-            resolution.cancelRequested = true;
-    });
-    const auto outcome = resolution.resolveIssues();
-    EXPECT_TRUE(outcome.cancelled && resolution.showCloseWarning);
-    EXPECT_EQ(outcome.quarantinedRows.size(), 3);
-    EXPECT_EQ(outcome.removedRows, (QList<int> { 0, 1, 2 }));
-    EXPECT_EQ(resolution.rowArray.size(), 8);
-    EXPECT_EQ(resolution.rowArray.first()->row, 0);
-    EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 3);
-    EXPECT_TRUE(QFileInfo::exists(entries.at(3)->fontFile->URL));
-}
-
-TEST_F(ResolutionTest, EndingTheDiagnosisAsksForTheReportAndAnswersTheHelper)
-{
-    QVSettings settings;
-    settings.registerUserPreferences();
-    settings.setAutomaticallySaveReports(true);
-    settings.setLastScanType("AutoScan");
-    const QDateTime when(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC);
-    settings.setLastAutoScanDate(when);
-    QSignalSpy reports(&resolution, &QVDiagnosisResolution::reportRequested);
-    QSignalSpy texts(&resolution, &QVDiagnosisResolution::scanViewTextChanged);
-    QSignalSpy answers(&resolution, &QVDiagnosisResolution::helperResponse);
-    QSignalSpy ends(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kEndDiagnosisAction);
-    resolution.endDiagnosis();
-    QCoreApplication::processEvents();
-    EXPECT_EQ(reports.size(), 1);
-    EXPECT_TRUE(texts.isEmpty());
-    ASSERT_EQ(answers.size(), 1);
-    EXPECT_EQ(answers[0][0].toString(), "kResponse_ScanFonts_Complete");
-    EXPECT_EQ(answers[0][1].toMap().value("kPayloadOptions").toDateTime(), when);
-    EXPECT_EQ(ends.size(), 1);
-
-    // A manual scan that organizes next: no report yet, no answer.
-    settings.setOrganizeFonts(true);
-    settings.setLastScanType("Manual Scan");
-    resolution.endDiagnosis();
-    EXPECT_EQ(reports.size(), 1);
-    EXPECT_EQ(answers.size(), 1);
-    EXPECT_EQ(texts.size(), 1);
-}
-
-TEST_F(ResolutionTest, AMoveIsRecordedFirstAndARecordThatFailsStopsTheRun)
-{
-    const QList<QVProblemFontPtr> entries = damagedFonts(home, 3);
-    resolution.setProblemFontsArray(entries);
-    // One row's moves recorded at a time, each before it happens.
-    resolution.planBatch = 1;
-    int journalled = -1;
-    store.movedHook
-        = [&](const QString &) { journalled = int(QVJournalFile::readLines(store.journalPath()).size()); };
-    // Moves within one file system write nothing: the second write is the
-    // second font's record, and the disk is full from there on.
-    QVWriteFault::failWrite(2);
-    const auto outcome = resolution.resolveIssues();
-    QVWriteFault::clear();
-    EXPECT_EQ(journalled, 1);
-    EXPECT_TRUE(outcome.error.contains("No space left on device")) << qPrintable(outcome.error);
-    EXPECT_TRUE(outcome.cancelled);
-    EXPECT_TRUE(entries.at(0)->fontStatus->movedToQuarantine);
-    EXPECT_TRUE(
-        QFileInfo::exists(entries.at(1)->fontFile->URL) && QFileInfo::exists(entries.at(2)->fontFile->URL));
-    EXPECT_TRUE(entries.at(2)->fontStatus->movedToQuarantineErrorInfo.isEmpty()); // never tried
-    EXPECT_EQ(store.qv_total_quarantined, 1);
-    // The index could not be written either; the journal keeps the move.
-    EXPECT_EQ(QVQuarantineStore().quarantinedFilesDataArray.size(), 1);
 }

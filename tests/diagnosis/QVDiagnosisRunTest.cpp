@@ -1,8 +1,7 @@
 // The diagnosis run as the view drives it: what the end records, cancelling,
-// the auto-scan answer, the settings text, the command line's summary.
+// the auto-scan answer.
 #include "QVDiagnosisFixtures.h"
 #include "diagnosis/QVDiagnosis.h"
-#include "diagnosis/QVDiagnosisSummary.h"
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
@@ -13,7 +12,6 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -117,17 +115,6 @@ protected:
 
 } // namespace
 
-TEST_F(QVDiagnosisRunTest, NoFontFilesShowsTheFontsNotFoundSheetAndRunsNoPass)
-{
-    view->diagnoseFonts();
-    ASSERT_EQ(delegate.alerts.size(), 1);
-    EXPECT_EQ(delegate.alerts[0].value(0), "Fonts Not Found");
-    EXPECT_TRUE(delegate.interfaceEnabled && view->isShowingDoneButton());
-    EXPECT_FALSE(view->isDiagnosingFonts());
-    QTest::qWait(50);
-    EXPECT_TRUE(finished->isEmpty());
-}
-
 TEST_F(QVDiagnosisRunTest, RunWithProblemsRecordsTheOutcomeAndOpensTheResolutionWindow)
 {
     addOneProblemOfEachKind();
@@ -160,16 +147,6 @@ TEST_F(QVDiagnosisRunTest, RunWithProblemsRecordsTheOutcomeAndOpensTheResolution
     for (const QVProblemFontPtr &entry : delegate.presented[0])
         types << entry->diagnosisType;
     EXPECT_EQ(types, (QList<int> { 3, 2, 1, 0 }));
-
-    // The command line's summary lists the same, the copy under its group.
-    const QJsonObject json = QVDiagnosisSummary::toJson(*diagnosis);
-    EXPECT_EQ(
-        json["problemFonts"][0]["duplicatesArray"][0]["fontFile"], library.dataMgr.fontFileItems[0]->URL);
-    const QString text = QVDiagnosisSummary::toText(*diagnosis);
-    for (const QVFontFilePtr &file : std::as_const(library.dataMgr.fontFileItems))
-        EXPECT_EQ(text.count(file->URL), 1) << qPrintable(text);
-    EXPECT_TRUE(text.contains("copy: DejaVuSans (Plain) [0]  " + library.dataMgr.fontFileItems[0]->URL))
-        << qPrintable(text);
 }
 
 TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperWithOrWithoutItsChannelAndQuitsWhenAsked)
@@ -214,21 +191,6 @@ TEST_F(QVDiagnosisRunTest, CleanAutoScanAnswersTheHelperWithOrWithoutItsChannelA
     EXPECT_EQ(delegate.responses.size(), 1);
 }
 
-TEST_F(QVDiagnosisRunTest, OnlyTheChosenPassesRunAndTheOverallBarStepsByEach)
-{
-    addOneProblemOfEachKind();
-    diagnosis->settings()->setDiagnoseFileStructure(false);
-    diagnosis->settings()->setFindDuplicateFonts(false);
-    diagnosis->settings()->setFindOrpanedFonts(true);
-    QList<double> values;
-    QObject::connect(diagnosis->overallProgress(), &QVProgress::changed, &receiver,
-        [&] { values << diagnosis->overallProgress()->value(); });
-    ASSERT_TRUE(run());
-    EXPECT_TRUE(values.contains(50.0) && values.contains(100.0));
-    EXPECT_EQ(diagnosis->fileStructureProblemCount() + diagnosis->duplicateProblemCount(), 0);
-    EXPECT_EQ(diagnosis->totalFontProblems(), 2);
-}
-
 TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
 {
     // Enough damaged fonts that the structure pass still walks when cancelled.
@@ -253,44 +215,6 @@ TEST_F(QVDiagnosisRunTest, CancellingMidRunEndsWithoutTheResolutionWindow)
     EXPECT_LT(diagnosis->fileStructureProblemCount(), 3000);
     EXPECT_FALSE(view->isReportButtonEnabled() || !delegate.presented.isEmpty());
     EXPECT_EQ(QVSettings().lastScanProblemCount(), QString::number(diagnosis->fileStructureProblemCount()));
-}
-
-TEST_F(QVDiagnosisRunTest, CancelButtonAsksFirstAndCancelsOnTheSecondButton)
-{
-    addOneProblemOfEachKind();
-    diagnosis->settings()->setFindDuplicateFonts(false);
-    diagnosis->settings()->setFindOrpanedFonts(false);
-    view->diagnoseFonts();
-
-    // The pass may well be done already; the answer is what counts.
-    view->cancelButtonAction();
-    view->cancelButtonAction(); // one sheet at a time
-    ASSERT_EQ(delegate.alerts.size(), 1);
-    view->modalEnded(1000, delegate.alerts[0][2]); // Continue
-    EXPECT_FALSE(diagnosis->doCancel());
-    view->cancelButtonAction();
-    view->modalEnded(1001, delegate.alerts.last()[2]); // Cancel
-    EXPECT_TRUE(diagnosis->doCancel());
-    EXPECT_FALSE(view->isCancelButtonEnabled());
-    ASSERT_TRUE(run(false));
-    EXPECT_TRUE(view->isShowingDoneButton() && view->isCancelButtonEnabled());
-    EXPECT_TRUE(delegate.presented.isEmpty());
-}
-
-TEST_F(QVDiagnosisRunTest, SettingsStartTextNamesTheScanThePassesAndTheFolders)
-{
-    diagnosis->setManualScanFolders({ "/srv/fonts", "/home/ann/Fonts" });
-    diagnosis->settings()->setOrganizeFonts(true);
-    EXPECT_EQ(view->getSettingsStartText(),
-        QStringLiteral("Scan Type: Manual Scan & Organize\n\nCurrent Diagnosis Settings:\n"
-                       "Diagnose Corrupt Fonts, Duplicate Fonts, Orphaned Fonts\n\n"
-                       "Scanned Folders:\n/srv/fonts\n/home/ann/Fonts\n"));
-    // An auto-scan looks in the font folders.
-    diagnosis->settings()->setLastScanType("AutoScan");
-    diagnosis->settings()->setFontFolderPaths({ "/usr/share/fonts/" });
-    const QString text = view->getSettingsStartText();
-    EXPECT_TRUE(text.startsWith("Scan Type: AutoScan\n") && text.endsWith("Folders:\n/usr/share/fonts/\n"))
-        << qPrintable(text);
 }
 
 TEST_F(QVDiagnosisRunTest, ListIsTheSameWhicheverPassFindsAFontFirst)

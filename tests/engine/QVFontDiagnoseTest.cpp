@@ -2,7 +2,6 @@
 #include "engine/QVFontDiagnose.h"
 
 #include "engine/QVFontConstants.h"
-#include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVResourceManager.h"
 #include "support/QVFixtures.h"
@@ -164,23 +163,6 @@ TEST_F(QVFontDiagnoseTest, RealTrueTypeAndOpenTypeFonts)
         row(roman.statuses[0]) + r.familyName + '/' + r.fontFoundry, "5 0 0|P052-Roman|P052-Roman|P052/URW");
 }
 
-TEST_F(QVFontDiagnoseTest, EmptyTruncatedAndUnreadableFiles)
-{
-    EXPECT_EQ(examine(file("Empty.otf", "")).rows(), QStringList { "5 0 0|Empty.otf|<none>|" + kBad });
-    // Cut inside the table directory: the naming table cannot be reached.
-    const Result cut = examine(file("Cut.ttf", readFile(kDejaVuSans).left(100)));
-    EXPECT_EQ(cut.result, 1);
-    EXPECT_EQ(cut.rows(), QStringList { "3 0 0|Cut.ttf|Cut.ttf|" + kBad }); // the file name stands in
-    // An unreadable file is still represented, with the read error.
-    const QString locked = file("Locked.ttf", readFile(kDejaVuSans));
-    QFile::setPermissions(locked, QFileDevice::Permissions());
-    if (!QFile(locked).open(QIODevice::ReadOnly)) {
-        const Result unreadable = examine(locked);
-        EXPECT_NE(unreadable.result, 0);
-        EXPECT_TRUE(unreadable.errors().startsWith("File Error (")) << qPrintable(unreadable.errors());
-    }
-}
-
 TEST_F(QVFontDiagnoseTest, OnlyTheKernChecksumDecides)
 {
     // Sets the stored checksum of an SFNT table; false when the tag is absent.
@@ -225,21 +207,6 @@ TEST_F(QVFontDiagnoseTest, NamesAndFallbacksOfNamingTablesFromFontTools)
     EXPECT_EQ(
         examine(file("EmptyFamily.ttf", font("0000"))).rows(), QStringList { "3 0 0|Full|EmptyFamily.ttf|" });
     EXPECT_EQ(examine(file("CutFamily.ttf", font("0004"))).errors(), kBad);
-}
-
-TEST_F(QVFontDiagnoseTest, TheExtensionOrTheHfsTypeChoosesTheExamination)
-{
-    const QString sfnt = "3 0 0|DejaVu Sans|DejaVuSans|";
-    EXPECT_TRUE(examine(copyFont(kDejaVuSans, home.path(), "NoExtension")).statuses.isEmpty());
-    EXPECT_EQ(examiner.quotedTypeCode(typed("Typed", "sfnt")), "'sfnt'");
-    EXPECT_EQ(examine(home.path() + "/Typed").rows(), QStringList { sfnt });
-    // "ttf" with type FFIL but no fork is still an SFNT file; other types examine nothing.
-    const QString ffil = typed("Ffil.ttf", "FFIL");
-    EXPECT_FALSE(examiner.hasResourceFork(ffil));
-    EXPECT_EQ(examine(ffil).rows(), QStringList { sfnt });
-    EXPECT_TRUE(examine(typed("Text", "TEXT")).statuses.isEmpty());
-    // A suitcase named like a TrueType file is a suitcase.
-    EXPECT_EQ(examine(suitcase("Suitcase.ttf")).rows().value(0), "0 10 2861|DejaVu Sans|DejaVuSans|");
 }
 
 TEST_F(QVFontDiagnoseTest, CollectionBuiltWithFontToolsAndItsDamage)
@@ -458,37 +425,4 @@ TEST_F(QVFontDiagnoseTest, DamagedStrikesAndFamilyRecordsInTheWalk)
         EXPECT_EQ(result.statuses.last()->fontErrorsInfo, QStringList { family.lastErrors }) << family.name;
         EXPECT_EQ(result.statuses.last()->fontID, 2861) << family.name;
     }
-}
-
-TEST_F(QVFontDiagnoseTest, MultipleMasterFamilySkippedUnlessAsked)
-{
-    const QString path = suitcase("MM Family", false);
-    ASSERT_TRUE(edit(path, "FOND", 2861,
-        [](QByteArray &f) { return addStyleTable(f, QByteArray("DejaVuSansMM_400_\0", 18)); }));
-    EXPECT_TRUE(examine(path).statuses.isEmpty());
-    examiner.initialize(); // which clears the choice
-    examiner.doDiagnoseMM = true;
-    examiner.examineFont(path);
-    ASSERT_EQ(examiner.fontStatusArray().size(), 3);
-    EXPECT_EQ(examiner.fontStatusArray().first()->PSname, "DejaVuSansMM");
-    examiner.finalize();
-}
-
-TEST_F(QVFontDiagnoseTest, DataManagerNumbersEveryFontAcrossFiles)
-{
-    QVFontDataManager dataMgr;
-    const QVFontFilePtr sfnt = dataMgr.addFontFileItem(kDejaVuSans),
-                        withFork = dataMgr.addFontFileItem(suitcase());
-    EXPECT_EQ(QStringLiteral("%1 '%2' %3 '%4'")
-                  .arg(sfnt->fontFileType)
-                  .arg(sfnt->macTypeCode)
-                  .arg(withFork->fontFileType)
-                  .arg(withFork->macTypeCode),
-        "1 '' 0 'FFIL'");
-    ASSERT_EQ(withFork->fontStatusArray.size(), 3);
-    EXPECT_EQ(dataMgr.totalFonts, 4u);
-    EXPECT_EQ(withFork->fontStatusArray.last()->index, 3);
-    EXPECT_FALSE(dataMgr.foundProblemFonts);
-    dataMgr.removeFontFileItem(sfnt);
-    EXPECT_EQ(dataMgr.totalFonts, 3u);
 }

@@ -8,15 +8,11 @@
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
-#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDataStream>
-#include <QProcess>
 #include <QRegularExpression>
-#include <QtConcurrent>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 using namespace QVFixtures;
 using FS = QVForkStorage;
@@ -307,113 +303,8 @@ TEST_F(QVResourceForkTest, MissingPlainAndDamagedForksAreErrorsAndNeverReplaced)
     EXPECT_EQ(fork.openResourceFile(QVPermission::ReadWrite, path(QString(1025, 'n'))), 0);
 }
 
-TEST_F(QVResourceForkTest, UnreadableOrUnwritableFilesArePermissionErrors)
+TEST_F(QVResourceForkTest, NamesFromStyleTables)
 {
-    if (::geteuid() == 0) {
-        // Root is refused nothing: this very test runs again as nobody.
-        const ToolRun child = runTool("setpriv",
-            { "--reuid=65534", "--regid=65534", "--clear-groups", "--",
-                QCoreApplication::applicationFilePath(),
-                "--gtest_filter=QVResourceForkTest.UnreadableOrUnwritableFilesArePermissionErrors" });
-        EXPECT_EQ(child.exitCode, 0) << child.out.constData() << child.err.constData();
-        EXPECT_TRUE(child.out.contains("[  PASSED  ] 1 test.") && !child.out.contains("SKIPPED"))
-            << child.out.constData();
-        return;
-    }
-    const QString locked = home.writeFile("locked", {}), sidecar = FS::sidecarPath(locked);
-    ASSERT_EQ(fork.createNewResourceFileAtPath(locked, 0, 0), 0);
-    QFile::setPermissions(locked, QFileDevice::ReadOwner);
-    EXPECT_EQ(openError(locked, QVPermission::ReadWrite), QVResourceError::Permission);
-    QFile::setPermissions(locked, QFileDevice::WriteOwner);
-    EXPECT_EQ(openError(locked), QVResourceError::Permission);
-    EXPECT_FALSE(fork.hasResourceFork(locked));
-    // A readable file whose sidecar cannot be read has a fork we may not see.
-    QFile::setPermissions(locked, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QFile::setPermissions(sidecar, QFileDevice::WriteOwner);
-    EXPECT_EQ(openError(locked), QVResourceError::Permission);
-    EXPECT_EQ(fork.finderInfoFlags(locked), 0);
-    QFile::setPermissions(sidecar, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    EXPECT_EQ(openError(locked), 1);
-}
-
-TEST_F(QVResourceForkTest, WritingCreatesAForkAndChangedHandlesAreWrittenOnClose)
-{
-    const QString file = home.writeFile("bare", "bytes");
-    qint16 ref = fork.openResourceFile(QVPermission::ReadWrite, file);
-    ASSERT_GE(ref, 1);
-    EXPECT_EQ(FS::resourceForkPlace(file), FS::Place::AppleDouble);
-    EXPECT_EQ(readFile(file), QByteArray("bytes"));
-    QVResourceHandle h = newHandleFromBytes(QByteArray(60, 'a'));
-    EXPECT_EQ(fork.addResource(h, kFOND, 1, "漢"), -1); // no Mac Roman form
-    EXPECT_EQ(fork.addResource(h, kFOND, 1, "F"), 0);
-    // A handle that belongs to a file cannot be added twice without detaching.
-    EXPECT_EQ(RM::addResource(h, kFOND, 2, "x"), QVResourceError::AddResFailed);
-    fork.closeResourceFile(ref);
-
-    ref = fork.openResourceFile(QVPermission::ReadWrite, file);
-    h = fork.getResourceOfID(1, kFOND, ref);
-    ASSERT_TRUE(h);
-    ASSERT_TRUE(RM::setHandleSize(h, 66));
-    fork.memoryHandler->Handle_WriteShort(h, 64, 0x1234);
-    EXPECT_EQ(RM::changedResource(h), 0);
-    fork.releaseResource(h); // a changed resource is not let go unwritten
-    EXPECT_EQ(fork.resourceError(), QVResourceError::ResAttrErr);
-    fork.closeResourceFile(ref);
-
-    ref = fork.openResourceFile(QVPermission::Read, file);
-    h = fork.getResourceOfID(1, kFOND, ref);
-    ASSERT_TRUE(h);
-    EXPECT_EQ(h->data.size(), 66);
-    EXPECT_EQ(fork.memoryHandler->Handle_ReadUnsignedShort(h, 64), 0x1234);
-    EXPECT_EQ(fork.getResourceInfo(h).value("name").toString(), "F");
-    // Read-only files refuse changes; a size below zero is refused.
-    EXPECT_EQ(RM::removeResource(h), QVResourceError::RmvResFailed);
-    EXPECT_EQ(RM::changedResource(h), QVResourceError::WritePermissionErr);
-    EXPECT_FALSE(RM::setHandleSize(h, -1));
-    EXPECT_NE(RM::memError(), 0);
-}
-
-TEST_F(QVResourceForkTest, AForkOpenForWritingIsLockedAcrossProcesses)
-{
-    const QString file = path("shared");
-    ASSERT_EQ(fork.createNewResourceFileAtPath(file, qvFourCC("DMOV"), qvFourCC("FFIL")), 0);
-    auto sharedLockFree = [&] { return runTool("flock", { "-n", "-s", file, "true" }).exitCode == 0; };
-    const qint16 ref = fork.openResourceFile(QVPermission::ReadWrite, file);
-    ASSERT_GE(ref, 1);
-    EXPECT_FALSE(sharedLockFree());
-    fork.closeResourceFile(ref);
-    EXPECT_TRUE(sharedLockFree());
-    // Another process holds it for writing: -49, read-only or not.
-    QProcess holder;
-    holder.start("/usr/bin/python3",
-        { "-c",
-            "import "
-            "fcntl,sys,time\nf=open(sys.argv[1])\nfcntl.flock(f,fcntl.LOCK_EX)\nprint(1,flush=True)\ntime."
-            "sleep(30)",
-            file });
-    ASSERT_TRUE(holder.waitForReadyRead(10000));
-    expectOpenFails(file, QVResourceError::OpenForWriting);
-    EXPECT_FALSE(fork.hasResourceFork(file));
-    holder.kill();
-    holder.waitForFinished();
-    EXPECT_TRUE(fork.hasResourceFork(file));
-}
-
-TEST_F(QVResourceForkTest, NamesFromNamingTablesAndStyleTables)
-{
-    // fontTools keeps only the Unicode records: no single-byte name to read.
-    const QString ttf = path("unicode-only.ttf");
-    int status = 0;
-    const QString log
-        = python("import sys\nfrom fontTools.ttLib import TTFont\nf=TTFont(sys.argv[1])\n"
-                 "f['name'].names=[n for n in f['name'].names if n.platformID==3]\nf.save(sys.argv[2])",
-            { kDejaVuSans, ttf }, &status);
-    ASSERT_EQ(status, 0) << qPrintable(log);
-    EXPECT_EQ(fork.getSNFTResourceName(newHandleFromBytes(readFile(ttf)), 4), QString());
-    EXPECT_EQ(fork.getSNFTResourceName(newHandleFromBytes(readFile(kDejaVuSans)), 4), "DejaVu Sans");
-    EXPECT_EQ(fork.getSNFTResourceName(newHandleFromBytes("\0\1\0\0"), 4), QString());
-    EXPECT_EQ(fork.getSNFTResourceName(nullptr, 4), QString());
-
     // A style table (at 60) naming plain by the base name, bold by suffix 4, italic by 5 and 4.
     QByteArray fond(120, '\0');
     fond[27] = 60;
@@ -539,58 +430,6 @@ TEST(QVResourceFile, DamagedMapsAreRefusedAndBadDataIsMarked)
         = { rsrc("sfnt", 1, QByteArray(QVResourceFile::kMaxDataArea, 'x')), rsrc("sfnt", 2, "tail") };
     EXPECT_TRUE(huge.serialize(&error).isEmpty());
     EXPECT_EQ(error, QVResourceError::WritingPastEnd);
-}
-
-TEST(QVResourceFile, BadResourcesFailToLoadWithoutClosingTheFork)
-{
-    QVTestHome home;
-    QByteArray bytes = forkOf(
-        { rsrc("sfnt", 1, "compressed", {}, 0x01), rsrc("sfnt", 2, "plain"), rsrc("sfnt", 3, "moved") });
-    bytes[be32at(bytes, 4) + 30 + 8 + 24 + 5] = char(0x7F); // third reference's data offset
-    QVResouceFork fork;
-    const qint16 ref = fork.openResourceFile(QVPermission::Read, home.writeFile("odd.dfont", bytes));
-    ASSERT_GE(ref, 1);
-    EXPECT_TRUE(fork.getResourceOfID(2, kSfnt, ref));
-    using namespace QVResourceError;
-    for (const auto &[id, error] :
-        { std::pair { 1, CantDecompress }, std::pair { 3, Eof }, std::pair { 4, ResNotFound } }) {
-        EXPECT_FALSE(fork.getResourceOfID(qint16(id), kSfnt, ref)) << id;
-        EXPECT_EQ(fork.resourceError(), error) << id;
-    }
-    EXPECT_EQ(fork.getResourcesOfType(kSfnt, ref).size(), 1); // what cannot load is skipped
-    fork.closeResourceFile(ref);
-}
-
-TEST(QVResourceFile, TheLayerIsSafeFromSeveralThreads)
-{
-    QVTestHome home;
-    QStringList files;
-    for (int i = 0; i < 4; ++i) {
-        QList<QVResourceFile::Entry> entries;
-        for (int r = 0; r < 20; ++r)
-            entries << rsrc("POST", qint16(501 + r), QByteArray(100 + r, char('A' + i)));
-        files << home.writeFile(QStringLiteral("f%1").arg(i), {});
-        ASSERT_EQ(FS::writeResourceFork(files.last(), forkOf(entries), FS::Place::AppleDouble), 0);
-    }
-    // Each worker holds the lock across its whole examination, as the examiner does.
-    const QList<int> sums = QtConcurrent::blockingMapped(files, [](const QString &path) {
-        int total = 0;
-        for (int round = 0; round < 25; ++round) {
-            std::lock_guard guard(QVResouceFork::lock());
-            QVResouceFork fork;
-            const qint16 ref = fork.openResourceFile(QVPermission::Read, path);
-            if (ref < 1)
-                return -1;
-            for (const QVResourceHandle &h : fork.getResourcesOfType(qvFourCC("POST"), ref))
-                total += int(h->data.size()) + fork.memoryHandler->Handle_ReadPString(h, 0)[0];
-            fork.closeResourceFile(ref);
-        }
-        return total;
-    });
-    // 25 rounds of 20 resources of 100..119 bytes whose first byte is 'A' + i.
-    for (int i = 0; i < sums.size(); ++i)
-        EXPECT_EQ(sums.at(i), 25 * (2190 + 20 * (65 + i))) << i;
-    EXPECT_TRUE(RM::openFiles().isEmpty());
 }
 
 TEST(QVMemoryHandler, ReadsAndWritesStayInsideTheData)

@@ -173,19 +173,10 @@ TEST_F(LibraryLayoutTest, NamesFollowTheSettingsAndNeverLeaveNorHideInTheLibrary
         EXPECT_EQ(organizer->suitcaseMemberFileName(file, status), name);
     }
 
-    // A TrueType suitcase member goes by its full name unless it holds the family's.
-    auto member = qvtest::makeStatus(QVFontType::TrueType, "Foo-Bold", 0, "Plain", 0, "Foo");
-    for (const auto &[fileType, fullName, shown] : { std::tuple { 0, "Bar Heavy", "Bar Heavy" },
-             std::tuple { 0, "Foo Bold", "Foo" }, std::tuple { 1, "Bar Heavy", "Foo" } }) {
-        auto file = std::make_shared<QVFontFile>(source + "/Suitcase");
-        file->fontFileType = fileType;
-        member->trueTypeFontName = fullName;
-        EXPECT_EQ(QVFontOrganizer::fontDisplayName(file, member), shown) << fullName;
-    }
-
     // A font's name makes one level inside the library, never hidden, not too long.
     setLevels(false, true, true);
     setNaming(false, true);
+    auto member = qvtest::makeStatus(QVFontType::TrueType, "Foo-Bold", 0, "Plain", 0, "Foo");
     for (const QString &name :
         { QString("../../etc"), QString("._Times"), QString(".."), QString(300, 'x') }) {
         member->fontName = member->familyName = member->trueTypeFontName = name;
@@ -222,27 +213,6 @@ TEST_F(LibraryLayoutTest, OnlyADuplicateMayBeOrganizedAndOneBadSizeKeepsTheFamil
     organizer->createLibrary();
     EXPECT_EQ(filesBelow(library), QStringList({ "Duplicate.ttf" }));
     EXPECT_EQ(organizer->problemFontCount(), 0);
-}
-
-TEST_F(LibraryLayoutTest, ALockedLibraryLeavesEveryFontInPlaceWithItsReason)
-{
-    settings.setCopyFontFiles(false);
-    copyFont(kDejaVuSans, source);
-    nimbusPair(source);
-    const QMap<QString, QString> before = hashesBelow(source);
-    scan();
-    if (!lockFolder(library, true))
-        GTEST_SKIP() << "cannot make a folder refuse changes here";
-    organizer->createLibrary();
-    lockFolder(library, false);
-
-    EXPECT_EQ(hashesBelow(source), before);
-    EXPECT_TRUE(filesBelow(library).isEmpty());
-    EXPECT_GE(organizer->problemFontCount(), 3);
-    // Each says why, the outline that could not follow its bitmap font too.
-    for (const char *name : { "DejaVuSans.ttf", "Nimbus Sans", "NimbuSanReg" })
-        EXPECT_FALSE(statusOf(name)->movedToLibraryErrorInfo.isEmpty()) << name;
-    EXPECT_FALSE(fileOf("DejaVuSans.ttf")->fileMovedToLibrary || statusOf("Nimbus Sans")->copiedOrMoved());
 }
 
 TEST_F(LibraryLayoutTest, APackageFileIsNeverMovedAndItsRefusedMoveLeavesNoFolder)
@@ -297,29 +267,6 @@ TEST_F(OrganizerTest, ARunGoesOnPastAFolderItCannotMakeAndEndsAfterTheLastCopy)
     ASSERT_EQ(organizer->placements().size(), 1);
     EXPECT_EQ(organizer->placements().first().source, source + "/DejaVuSans.ttf");
     EXPECT_TRUE(QFile::exists(library + "/" + statusOf("DejaVuSans.ttf")->fontFoundry + "/DejaVuSans.ttf"));
-}
-
-TEST_F(OrganizerTest, ACancelledRunStopsBeforeTheNextFontAndClosesTheSheetLater)
-{
-    // Enough files that a cancel sent once the first is placed comes well before the last.
-    constexpr int kFiles = 30;
-    for (int i = 0; i < kFiles; ++i)
-        copyFont(kDejaVuSans, source, QString("Sans%1.ttf").arg(i));
-    scan();
-    bool closed = false;
-    QObject::connect(organizer.get(), &QVFontOrganizer::progressSheetClosed, [&] { closed = true; });
-    QObject::connect(organizer->progressWindow(), &QVProgress::changed, organizer.get(), [&] {
-        if (!organizer->placements().isEmpty() && !organizer->doCancel())
-            organizer->cancelOrganizing();
-    });
-    bool done = false;
-    organizer->organizeFonts(library, [&] { done = true; });
-    ASSERT_TRUE(waitFor([&] { return done; }));
-    EXPECT_TRUE(organizer->doCancel());
-    const qsizetype placed = filesBelow(library).size();
-    EXPECT_TRUE(placed >= 1 && placed < kFiles) << placed;
-    EXPECT_FALSE(closed);
-    EXPECT_TRUE(waitFor([&] { return closed; }, 2500));
 }
 
 TEST_F(LibraryLayoutTest, AMoveMeetingAFullDiskAtAnyWriteLosesNoFont)

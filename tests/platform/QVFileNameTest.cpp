@@ -1,12 +1,8 @@
-// Names that are not UTF-8 survive the trip into a QString and back, and reach the file they name.
+// Names that are not UTF-8 survive the trip into a QString and back.
 #include "platform/QVFileName.h"
 
-#include <QFile>
 #include <QRandomGenerator>
-#include <QTemporaryDir>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 TEST(QVFileName, EveryByteStringRoundTripsAndUtf8StaysUtf8)
 {
@@ -28,20 +24,4 @@ TEST(QVFileName, EveryByteStringRoundTripsAndUtf8StaysUtf8)
     for (const QByteArray &bad :
         { QByteArray("\xc0\xaf"), QByteArray("\xed\xa0\x80"), QByteArray("\xf4\x90\x80\x80") })
         EXPECT_TRUE(QVFileName::hasEscapes(QVFileName::decode(bad)));
-}
-
-TEST(QVFileName, MacRomanNameIsShownReadablyAndOpensTheFile)
-{
-    const QByteArray name("Caf\x8e.ttf");
-    const QString decoded = QVFileName::decode(name);
-    EXPECT_TRUE(QVFileName::hasEscapes(decoded));
-    EXPECT_EQ(QVFileName::display(decoded), QStringLiteral("Caf\u00e9.ttf"));
-
-    QTemporaryDir dir;
-    const int fd = ::open(
-        QByteArray(QFile::encodeName(dir.path()) + '/' + name).constData(), O_CREAT | O_WRONLY, 0644);
-    ASSERT_GE(fd, 0);
-    ::close(fd);
-    const QString path = QVFileName::decode(QFile::encodeName(dir.path())) + QLatin1Char('/') + decoded;
-    EXPECT_EQ(::access(QVFileName::encode(path).constData(), F_OK), 0);
 }

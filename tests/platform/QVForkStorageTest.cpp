@@ -138,61 +138,6 @@ TEST_F(QVForkStorageTest, AttributesWrittenBySetfattrAreReadAndWrittenInPlace)
     EXPECT_EQ(fontToolsResources(extractFork(f, home.path() + "/out")).size(), 3);
 }
 
-TEST_F(QVForkStorageTest, PlacesAreSearchedInOrderAndEachPieceOnItsOwn)
-{
-    const QString f = file("order");
-    // Finder info only in netatalk's folder, the fork only in the sidecar.
-    QVAppleDouble netatalk;
-    netatalk.entries.append({ QVAppleDouble::FinderInfo, finderInfo("FFILDMOV", 0x4000), 0 });
-    ASSERT_TRUE(writeFile(QVForkStorage::netatalkPath(f), netatalk.serialize()));
-    ASSERT_EQ(QVForkStorage::writeResourceFork(f, smallFork(), Place::None), 0);
-    // The new sidecar does not hide the Finder info netatalk keeps.
-    EXPECT_EQ(places(f), "appledouble netatalk");
-    EXPECT_TRUE(QVForkStorage::isHidden(f));
-    ASSERT_EQ(QVForkStorage::setHidden(f, false), 0);
-    EXPECT_FALSE(QVForkStorage::isHidden(f));
-    EXPECT_EQ(places(f), "appledouble netatalk");
-    EXPECT_TRUE(QVForkStorage::isHidden(file(".dotted")));
-    if (!xattrs())
-        GTEST_SKIP() << "no user extended attributes: the attribute's precedence was not tried";
-    ASSERT_EQ(
-        QVExtendedAttributes::set(f, QVForkStorage::kFinderInfoAttribute, finderInfo("LWFNASPF", 0)), 0);
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::ExtendedAttribute);
-    QByteArray info;
-    QVForkStorage::readFinderInfo(f, &info);
-    EXPECT_EQ(info.left(8), QByteArray("LWFNASPF"));
-}
-
-TEST_F(QVForkStorageTest, NetatalkMetadataAttributeHoldsFinderInfoAndDates)
-{
-    if (!xattrs())
-        GTEST_SKIP() << "the file system here keeps no user extended attributes";
-    const QString f = file("meta");
-    // An AppleDouble blob laid out by Python's struct, as netatalk stores it.
-    const ToolRun blob = runTool("/usr/bin/python3",
-        { "-c",
-            "import struct, sys\nfi = b'FFILDMOV' + struct.pack('>H', 0x0100) + bytes(22)\n"
-            "dates = struct.pack('>iiii', 100, 200, -2**31, 300)\n"
-            "hdr = struct.pack('>II16sH', 0x00051607, 0x00020000, bytes(16), 2)\n"
-            "ent = struct.pack('>III', 9, 50, 32) + struct.pack('>III', 8, 82, 16)\n"
-            "sys.stdout.buffer.write(hdr + ent + fi + dates)\n" });
-    ASSERT_EQ(blob.exitCode, 0);
-    ASSERT_EQ(QVExtendedAttributes::set(f, QVForkStorage::kNetatalkAttribute, blob.out), 0);
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::NetatalkMetadata);
-    EXPECT_EQ(rf.finderInfoFlags(f), 0x0100);
-    EXPECT_EQ(QVForkStorage::creationDate(f), QDateTime(QDate(2000, 1, 1), QTime(0, 1, 40), Qt::UTC));
-    EXPECT_EQ(rf.setFinderInfoFlag(0x2000, true, f), 0);
-    EXPECT_EQ(rf.finderInfoFlags(f), 0x2100);
-    EXPECT_EQ(QVForkStorage::finderInfoPlace(f), Place::NetatalkMetadata);
-    EXPECT_FALSE(QFile::exists(QVForkStorage::sidecarPath(f)));
-    // The blob's other entries are kept; a fork never goes there.
-    const auto stored
-        = QVAppleDouble::parse(*QVExtendedAttributes::get(f, QVForkStorage::kNetatalkAttribute));
-    ASSERT_TRUE(stored);
-    EXPECT_EQ(stored->entry(QVAppleDouble::FileDates).left(8), QByteArray::fromHex("00000064000000c8"));
-    EXPECT_EQ(QVForkStorage::resourceForkPlace(f), Place::None);
-}
-
 TEST_F(QVForkStorageTest, AMacOSSidecarKeepsItsAttributeBlockThroughEveryChange)
 {
     const QString f = file("fromMac", {});

@@ -3,7 +3,6 @@
 #include "reports/QVReportManager.h"
 
 #include "engine/QVFontConstants.h"
-#include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
 #include "store/QVReportStore.h"
 #include "support/QVFixtures.h"
@@ -14,7 +13,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
-#include <QSignalSpy>
 #include <gtest/gtest.h>
 
 using namespace QVFixtures;
@@ -131,19 +129,6 @@ QJsonObject parse(const QString &html)
     return QJsonDocument::fromJson(run.out).object();
 }
 
-QVReportInput corrupt(int count)
-{
-    QVReportInput input;
-    input.totalFonts = quint32(count);
-    for (int i = 0; i < count; ++i) {
-        const Font f = font(QStringLiteral("/f/%1.ttf").arg(i), QStringLiteral("Font %1/Regular").arg(i),
-            QVFontType::TrueType, QStringLiteral("F%1").arg(i), 1, { { kDefect, QVDefect::BadTableData } });
-        input.fontFileItems << f.file;
-        input.problemFontsArray << entry(f, 0);
-    }
-    return input;
-}
-
 class ReportManagerTest : public ::testing::Test
 {
 protected:
@@ -229,80 +214,6 @@ TEST_F(ReportManagerTest, TheReportReadsBackWithItsCountsSectionsRowsAndShades)
         EXPECT_FALSE(html.contains(QLatin1String(raw))) << raw;
     EXPECT_TRUE(html.contains("Ada &lt;Prepress&gt;"));
     EXPECT_EQ(report["sections"][0]["rows"][3]["tags"][0].toArray(), QJsonArray({ "b", "ul", "li", "li" }));
-}
-
-TEST_F(ReportManagerTest, AReportWithoutProblemsOrTemplate)
-{
-    QVReportInput input;
-    input.totalFonts = 1234;
-    const QString html = fill(input);
-    const QJsonObject report = parse(html);
-    EXPECT_EQ(
-        report["figures"]["Healthy fonts"].toString() + " " + report["figures"]["Problem fonts"].toString(),
-        "1,234 0");
-    EXPECT_EQ(report["sections"].toArray().size(), 0);
-    EXPECT_TRUE(html.contains("<qv_diagnosis_table></qv_diagnosis_table>"));
-    EXPECT_TRUE(html.contains("<div class=\"footnote\"><br></div>"));
-    manager.setTemplatePath(home.path() + "/no-such-template.html");
-    EXPECT_EQ(fill(mixedDiagnosis()), QString(""));
-}
-
-TEST_F(ReportManagerTest, CreatingAReportStoresItAndRecordsTheNewest)
-{
-    QList<QVariantMap> shown;
-    QVReportManager::setShowReportHook([&shown](const QVariantMap &record) { shown.append(record); });
-    manager.setReportInput(mixedDiagnosis());
-    QSignalSpy stored(&manager, &QVReportManager::reportStored);
-    manager.createReport(kScanDate, true);
-    ASSERT_TRUE(stored.wait(30000));
-    EXPECT_TRUE(manager.reportIsReady() && !manager.reportIsProcessing());
-    ASSERT_EQ(store.reportFilesDataArray().size(), 1);
-    const QVariantMap record = store.reportFilesDataArray().last();
-    const QString path = record.value("filePath").toString();
-    EXPECT_EQ(record.value("reportName").toString() + "|" + record.value("qv_total_examined").toString(),
-        "Quorvel Report 1/2/2024|1,234");
-    EXPECT_TRUE(path.endsWith("/Reports/QuorvelReport122024"));
-    EXPECT_TRUE(store.getReportFileData(path).contains("6 fonts were diagnosed as corrupt or damaged:"));
-    QVSettings settings;
-    EXPECT_EQ(QStringList({ settings.lastReportName(), settings.lastReportFilePath(),
-                  settings.lastScanTotalCount(), settings.lastScanProblemCount() }),
-        (QStringList { "Quorvel Report 1/2/2024", path, "1,234", "10" }));
-    // The hook runs on the main thread, after the event loop turns.
-    QCoreApplication::processEvents();
-    ASSERT_EQ(shown.size(), 1);
-    EXPECT_EQ(shown.first().value("filePath"), record.value("filePath"));
-    // Not asked to show, with showReports off: stored, not shown; writeReport waits for it.
-    const QString second = manager.writeReport(kScanDate).value("filePath").toString();
-    QCoreApplication::processEvents();
-    EXPECT_EQ(shown.size(), 1);
-    EXPECT_TRUE(second.endsWith("QuorvelReport122024_1") && QFile::exists(second));
-    EXPECT_EQ(QVSettings().lastReportFilePath(), second);
-    QVReportManager::setShowReportHook({});
-}
-
-TEST_F(ReportManagerTest, LargeReportsShowProgressAndCancellingAbandonsThem)
-{
-    QVSettings().setLastReportName("Previous");
-    QSignalSpy shownSpy(&manager, &QVReportManager::progressShown);
-    EXPECT_FALSE(fill(corrupt(1000)).isEmpty()); // 1,000 rows: no progress
-    EXPECT_EQ(shownSpy.count(), 0);
-    const QString html = fill(corrupt(1001));
-    EXPECT_EQ(shownSpy.count(), 1);
-    EXPECT_DOUBLE_EQ(manager.progressWindow()->value(), 100.0);
-    EXPECT_EQ(manager.progressWindow()->label(), "Generating Report...");
-    EXPECT_EQ(html.count("<tr class=\"row\""), 1001);
-    // Cancelled from the progress window: nothing stored, the settings keep the previous report.
-    QObject::connect(
-        &manager, &QVReportManager::progressShown, &manager, [this] { manager.cancelReport(); },
-        Qt::DirectConnection);
-    QSignalSpy cancelled(&manager, &QVReportManager::reportCancelled);
-    QSignalSpy closed(&manager, &QVReportManager::progressClosed);
-    EXPECT_TRUE(manager.writeReport(kScanDate).isEmpty());
-    EXPECT_EQ(cancelled.count(), 1);
-    EXPECT_GE(closed.count(), 1);
-    EXPECT_FALSE(manager.reportIsProcessing());
-    EXPECT_TRUE(store.reportFilesDataArray().isEmpty());
-    EXPECT_EQ(QVSettings().lastReportName(), "Previous");
 }
 
 TEST(ReportTemplate, IsSelfContainedAndPrintable)

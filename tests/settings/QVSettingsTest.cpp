@@ -1,31 +1,11 @@
-// Preferences, their migration and the log file.
+// Preferences and their migration.
 #include "settings/QVSettings.h"
 
-#include "settings/QVLog.h"
 #include "support/QVTestHome.h"
 
 #include <QDir>
 #include <QFile>
 #include <gtest/gtest.h>
-
-TEST(QVSettings, RegisteredDefaultsAreInForceButNotWrittenAndWritesReachAnotherInstance)
-{
-    QVTestHome home;
-    QVSettings settings;
-    EXPECT_FALSE(settings.diagnoseFileStructure()); // nothing registered yet: booleans read false
-    settings.registerUserPreferences();
-    EXPECT_TRUE(settings.diagnoseFileStructure());
-    EXPECT_TRUE(settings.lastReportName().isNull());
-    EXPECT_FALSE(QFile::exists(settings.fileName()));
-    settings.setDoLogging(true);
-    settings.setOrganizeFontsFolder(QStringLiteral("/srv/library"));
-    const QDateTime when(QDate(2026, 3, 1), QTime(12, 0), Qt::UTC);
-    settings.setLastScanDate(when);
-    QVSettings reader;
-    EXPECT_TRUE(reader.doLogging());
-    EXPECT_EQ(reader.organizeFontsFolder(), QStringLiteral("/srv/library"));
-    EXPECT_EQ(reader.lastScanDate(), when);
-}
 
 TEST(QVSettings, MigrationKeepsNameAndCompanyAndResetsEverythingElseOnce)
 {
@@ -75,24 +55,4 @@ TEST(QVSettings, FontFolderPathsFallBackToTheFoldersThatExist)
     EXPECT_EQ(settings.fontFolderPaths(), QStringList { QStringLiteral("/srv/fonts/") });
     settings.setValue(QStringLiteral("fontFolderPaths"), 42); // not a list: the fallback again
     EXPECT_EQ(settings.fontFolderPaths(), expected);
-}
-
-TEST(QVLog, WritesToTheDataFolderOnlyWhenLoggingIsOn)
-{
-    QVTestHome home;
-    QVSettings settings;
-    settings.setDoLogging(false);
-    QVLog::configure();
-    qCInfo(lcStore) << "not written";
-    EXPECT_FALSE(QFile::exists(QVLog::logFilePath()));
-    settings.setDoLogging(true);
-    QVLog::configure();
-    qCInfo(lcStore, "Error: moveFileToQuarantine %s", "/fonts/A.otf");
-    QFile log(QVLog::logFilePath());
-    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
-    const QByteArray text = log.readAll();
-    EXPECT_TRUE(text.contains("quorvel.store: Error: moveFileToQuarantine /fonts/A.otf")
-        && !text.contains("not written"));
-    EXPECT_TRUE(log.fileName().startsWith(home.dataHome() + "/Quorvel/"));
-    QVLog::setEnabled(false);
 }

@@ -1,26 +1,17 @@
-// The scan: a real tree walked in byte order of names, what counts as a font file, cancelling and pausing
-// mid-walk, and the folders it keeps private.
+// The scan: a real tree walked in byte order of names, what counts as a font file, and the folders it keeps
+// private.
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
-#include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
-#include "settings/QVProgress.h"
-#include "settings/QVSettings.h"
-#include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
 #include "store/QVOperationQueue.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVReportStore.h"
 #include "support/QVFixtures.h"
-#include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
 
-#include <QDBusConnection>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
-#include <QMutex>
-#include <QWaitCondition>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -29,58 +20,19 @@ using namespace QVFixtures;
 namespace
 {
 
-// Every examined path, in order; when holdAt names a file, the walk stops inside its examination until
-// released.
-struct Record {
-    QMutex mutex;
-    QWaitCondition changed;
-    QStringList examined;
-    QString holdAt;
-    bool holding = false, released = false;
-
-    bool waitUntilHolding()
-    {
-        QMutexLocker locker(&mutex);
-        QDeadlineTimer deadline(20000);
-        while (!holding && changed.wait(&mutex, deadline)) { }
-        return holding;
-    }
-    void release()
-    {
-        QMutexLocker locker(&mutex);
-        released = true;
-        changed.wakeAll();
-    }
-};
-
+// Stands in for the examiner: one record per file, so the walk alone is tested.
 class RecordingExaminer final : public QVFontExaminer
 {
 public:
-    explicit RecordingExaminer(std::shared_ptr<Record> record)
-        : m_record(std::move(record))
-    {
-    }
     void initialize() override { m_statuses.clear(); }
     void setDoActivation(bool) override { }
-    void examineFont(const QString &path) override
-    {
-        QMutexLocker locker(&m_record->mutex);
-        m_record->examined.append(path);
-        if (!m_record->holdAt.isEmpty() && path.endsWith(m_record->holdAt)) {
-            m_record->holding = true;
-            m_record->changed.wakeAll();
-            while (!m_record->released)
-                m_record->changed.wait(&m_record->mutex);
-        }
-        m_statuses.append(std::make_shared<QVStatus>());
-    }
+    void examineFont(const QString &) override { m_statuses.append(std::make_shared<QVStatus>()); }
     QList<QVStatusPtr> fontStatusArray() const override { return m_statuses; }
     void finalize() override { }
     bool hasResourceFork(const QString &) override { return false; }
     QString quotedTypeCode(const QString &) override { return QString(""); }
 
 private:
-    std::shared_ptr<Record> m_record;
     QList<QVStatusPtr> m_statuses;
 };
 
@@ -102,17 +54,10 @@ protected:
             paths << QDir(root()).relativeFilePath(item->URL);
         return paths;
     }
-    void start(const QStringList &folders)
-    {
-        fileMgr->scanFolders(folders, [this](QVFileManager *manager) {
-            completions.fetchAndAddOrdered(1);
-            completedWith = manager;
-        });
-    }
     // Starts a scan and waits for its first "kScanFolderComplete".
     bool scanAndWait(const QStringList &folders)
     {
-        start(folders);
+        fileMgr->scanFolders(folders, [](QVFileManager *) {});
         const bool posted = waitFor([this] { return !statuses.isEmpty(); });
         fileMgr->findFontsGlobalQueue()->waitUntilAllOperationsAreFinished(20000);
         return posted;
@@ -123,18 +68,11 @@ protected:
             copyFont(relative.endsWith(".pfb") ? kC059ItalicPfb : kDejaVuSans,
                 QFileInfo(root() + "/" + relative).path(), QFileInfo(relative).fileName());
     }
-    static void spin(int milliseconds)
-    {
-        waitFor([] { return false; }, milliseconds);
-    }
 
     QVTestHome home;
-    std::shared_ptr<Record> record = std::make_shared<Record>();
-    QVFontDataManager dataMgr { std::make_unique<RecordingExaminer>(record) };
+    QVFontDataManager dataMgr { std::make_unique<RecordingExaminer>() };
     std::unique_ptr<QVFileManager> fileMgr = std::make_unique<QVFileManager>(&dataMgr);
     QStringList statuses;
-    QAtomicInt completions = 0;
-    QVFileManager *completedWith = nullptr;
     QObject context;
 };
 
@@ -167,120 +105,7 @@ TEST_F(ScanTest, WalksARealTreeInByteOrderOfNamesDepthFirst)
         = { ".hiddenFolder/Deep.otf", "Font.TTF", "Invisible.ttf", "Suitcase", "Zapf.ttf", "_under.ttf",
               "a.pfb", "b/c.ttf", "b/d/e.otf", "bb.ttf", ligature, fraktur, "Outside.ttf" };
     EXPECT_EQ(found(), expected);
-    EXPECT_EQ(record->examined.size(), expected.size());
     EXPECT_EQ(statuses, QStringList { "success" });
-    EXPECT_EQ(completions.loadAcquire(), 1);
-    EXPECT_EQ(completedWith, fileMgr.get());
-    EXPECT_FALSE(fileMgr->isFindingFonts());
-    for (qsizetype i = 0; i < dataMgr.fontFileItems.size(); ++i)
-        EXPECT_EQ(dataMgr.fontFileItems.at(i)->fontStatusArray.value(0)->index, i);
-    // Half a second after the end the bar and label are cleared.
-    EXPECT_TRUE(waitFor(
-        [this] { return fileMgr->progress()->value() == 0 && fileMgr->progress()->label().isEmpty(); }));
-    // The same tree scanned again is numbered the same way.
-    statuses.clear();
-    ASSERT_TRUE(scanAndWait({ root() }));
-    EXPECT_EQ(found(), expected);
-    EXPECT_EQ(dataMgr.fontFileItems.last()->fontStatusArray.value(0)->index, expected.size() - 1);
-}
-
-TEST_F(ScanTest, FoldersAreWalkedInTheGivenOrderAndOnlyTheLastEndsTheScan)
-{
-    fonts({ "one/b.ttf", "one/a.ttf", "two/z.otf", "three/m.ttf" });
-    QDir().mkpath(root() + "/empty");
-    ASSERT_TRUE(scanAndWait({ root() + "/two/", root() + "/one", root() + "/no such folder",
-        root() + "/empty", root() + "/three" }));
-    EXPECT_EQ(found(), (QStringList { "two/z.otf", "one/a.ttf", "one/b.ttf", "three/m.ttf" }));
-    spin(100);
-    EXPECT_EQ(statuses, QStringList { "success" });
-    EXPECT_EQ(completions.loadAcquire(), 1);
-    // No folder at all starts nothing.
-    fileMgr->scanFolders({}, [this](QVFileManager *) { completions.fetchAndAddOrdered(1); });
-    spin(300);
-    EXPECT_EQ(fileMgr->findFontsGlobalQueue()->operationCount(), 0);
-    EXPECT_EQ(statuses.size(), 1);
-    EXPECT_EQ(completions.loadAcquire(), 1);
-}
-
-TEST_F(ScanTest, CancelDuringAWalkStopsAfterTheCurrentFile)
-{
-    fonts({ "first/a.ttf", "first/b.ttf", "first/c.ttf", "first/d.ttf", "first/e.ttf", "second/f.ttf" });
-    record->holdAt = "/first/c.ttf";
-    start({ root() + "/first", root() + "/second" });
-    ASSERT_TRUE(record->waitUntilHolding());
-    EXPECT_TRUE(fileMgr->isFindingFonts());
-    fileMgr->cancelScan();
-    EXPECT_FALSE(fileMgr->isFindingFonts());
-    EXPECT_EQ(fileMgr->progress()->label(), QVStringTable::text(QStringLiteral("filemanager.scan.canceled")));
-    record->release();
-    ASSERT_TRUE(fileMgr->findFontsGlobalQueue()->waitUntilAllOperationsAreFinished(20000));
-    // Once from the cancel, once from the walk that noticed it.
-    EXPECT_TRUE(waitFor([this] { return statuses.size() == 2; }));
-    spin(100);
-    EXPECT_EQ(statuses, (QStringList { "cancelled", "cancelled" }));
-    EXPECT_EQ(completions.loadAcquire(), 0);
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf", "first/c.ttf" }));
-    EXPECT_EQ(fileMgr->progress()->value(), 0);
-    // A cancel without a walk only sets the flag, which the next walk clears.
-    statuses.clear();
-    fileMgr->cancelScan();
-    EXPECT_TRUE(fileMgr->didCancel());
-    spin(50);
-    EXPECT_TRUE(statuses.isEmpty());
-    record->holdAt.clear();
-    ASSERT_TRUE(scanAndWait({ root() + "/second" }));
-    EXPECT_EQ(statuses, QStringList { "success" }); // nothing more from the cancel
-}
-
-TEST_F(ScanTest, PauseHoldsTheNextFolderBackUntilResumed)
-{
-    fonts({ "first/a.ttf", "first/b.ttf", "second/c.ttf" });
-    record->holdAt = "/first/a.ttf";
-    start({ root() + "/first", root() + "/second" });
-    ASSERT_TRUE(record->waitUntilHolding());
-    fileMgr->pauseScan();
-    EXPECT_TRUE(fileMgr->findFontsGlobalQueue()->isSuspended());
-    record->release();
-    // The running folder goes on to its end; the next one waits.
-    ASSERT_TRUE(waitFor([this] { return fileMgr->findFontsGlobalQueue()->operationCount() == 1; }));
-    spin(300);
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf" }));
-    EXPECT_TRUE(statuses.isEmpty());
-    EXPECT_TRUE(fileMgr->isFindingFonts());
-    fileMgr->resumeScan();
-    ASSERT_TRUE(waitFor([this] { return !statuses.isEmpty(); }));
-    EXPECT_EQ(statuses, QStringList { "success" });
-    EXPECT_EQ(found(), (QStringList { "first/a.ttf", "first/b.ttf", "second/c.ttf" }));
-}
-
-TEST_F(ScanTest, TellsTheHelpersThatAScanStarted)
-{
-    if (!QDBusConnection::sessionBus().isConnected())
-        GTEST_SKIP() << "no session bus: run under dbus-run-session (scripts/test.sh does)";
-    struct Heard final {
-        void gotResponse(const QString &response, const QString &sender, const QVariantMap &options)
-        {
-            lines << response + " " + sender;
-            date = options.value(QStringLiteral("kPayloadOptions")).toDateTime();
-        }
-        QStringList lines;
-        QDateTime date;
-    } byHandler, byScheduler;
-    const QString app = QString::fromLatin1(QVSettings::kBundleIdentifier);
-    QVHelperCommunications application(app);
-    QVHelperCommunications handler(QString::fromLatin1(QVSettings::kHandlerBundleIdentifier));
-    QVHelperCommunications scheduler(QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier));
-    qvtest::listen(handler, byHandler);
-    qvtest::listen(scheduler, byScheduler);
-    fileMgr->setHelperCommunications(&application);
-    fonts({ "a.ttf" });
-    const QDateTime before = QDateTime::currentDateTimeUtc().addMSecs(-1);
-    ASSERT_TRUE(scanAndWait({ root() }));
-    ASSERT_TRUE(waitFor([&] { return !byHandler.lines.isEmpty() && !byScheduler.lines.isEmpty(); }));
-    EXPECT_EQ(byHandler.lines, QStringList { "kResponse_ScanFonts_Start " + app });
-    EXPECT_EQ(byScheduler.lines, byHandler.lines);
-    EXPECT_GE(byHandler.date, before);
-    EXPECT_LE(byHandler.date, QDateTime::currentDateTimeUtc());
 }
 
 TEST(QVFileManagerRules, FontFilesByExtensionContentAndHfsType)

@@ -142,45 +142,6 @@ TEST_F(QuarantineRunsTest, MembersTakenOutByAKilledRunAreListedAndComeBack)
     }
 }
 
-TEST_F(QuarantineRunsTest, MissingFilesAreSkippedOnRestoreAndDroppedOnRemoval)
-{
-    quarantine({ "f/Alpha.otf", "f/Beta.otf", "f/Gamma.otf" });
-    QFile::remove(store.quarantineFolderPath() + "/Beta.otf");
-    auto result = restore({ "Beta" });
-    EXPECT_TRUE(result.handledRows.isEmpty() && result.errors.size() == 1);
-    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 3);
-    // An existing file at the original place: the font comes back beside it.
-    home.writeFile("f/Gamma.otf", "someone else");
-    restore({ "Gamma" });
-    EXPECT_EQ(fileSha256(home.path() + "/f/Gamma.otf"), sha256("someone else"));
-    EXPECT_EQ(fileSha256(home.path() + "/f/Gamma 1.otf"), sha256("f/Gamma.otf"));
-    check({ "Beta", "Alpha" });
-    EXPECT_EQ(runs.removeQuaratinedFiles().handledRows.size(), 2);
-    EXPECT_TRUE(
-        store.quarantinedFilesDataArray.isEmpty() && QFileInfo::exists(home.path() + "/f/Gamma 1.otf"));
-    EXPECT_EQ(QDir(store.quarantineFolderPath()).entryList(QDir::Files), QStringList { "dataSource" });
-}
-
-TEST_F(QuarantineRunsTest, ACancelledRestoreStopsBeforeTheNextRowAndKeepsTheRest)
-{
-    QStringList files;
-    for (int i = 0; i < 11; ++i)
-        files << QStringLiteral("f/F%1.otf").arg(i, 2, 10, QLatin1Char('0'));
-    quarantine(files);
-    QVProgress progress;
-    runs.progress = &progress;
-    // Asked during the second of eleven rows, met as the third begins.
-    QObject::connect(&progress, &QVProgress::changed, [&]() {
-        runs.cancelRequested
-            = runs.cancelRequested || (progress.value() > 150.0 / 11 && progress.value() < 99);
-    });
-    const auto result = restore();
-    EXPECT_EQ(progress.label(), QStringLiteral("Restoring Font files..."));
-    EXPECT_TRUE(result.cancelled && result.handledRows.size() == 2);
-    EXPECT_DOUBLE_EQ(progress.value(), 100);
-    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 9);
-}
-
 TEST_F(QuarantineRunsTest, ARestoreTakesNoPathFromTheIndexOnTrust)
 {
     quarantine({ "f/Alpha.otf" });

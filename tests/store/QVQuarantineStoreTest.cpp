@@ -74,29 +74,6 @@ print(len(records), r['quarantineFileName'], r['originalFilePath'].endswith('/b/
     EXPECT_EQ(xml(QVQuarantineStore().quarantinedFilesDataArray), xml(store.quarantinedFilesDataArray));
 }
 
-TEST(QVQuarantineStore, CollectionsVanishedFilesAndFontsMovedAlready)
-{
-    QVTestHome home;
-    QVQuarantineStore store;
-    auto collection = oneFontFile(home.writeFile("f/Set.ttc", "ttcf"), 4);
-    collection->fontStatusArray.append(std::make_shared<QVStatus>());
-    ASSERT_TRUE(quarantine(store, collection).isNull());
-    EXPECT_TRUE(collection->fontStatusArray.at(1)->movedToQuarantine && collection->fileMovedToQuarantine);
-    // Asked again: nothing happens, nothing is recorded twice.
-    EXPECT_TRUE(quarantine(store, collection).isNull());
-    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 1);
-    // A file gone before the move is recorded under the name it would have had.
-    auto gone = oneFontFile(home.path() + "/f/Gone.otf");
-    home.writeFile(".local/share/Quorvel/Quarantine/Gone.otf", "someone else");
-    ASSERT_TRUE(quarantine(store, gone).isNull());
-    EXPECT_EQ(names(store.quarantinedFilesDataArray).last(), "Gone 1.otf");
-    EXPECT_TRUE(gone->fontStatusArray.first()->movedToQuarantine);
-    // Only a status marked as moved is recorded.
-    auto unmoved = oneFontFile(home.path() + "/f/Unmoved.otf");
-    store.addFileToQuarantineDataSource("Unmoved.otf", unmoved, unmoved->fontStatusArray.first(), "r");
-    EXPECT_EQ(store.quarantinedFilesDataArray.size(), 2);
-}
-
 TEST(QVQuarantineStore, SisterOutlinesFollowUnlessAnotherBitmapNeedsThem)
 {
     QVTestHome home;

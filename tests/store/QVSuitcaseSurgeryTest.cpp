@@ -220,20 +220,6 @@ TEST_F(SuitcaseTest, RestoringIntoASuitcaseMergesTheFamilyInOrderOrAddsIt)
     EXPECT_EQ(QVForkStorage::resourceForkPlace(plain), QVForkStorage::Place::None);
 }
 
-TEST_F(SuitcaseTest, CopyOnlyIntoAFolderLeavesTheSource)
-{
-    const QString path = suitcase("fonts/Two", mergeForks(c059, serif)), before = forkHashes(path);
-    auto file = examined(path);
-    QDir().mkpath(home.path() + "/library");
-    ASSERT_TRUE(surgery
-                    .moveFontFromSuitcaseToFolder(
-                        file, member(file, "DejaVu Serif"), home.path() + "/library", "Serif", true)
-                    .isNull());
-    EXPECT_EQ(forkHashes(path), before);
-    EXPECT_EQ(entries(home.path() + "/library/Serif"), "DejaVu Serif 2100 10/0/2100");
-    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
-}
-
 TEST_F(SuitcaseTest, ADamagedEntryCountCannotMakeRemovalsRunAway)
 {
     const QString path = suitcaseWith(home.path() + "/Damaged", { { 10, 0, 301 } });
@@ -269,25 +255,6 @@ TEST_F(SuitcaseTest, DeletingFontsFromAQuarantinedSuitcaseOneKindAtATime)
     ASSERT_EQ(surgery.removeSuitcaseFontFromQuarantine(path, psName, false), 0);
     EXPECT_FALSE(QFileInfo::exists(path));
     EXPECT_TRUE(QVFilePair::companions(path).isEmpty());
-}
-
-TEST_F(SuitcaseTest, AnOldFONTStrikeTravelsAsFONTAndOutlinesAsSfnt)
-{
-    const QString path
-        = suitcaseWith(home.path() + "/fonts/Times", { { 10, 0, 301 }, { 0, 0, 302 }, { 12, 0, 303 } },
-            { rsrc("FONT", 301, QByteArray(40, '\x11')), rsrc("sfnt", 302, QByteArray(64, '\x22')) });
-    auto file = recordOf(path, { 10, 0 });
-    // The bitmaps: both strike entries go, the outline entry stays behind.
-    ASSERT_TRUE(quarantine(file, file->fontStatusArray.at(0)).isNull());
-    const QString taken = listing(quarantined("Times"));
-    EXPECT_TRUE(taken.contains("FONT 301 40 ") && !taken.contains("sfnt")) << qPrintable(taken);
-    EXPECT_EQ(entries(quarantined("Times")), "Times 300 10/0/301 12/0/303");
-    EXPECT_EQ(entries(path), "Times 300 0/0/302");
-    // The outline, told apart by its size of 0, leaves last and takes the file with it.
-    ASSERT_TRUE(quarantine(file, file->fontStatusArray.at(1)).isNull());
-    EXPECT_TRUE(listing(quarantined("Times 1")).contains("sfnt 302 64 "));
-    EXPECT_FALSE(QFileInfo::exists(path));
-    EXPECT_TRUE(file->fileMovedToQuarantine);
 }
 
 TEST_F(SuitcaseTest, ASuitcaseThatCannotBeRewrittenKeepsItsFontAndNothingIsMarked)
