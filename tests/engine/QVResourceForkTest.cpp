@@ -11,6 +11,7 @@
 #include <QCryptographicHash>
 #include <QDataStream>
 #include <QRegularExpression>
+#include <QtConcurrent>
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -430,6 +431,39 @@ TEST(QVResourceFile, DamagedMapsAreRefusedAndBadDataIsMarked)
         = { rsrc("sfnt", 1, QByteArray(QVResourceFile::kMaxDataArea, 'x')), rsrc("sfnt", 2, "tail") };
     EXPECT_TRUE(huge.serialize(&error).isEmpty());
     EXPECT_EQ(error, QVResourceError::WritingPastEnd);
+}
+
+TEST(QVResourceFile, TheLayerIsSafeFromSeveralThreads)
+{
+    QVTestHome home;
+    QStringList files;
+    for (int i = 0; i < 4; ++i) {
+        QList<QVResourceFile::Entry> entries;
+        for (int r = 0; r < 20; ++r)
+            entries << rsrc("POST", qint16(501 + r), QByteArray(100 + r, char('A' + i)));
+        files << home.writeFile(QStringLiteral("f%1").arg(i), {});
+        ASSERT_EQ(FS::writeResourceFork(files.last(), forkOf(entries), FS::Place::AppleDouble), 0);
+    }
+    // Scans, organizing and resolutions use the layer from worker threads at
+    // once; each holds the lock across a whole examination, as the examiner does.
+    const QList<int> sums = QtConcurrent::blockingMapped(files, [](const QString &path) {
+        int total = 0;
+        for (int round = 0; round < 25; ++round) {
+            std::lock_guard guard(QVResouceFork::lock());
+            QVResouceFork fork;
+            const qint16 ref = fork.openResourceFile(QVPermission::Read, path);
+            if (ref < 1)
+                return -1;
+            for (const QVResourceHandle &h : fork.getResourcesOfType(qvFourCC("POST"), ref))
+                total += int(h->data.size()) + fork.memoryHandler->Handle_ReadPString(h, 0)[0];
+            fork.closeResourceFile(ref);
+        }
+        return total;
+    });
+    // 25 rounds of 20 resources of 100..119 bytes whose first byte is 'A' + i.
+    for (int i = 0; i < sums.size(); ++i)
+        EXPECT_EQ(sums.at(i), 25 * (2190 + 20 * (65 + i))) << i;
+    EXPECT_TRUE(RM::openFiles().isEmpty());
 }
 
 TEST(QVMemoryHandler, ReadsAndWritesStayInsideTheData)
