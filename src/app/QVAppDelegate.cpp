@@ -34,11 +34,6 @@ namespace
 const QString kManualScan = QStringLiteral("Manual Scan");
 const QString kAutoScan = QStringLiteral("AutoScan");
 
-QString text(const char *key)
-{
-    return QVStringTable::text(QString::fromLatin1(key));
-}
-
 } // namespace
 
 QVAppDelegate::QVAppDelegate(QObject *parent)
@@ -85,9 +80,9 @@ void QVAppDelegate::applicationDidFinishLaunching()
     m_diagnosisViewController->viewState()->setHelperCommunications(m_helperCommunications);
     m_settingsTabItem = new QVSettingsTabItem(m_settings.get());
     m_window->setViews(m_defaultScanViewController, m_diagnosisViewController, m_settingsTabItem,
-        new QVPlaceholderView(QStringLiteral("quarantine"), text("window.title.quarantine"),
+        new QVPlaceholderView(QStringLiteral("quarantine"), QVStringTable::text("window.title.quarantine"),
             QStringLiteral("Fonts set aside by a diagnosis will be listed here.")),
-        new QVPlaceholderView(QStringLiteral("reports"), text("window.title.reports"),
+        new QVPlaceholderView(QStringLiteral("reports"), QVStringTable::text("window.title.reports"),
             QStringLiteral("Saved reports will be listed here.")));
     connectDiagnosisView();
     connect(m_defaultScanViewController, &QVScanRootViewController::scanButtonClicked, this,
@@ -101,7 +96,7 @@ void QVAppDelegate::applicationDidFinishLaunching()
         });
     connect(m_settingsTabItem, &QVSettingsTabItem::alertRequested, this,
         [this](const QString &message, const QString &informativeText, const QString &context) {
-            showAlert(message, informativeText, { text("any.ok.title") }, context);
+            showAlert(message, informativeText, { QVStringTable::text("any.ok.title") }, context);
         });
 
     QVNotificationCenter *center = QVNotificationCenter::defaultCenter();
@@ -124,7 +119,8 @@ void QVAppDelegate::applicationDidFinishLaunching()
         showAlert(QStringLiteral("Disk Access Required"),
             QStringLiteral("Quorvel cannot read your home folder (%1). Fonts there cannot be scanned.")
                 .arg(QDir::homePath()),
-            { text("any.continue.title"), text("any.quit.title") }, QStringLiteral("askFileAccess"));
+            { QVStringTable::text("any.continue.title"), QVStringTable::text("any.quit.title") },
+            QStringLiteral("askFileAccess"));
 }
 
 void QVAppDelegate::connectDiagnosisView()
@@ -174,7 +170,7 @@ void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButto
     QTimer::singleShot(fromScanButton ? 0 : m_delay, this, [this, paths] {
         showDiagnosisView(false);
         m_settings->setLastScanType(kManualScan);
-        m_diagnosisViewController->setCancelButton(text("any.cancel.title"), true);
+        m_diagnosisViewController->setCancelButton(QVStringTable::text("any.cancel.title"), true);
         m_diagnosisViewController->diagnosis()->setManualScanFolders(paths);
         m_diagnosisViewController->setScanMode();
         m_diagnosisViewController->resetAllProgressViews();
@@ -192,7 +188,8 @@ void QVAppDelegate::scanFolders(const QStringList &paths)
     m_fileMgr->scanFolders(paths, [this](QVFileManager *) {
         // The walk's thread: the window is the main thread's.
         QMetaObject::invokeMethod(this, [this] {
-            m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+            m_defaultScanViewController->scanButton()->setText(
+                QVStringTable::text("scan.button.title.default"));
         });
     });
     Q_EMIT scanStarted(paths);
@@ -204,8 +201,9 @@ void QVAppDelegate::handleScanButton()
     m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
     if (m_fileMgr->isFindingFonts()) {
         m_fileMgr->pauseScan();
-        showAlert(text("search.cancel.message"), text("search.cancel.info"),
-            { text("any.continue.title"), text("any.cancel.title") }, QStringLiteral("handleScanButton"));
+        showAlert(QVStringTable::text("search.cancel.message"), QVStringTable::text("search.cancel.info"),
+            { QVStringTable::text("any.continue.title"), QVStringTable::text("any.cancel.title") },
+            QStringLiteral("handleScanButton"));
         return;
     }
     if (isBusy())
@@ -214,14 +212,14 @@ void QVAppDelegate::handleScanButton()
     if (folders.isEmpty()) {
         showAlert(QStringLiteral("No font folders are chosen"),
             QStringLiteral("Choose the folders a standard scan examines in Settings."),
-            { text("any.ok.title") }, QStringLiteral("doAutoScanFoldersAlert"));
+            { QVStringTable::text("any.ok.title") }, QStringLiteral("doAutoScanFoldersAlert"));
         return;
     }
     // A scan of the configured folders counts as an auto-scan, also when started by hand.
     m_settings->setLastScanType(kAutoScan);
     m_diagnosisViewController->setScanMode();
     m_diagnosisViewController->diagnosis()->setDoCancel(false);
-    m_diagnosisViewController->setCancelButton(text("any.cancel.title"), true);
+    m_diagnosisViewController->setCancelButton(QVStringTable::text("any.cancel.title"), true);
     m_diagnosisViewController->resetAllProgressViews();
     showDiagnosisView(true);
     setUserInterfaceEnabled(false);
@@ -233,10 +231,11 @@ void QVAppDelegate::HandleManualScanMenuItem()
 {
     if (isBusy())
         return;
-    auto *dialog = new QFileDialog(m_window.get(), text("any.select.folder.title"), QDir::homePath());
+    auto *dialog
+        = new QFileDialog(m_window.get(), QVStringTable::text("any.select.folder.title"), QDir::homePath());
     dialog->setFileMode(QFileDialog::Directory);
     dialog->setOption(QFileDialog::ShowDirsOnly);
-    dialog->setLabelText(QFileDialog::Accept, text("any.select.title"));
+    dialog->setLabelText(QFileDialog::Accept, QVStringTable::text("any.select.title"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &folders) {
         if (!folders.isEmpty())
@@ -257,8 +256,9 @@ void QVAppDelegate::handleRecentScanMenu(int index)
     }
     m_settings->removeRecentScan(folder);
     populateScanRecentsMenu();
-    showAlert(text("settings.missingFolder.title"), text("settings.missingFolder.message"),
-        { text("any.ok.title") }, QStringLiteral("handleRecentScanMenu"));
+    showAlert(QVStringTable::text("settings.missingFolder.title"),
+        QVStringTable::text("settings.missingFolder.message"), { QVStringTable::text("any.ok.title") },
+        QStringLiteral("handleRecentScanMenu"));
 }
 
 bool QVAppDelegate::performDragOperation(const QStringList &paths)
@@ -296,7 +296,7 @@ void QVAppDelegate::handleSearchResults(const QVariantMap &userInfo)
     m_diagnosisViewController->viewState()->setFindingFonts(false);
     if (userInfo.value(QStringLiteral("status")).toString() == QLatin1String("success")) {
         m_diagnosisViewController->diagnosis()->setOverallProgressToIndeterminate();
-        m_diagnosisViewController->setCancelButton(text("any.cancel.title"), false);
+        m_diagnosisViewController->setCancelButton(QVStringTable::text("any.cancel.title"), false);
         m_diagnosisViewController->setReportButtonEnabled(false);
         QTimer::singleShot(m_delay, this, [this] {
             m_scanRequested = false;
@@ -306,16 +306,16 @@ void QVAppDelegate::handleSearchResults(const QVariantMap &userInfo)
         return;
     }
     m_scanRequested = false;
-    m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
-    m_diagnosisViewController->setCancelButton(text("any.done.title"), true);
+    m_defaultScanViewController->scanButton()->setText(QVStringTable::text("scan.button.title.default"));
+    m_diagnosisViewController->setCancelButton(QVStringTable::text("any.done.title"), true);
     m_diagnosisViewController->diagnosis()->resetProgress();
-    m_diagnosisViewController->diagnosis()->setProgressText(text("filemanager.scan.canceled"));
+    m_diagnosisViewController->diagnosis()->setProgressText(QVStringTable::text("filemanager.scan.canceled"));
     setUserInterfaceEnabled(true);
 }
 
 void QVAppDelegate::handleDiagnosisEndedNotification(const QVariantMap &)
 {
-    m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+    m_defaultScanViewController->scanButton()->setText(QVStringTable::text("scan.button.title.default"));
     setUserInterfaceEnabled(true);
     m_defaultScanViewController->updateAutoScanStatus();
 }
@@ -428,8 +428,8 @@ void QVAppDelegate::modalEnded(int returnCode, const QString &context)
         m_fileMgr->cancelScan();
         m_fileMgr->resumeScan();
         m_diagnosisViewController->diagnosis()->setDoCancel(true);
-        m_diagnosisViewController->setCancelButton(text("any.done.title"), true);
-        m_defaultScanViewController->scanButton()->setText(text("scan.button.title.default"));
+        m_diagnosisViewController->setCancelButton(QVStringTable::text("any.done.title"), true);
+        m_defaultScanViewController->scanButton()->setText(QVStringTable::text("scan.button.title.default"));
         setUserInterfaceEnabled(true);
     }
 }
@@ -442,8 +442,9 @@ bool QVAppDelegate::windowShouldClose()
     }
     selectButton(QVMainWindow::ScanView);
     if (!QVAlertSheet::find(m_window.get(), QStringLiteral("windowShouldClose")))
-        showAlert(text("search.cancel.message"), text("search.cancel.info"),
-            { text("any.continue.title"), text("any.quit.title") }, QStringLiteral("windowShouldClose"));
+        showAlert(QVStringTable::text("search.cancel.message"), QVStringTable::text("search.cancel.info"),
+            { QVStringTable::text("any.continue.title"), QVStringTable::text("any.quit.title") },
+            QStringLiteral("windowShouldClose"));
     return false;
 }
 
@@ -463,5 +464,5 @@ QString QVAppDelegate::getFontTypeName(int fontType)
         "font.type.truetype", "font.type.truetypeCollection", "font.type.opentype" };
     if (fontType < 0 || fontType > 5)
         return QString();
-    return text(keys[fontType]);
+    return QVStringTable::text(keys[fontType]);
 }

@@ -17,21 +17,11 @@
 #include <QStackedWidget>
 #include <QToolButton>
 
-namespace
-{
-
-QString text(const char *key)
-{
-    return QVStringTable::text(QString::fromLatin1(key));
-}
-
-} // namespace
-
 QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     : QMainWindow(parent)
     , m_delegate(delegate)
 {
-    setWindowTitle(text("window.title.default"));
+    setWindowTitle(QVStringTable::text("window.title.default"));
     setAcceptDrops(true);
     setMinimumSize(720, 560);
 
@@ -46,7 +36,7 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     const char *const titleKeys[]
         = { "window.title.scan", "window.title.settings", "window.title.quarantine", "window.title.reports" };
     for (int i = 0; i < 4; ++i) {
-        auto *button = new QVViewButton(QLatin1String(bases[i]), text(titleKeys[i]), band);
+        auto *button = new QVViewButton(QLatin1String(bases[i]), QVStringTable::text(titleKeys[i]), band);
         button->setCheckable(true);
         m_buttons[size_t(i)] = button;
         bandLayout->addWidget(button);
@@ -98,7 +88,7 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     auto *group = new QActionGroup(this);
     group->setExclusive(true);
     for (int i = 0; i < 4; ++i) {
-        QAction *action = view->addAction(text(titleKeys[i]));
+        QAction *action = view->addAction(QVStringTable::text(titleKeys[i]));
         action->setCheckable(true);
         action->setShortcut(QKeySequence(QStringLiteral("Ctrl+%1").arg(i + 1)));
         group->addAction(action);

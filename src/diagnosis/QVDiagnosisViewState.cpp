@@ -18,11 +18,6 @@ const QString kAutoScan = QStringLiteral("AutoScan");
 const QString kResponseScanFontsComplete = QStringLiteral("kResponse_ScanFonts_Complete");
 const QString kPayloadOptions = QStringLiteral("kPayloadOptions");
 
-QString text(const char *key)
-{
-    return QVStringTable::text(QString::fromLatin1(key));
-}
-
 } // namespace
 
 QVDiagnosisViewState::QVDiagnosisViewState(QVDiagnosis *diagnosis, QObject *parent)
@@ -46,17 +41,17 @@ void QVDiagnosisViewState::diagnoseFonts()
     if (m_diagnosis->qvDataMgr()->fontFileItems.isEmpty()) {
         m_diagnosis->resetProgress();
         m_isShowingDoneButton = true;
-        setButtons(text("any.done.title"), true);
+        setButtons(QVStringTable::text("any.done.title"), true);
         m_alertContext = QStringLiteral("diagnoseFonts");
         Q_EMIT alertRequested(QStringLiteral("Fonts Not Found"),
             QStringLiteral("No font files were found or scanned in the selected folders."),
-            { text("any.ok.title") }, m_alertContext);
+            { QVStringTable::text("any.ok.title") }, m_alertContext);
         Q_EMIT userInterfaceEnabled(true);
         return;
     }
     m_isShowingDoneButton = false;
     m_running = true;
-    setButtons(text("any.cancel.title"), true);
+    setButtons(QVStringTable::text("any.cancel.title"), true);
     m_diagnosis->setProgressText(QStringLiteral("Diagnosing Fonts..."));
     m_diagnosis->diagnoseFonts();
 }
@@ -78,7 +73,7 @@ void QVDiagnosisViewState::showOutcome(bool cancelled)
     }
     m_isShowingDoneButton = true;
     m_running = false;
-    setButtons(text("any.done.title"), true);
+    setButtons(QVStringTable::text("any.done.title"), true);
 
     QVSettings *settings = m_diagnosis->settings();
     const qint32 total = m_diagnosis->totalFontProblems();
@@ -157,8 +152,10 @@ void QVDiagnosisViewState::cancelButtonAction()
     if (m_running) {
         if (m_alertContext.isEmpty()) {
             m_alertContext = QStringLiteral("cancelButtonAction");
-            Q_EMIT alertRequested(text("diagnosis.cancel.message"), text("diagnosis.cancel.info"),
-                { text("any.continue.title"), text("any.cancel.title") }, m_alertContext);
+            Q_EMIT alertRequested(QVStringTable::text("diagnosis.cancel.message"),
+                QVStringTable::text("diagnosis.cancel.info"),
+                { QVStringTable::text("any.continue.title"), QVStringTable::text("any.cancel.title") },
+                m_alertContext);
         }
         return;
     }
