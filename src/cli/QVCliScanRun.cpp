@@ -78,11 +78,34 @@ bool QVCliScanRun::interrupted()
     return interruptedFlag != 0;
 }
 
+namespace
+{
+// 0: the setting decides.
+int jobsOption = 0;
+} // namespace
+
+QString QVCliScanRun::takeJobsOption(QStringList *arguments)
+{
+    const qsizetype at = arguments->indexOf(QStringLiteral("--jobs"));
+    if (at < 0)
+        return QString();
+    bool ok = false;
+    const int jobs = at + 1 < arguments->size() ? arguments->at(at + 1).toInt(&ok) : 0;
+    if (!ok || jobs < 1 || jobs > 64)
+        return QStringLiteral("--jobs takes a number from 1 to 64");
+    arguments->remove(at, 2);
+    if (arguments->contains(QStringLiteral("--jobs")))
+        return QStringLiteral("--jobs given twice");
+    jobsOption = jobs;
+    return QString();
+}
+
 bool QVCliScanRun::scanFolders(const QStringList &folders)
 {
     bool scanCancelled = false;
     if (!folders.isEmpty()) {
         QVFileManager fileManager(m_dataManager);
+        fileManager.setJobs(jobsOption);
         QVTerminalProgress terminal(fileManager.progress(), m_progressStream);
         QEventLoop loop;
         QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kScanFolderComplete,

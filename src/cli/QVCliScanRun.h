@@ -45,6 +45,10 @@ public:
     // Why a diagnosis cannot run with these settings (every pass off), or null.
     static QString passesError(const QVSettings &settings);
 
+    // Takes "--jobs N" out of the arguments; the scans that follow read N
+    // files at once (their output is the same whatever N). Returns why the
+    // option is wrong, or null.
+    static QString takeJobsOption(QStringList *arguments);
     // Whether Ctrl-C was pressed (or SIGTERM came) while this object lived.
     static bool interrupted();
 

@@ -1,6 +1,7 @@
 #include "cli/QVDiagnoseCommand.h"
 
 #include "cli/QVCliScanRun.h"
+#include "cli/QVJsonStream.h"
 #include "cli/QVQuarantineCommand.h"
 #include "cli/QVRecordJson.h"
 #include "diagnosis/QVDiagnosis.h"
@@ -18,8 +19,14 @@
 #include <QJsonDocument>
 #include <memory>
 
-int QVDiagnoseCommand::run(const QStringList &arguments)
+int QVDiagnoseCommand::run(const QStringList &givenArguments)
 {
+    QStringList arguments = givenArguments;
+    if (const QString error = QVCliScanRun::takeJobsOption(&arguments); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
+    }
     bool json = false;
     bool resolve = false;
     bool report = false;
@@ -36,7 +43,8 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
             report = true;
             open = true;
         } else if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli diagnose [--json] [--resolve] [--report [--open]] [FOLDER...]\n";
+            err() << "usage: quorvel-cli diagnose [--json] [--resolve] [--report [--open]] [--jobs N] "
+                     "[FOLDER...]\n";
             err().flush();
             return UsageError;
         } else {
@@ -127,16 +135,34 @@ int QVDiagnoseCommand::run(const QStringList &arguments)
     }
 
     if (json) {
-        QJsonObject object = QVRecordJson::dataManagerToJson(dataManager);
+        // The two long lists go out a record at a time.
+        QJsonObject object = QVDiagnosisSummary::countsToJson(diagnosis);
         object.insert(QStringLiteral("folders"), QJsonArray::fromStringList(folders));
-        const QJsonObject diagnosed = QVDiagnosisSummary::toJson(diagnosis);
-        for (auto it = diagnosed.begin(); it != diagnosed.end(); ++it)
-            object.insert(it.key(), it.value());
+        object.insert(QStringLiteral("foundProblemFonts"), dataManager.foundProblemFonts);
+        object.insert(QStringLiteral("totalFonts"), qint64(dataManager.totalFonts));
+        object.insert(
+            QStringLiteral("unreadable"), QJsonArray::fromStringList(dataManager.unreadablePaths()));
         if (resolving)
             object.insert(QStringLiteral("resolution"), resolution);
         if (!reportPath.isEmpty())
             object.insert(QStringLiteral("report"), reportPath);
-        out() << QJsonDocument(object).toJson(QJsonDocument::Indented);
+        QVJsonStream stream(out());
+        stream.beginObject();
+        stream.members(object,
+            { { QStringLiteral("fontFiles"),
+                  [&dataManager](QVJsonStream &s, const QString &key) {
+                      s.beginArray(key);
+                      for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems))
+                          s.element(QVRecordJson::fontFileToJson(*file));
+                      s.endArray();
+                  } },
+                { QStringLiteral("problemFonts"), [&diagnosis](QVJsonStream &s, const QString &key) {
+                     s.beginArray(key);
+                     for (const QVProblemFontPtr &entry : diagnosis.problemFontsArray())
+                         s.element(QVDiagnosisSummary::problemFontToJson(entry));
+                     s.endArray();
+                 } } });
+        stream.endObject();
     } else {
         out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
         out() << QVDiagnosisSummary::toText(diagnosis);

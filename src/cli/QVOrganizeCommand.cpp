@@ -25,7 +25,7 @@ namespace
 const char kUsage[]
     = "usage: quorvel-cli organize --library DIR [--copy|--move] [--name postscript|family|file]\n"
       "       [--foundry-folders|--no-foundry-folders] [--letter-folders|--no-letter-folders]\n"
-      "       [--family-folders|--no-family-folders] SOURCE\n";
+      "       [--family-folders|--no-family-folders] [--jobs N] SOURCE\n";
 
 bool isInside(const QString &path, const QString &folder)
 {
@@ -42,8 +42,14 @@ bool QVOrganizeCommand::isWritableFolder(const QString &path)
     return probe.open();
 }
 
-int QVOrganizeCommand::run(const QStringList &arguments)
+int QVOrganizeCommand::run(const QStringList &givenArguments)
 {
+    QStringList arguments = givenArguments;
+    if (const QString error = QVCliScanRun::takeJobsOption(&arguments); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
+    }
     QString library, source;
     std::optional<bool> copy, foundry, letter, family;
     QString naming;

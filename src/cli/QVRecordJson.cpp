@@ -1,5 +1,6 @@
 #include "cli/QVRecordJson.h"
 
+#include "cli/QVJsonStream.h"
 #include "engine/QVFontDataManager.h"
 
 #include <QJsonArray>
@@ -76,4 +77,11 @@ QJsonObject QVRecordJson::dataManagerToJson(const QVFontDataManager &dataMgr)
     // Files and folders that could not be read: neither sound nor damaged.
     root.insert(QStringLiteral("unreadable"), QJsonArray::fromStringList(dataMgr.unreadablePaths()));
     return root;
+}
+
+void QVRecordJson::writeClosingMembers(QVJsonStream &stream, const QVFontDataManager &dataMgr)
+{
+    stream.value(QStringLiteral("foundProblemFonts"), dataMgr.foundProblemFonts);
+    stream.value(QStringLiteral("totalFonts"), qint64(dataMgr.totalFonts));
+    stream.value(QStringLiteral("unreadable"), QJsonArray::fromStringList(dataMgr.unreadablePaths()));
 }

@@ -7,6 +7,7 @@
 #include <QJsonObject>
 
 class QVFontDataManager;
+class QVJsonStream;
 
 class QVRecordJson
 {
@@ -15,4 +16,7 @@ public:
     static QJsonObject fontFileToJson(const QVFontFile &fontFile);
     // {"totalFonts":N,"foundProblemFonts":B,"fontFiles":[...],"unreadable":[PATH...]}
     static QJsonObject dataManagerToJson(const QVFontDataManager &dataMgr);
+    // The members that follow "fontFiles": "foundProblemFonts", "totalFonts"
+    // and "unreadable" (what a scan could not read: neither sound nor damaged).
+    static void writeClosingMembers(QVJsonStream &stream, const QVFontDataManager &dataMgr);
 };

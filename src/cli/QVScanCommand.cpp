@@ -2,23 +2,30 @@
 
 #include "cli/QVCliScanRun.h"
 #include "cli/QVExamineCommand.h"
+#include "cli/QVJsonStream.h"
 #include "cli/QVRecordJson.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "settings/QVSettings.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
+#include <optional>
 
-int QVScanCommand::run(const QStringList &arguments)
+int QVScanCommand::run(const QStringList &givenArguments)
 {
+    QStringList arguments = givenArguments;
+    if (const QString error = QVCliScanRun::takeJobsOption(&arguments); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
+    }
     bool json = false;
     QStringList folders;
     for (const QString &argument : arguments) {
         if (argument == QLatin1String("--json")) {
             json = true;
         } else if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli scan [--json] [FOLDER...]\n";
+            err() << "usage: quorvel-cli scan [--json] [--jobs N] [FOLDER...]\n";
             err().flush();
             return UsageError;
         } else {
@@ -32,7 +39,26 @@ int QVScanCommand::run(const QStringList &arguments)
     }
 
     QVFontDataManager dataManager;
-    const bool cancelled = !QVCliScanRun(&dataManager, stdout).scanFolders(folders);
+    // The records go out as the walk examines them; only the closing members
+    // wait for its end.
+    std::optional<QVJsonStream> stream;
+    if (json) {
+        stream.emplace(out());
+        stream->beginObject();
+        stream->value(QStringLiteral("folders"), QJsonArray::fromStringList(folders));
+        stream->beginArray(QStringLiteral("fontFiles"));
+        dataManager.fontFileAdded
+            = [&stream](const QVFontFilePtr &file) { stream->element(QVRecordJson::fontFileToJson(*file)); };
+    }
+    const bool cancelled = !QVCliScanRun(&dataManager, json ? stderr : stdout).scanFolders(folders);
+    dataManager.fontFileAdded = nullptr;
+    if (stream) {
+        // Stopped or not, what was written is a whole document.
+        stream->endArray();
+        QVRecordJson::writeClosingMembers(*stream, dataManager);
+        stream->endObject();
+        stream.reset();
+    }
 
     if (cancelled) {
         err() << "quorvel-cli: scan cancelled; " << dataManager.fontFileItems.size()
@@ -41,13 +67,8 @@ int QVScanCommand::run(const QStringList &arguments)
         return Cancelled;
     }
 
-    if (json) {
-        QJsonObject object = QVRecordJson::dataManagerToJson(dataManager);
-        object.insert(QStringLiteral("folders"), QJsonArray::fromStringList(folders));
-        out() << QJsonDocument(object).toJson(QJsonDocument::Indented);
-    } else {
+    if (!json)
         QVExamineCommand::printTable(dataManager);
-    }
     out().flush();
     if (reportUnreadable(dataManager))
         return UsageError;

@@ -27,8 +27,14 @@ QJsonObject QVDiagnosisSummary::toJson(const QVDiagnosis &diagnosis)
     QJsonArray problems;
     for (const QVProblemFontPtr &entry : diagnosis.problemFontsArray())
         problems.append(problemFontToJson(entry));
+    QJsonObject object = countsToJson(diagnosis);
+    object.insert(QStringLiteral("problemFonts"), problems);
+    return object;
+}
+
+QJsonObject QVDiagnosisSummary::countsToJson(const QVDiagnosis &diagnosis)
+{
     return QJsonObject { { QStringLiteral("outcome"), diagnosis.overallProgress()->label() },
-        { QStringLiteral("problemFonts"), problems },
         { QStringLiteral("fileStructureProblemCount"), diagnosis.fileStructureProblemCount() },
         { QStringLiteral("missingBitmapProblemCount"), diagnosis.missingBitmapProblemCount() },
         { QStringLiteral("missingPSProblemCount"), diagnosis.missingPSProblemCount() },

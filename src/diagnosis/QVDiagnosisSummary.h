@@ -16,6 +16,8 @@ class QVDiagnosisSummary
 public:
     // "problemFonts" and the counters under their field names.
     static QJsonObject toJson(const QVDiagnosis &diagnosis);
+    // toJson() but for "problemFonts", which a caller may write one by one.
+    static QJsonObject countsToJson(const QVDiagnosis &diagnosis);
     static QJsonObject problemFontToJson(const QVProblemFontPtr &entry);
     static QString toText(const QVDiagnosis &diagnosis);
 };

@@ -10,6 +10,13 @@ QVFontDataManager::QVFontDataManager(std::unique_ptr<QVFontExaminer> examiner)
     : m_settings(std::make_unique<QVSettings>())
     , m_examiner(examiner ? std::move(examiner) : createDefaultFontExaminer())
 {
+    readSettings();
+}
+
+void QVFontDataManager::readSettings()
+{
+    m_checkFontActivation = m_settings->checkFontActivation();
+    m_examiner->setDoLogging(m_settings->doLogging());
 }
 
 QVFontDataManager::~QVFontDataManager() = default;
@@ -22,13 +29,15 @@ QVFontFilePtr QVFontDataManager::addFontFileItem(const QString &path)
     fontFile->macTypeCode = quoted.size() >= 5 ? quoted.mid(1, 4) : QString("");
     fontFile->fontStatusArray = getFontsInFontFile(fontFile);
     fontFileItems.append(fontFile);
+    if (fontFileAdded)
+        fontFileAdded(fontFile);
     return fontFile;
 }
 
 QList<QVStatusPtr> QVFontDataManager::getFontsInFontFile(const QVFontFilePtr &fontFile)
 {
     m_examiner->initialize();
-    m_examiner->setDoActivation(m_settings->checkFontActivation());
+    m_examiner->setDoActivation(m_checkFontActivation);
     m_examiner->examineFont(fontFile->URL);
     const QList<QVStatusPtr> statuses = m_examiner->fontStatusArray();
     totalFonts += quint32(statuses.size());
@@ -56,6 +65,8 @@ void QVFontDataManager::removeAllFontFileItems()
     totalFonts = 0;
     foundProblemFonts = false;
     m_fontIndex = -1;
+    // A scan uses the settings as they are when it starts.
+    readSettings();
 }
 
 void QVFontDataManager::setAllFontItems(const QList<QVFontFilePtr> &items)

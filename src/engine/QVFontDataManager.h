@@ -8,6 +8,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <memory>
 
 class QVFontExaminer;
@@ -37,6 +38,9 @@ public:
     QSet<QString> foldersHidingFonts() const;
 
     QList<QVFontFilePtr> fontFileItems;
+    // Told of each file as it is added, on the thread that adds it (a scan's
+    // worker), in the order of the walk.
+    std::function<void(const QVFontFilePtr &)> fontFileAdded;
     QStringList unreadableFolders;
     quint32 totalFonts = 0;
     bool foundProblemFonts = false;
@@ -48,4 +52,6 @@ private:
     std::unique_ptr<QVSettings> m_settings;
     std::unique_ptr<QVFontExaminer> m_examiner;
     qint32 m_fontIndex = -1;
+    bool m_checkFontActivation = false;
+    void readSettings();
 };

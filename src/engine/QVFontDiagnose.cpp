@@ -7,6 +7,7 @@
 #include "engine/QVSFNTDirectory.h"
 #include "platform/QVByteReader.h"
 #include "platform/QVFileAccess.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVFontActivation.h"
 #include "platform/QVForkStorage.h"
@@ -54,6 +55,7 @@ QVFontDiagnose::QVFontDiagnose()
     , m_settings(std::make_unique<QVSettings>())
     , m_resFork(std::make_unique<QVResouceFork>())
     , m_memoryHandler(m_resFork->memoryHandler)
+    , m_doLoggingSetting(m_settings->doLogging())
 {
     loadFoundryNames();
 }
@@ -72,7 +74,7 @@ void QVFontDiagnose::initialize()
     doIgnoreStandardFonts = true;
     doTables = true;
     doActivation = true;
-    doLogging = m_settings->doLogging();
+    doLogging = m_doLoggingSetting;
     isInitialized = true;
 }
 
@@ -429,19 +431,35 @@ bool QVFontDiagnose::readNamingTable(SFNTFile &file, qint64 table, bool firstWin
     return true;
 }
 
+QIODevice *QVFontDiagnose::openFontFile(
+    const QString &path, QFile &file, std::unique_ptr<QIODevice> &held, int *error)
+{
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path)) {
+        held = snapshot->open();
+        *error = held ? 0 : snapshot->openError();
+        return held.get();
+    }
+    if (!QVFileSystem::openForReading(file, path, QIODevice::Unbuffered, error))
+        return nullptr;
+    return &file;
+}
+
 qint32 QVFontDiagnose::examineOTF(const QString &path)
 {
     const qint32 version = getFileVersion(path);
     const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
     const int fallbackType = otfExtension ? QVFontType::OpenType : QVFontType::TrueType;
 
-    QFile file;
+    QFile opened;
+    std::unique_ptr<QIODevice> held;
     int openError = 0;
-    if (!QVFileSystem::openForReading(file, path, QIODevice::Unbuffered, &openError)) {
+    QIODevice *device = openFontFile(path, opened, held, &openError);
+    if (!device) {
         saveUnreadableSFNT(path, fallbackType, version,
             QVDefect::withDetail(QVDefect::FileError, QString::fromLocal8Bit(std::strerror(openError))));
         return qint32(QFileDevice::OpenError);
     }
+    QIODevice &file = *device;
     if (file.size() == 0) {
         saveUnreadableSFNT(path, fallbackType, version, QString::fromUtf8(QVDefect::BadTableData));
         return 1;
@@ -490,13 +508,16 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
     const qint32 version = getFileVersion(path);
     const bool otfExtension = QFileInfo(path).suffix().toLower() == QLatin1String("otf");
 
-    QFile file;
+    QFile opened;
+    std::unique_ptr<QIODevice> held;
     int openError = 0;
-    if (!QVFileSystem::openForReading(file, path, QIODevice::Unbuffered, &openError)) {
+    QIODevice *device = openFontFile(path, opened, held, &openError);
+    if (!device) {
         saveUnreadableSFNT(path, otfExtension ? QVFontType::OpenType : QVFontType::TrueType, version,
             QVDefect::withDetail(QVDefect::FileError, QString::fromLocal8Bit(std::strerror(openError))));
         return qint32(QFileDevice::OpenError);
     }
+    QIODevice &file = *device;
 
     SFNTFile sfnt(file);
     const QString badTable = QString::fromUtf8(QVDefect::BadTableData);
@@ -570,7 +591,7 @@ qint32 QVFontDiagnose::examineTTC(const QString &path)
     return result;
 }
 
-int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
+int QVFontDiagnose::checkOTFtable(QIODevice *file, const char tag[4])
 {
     if (!file)
         return 1;
@@ -622,7 +643,7 @@ int QVFontDiagnose::checkOTFtable(QFile *file, const char tag[4])
     return 0;
 }
 
-int QVFontDiagnose::examineCMAP(QFile *, const QByteArray &tableData)
+int QVFontDiagnose::examineCMAP(QIODevice *, const QByteArray &tableData)
 {
     if (tableData.size() < 4)
         return 1;
@@ -637,17 +658,17 @@ int QVFontDiagnose::examineCMAP(QFile *, const QByteArray &tableData)
     return 0;
 }
 
-int QVFontDiagnose::examineHHEA(QFile *, const QByteArray &)
+int QVFontDiagnose::examineHHEA(QIODevice *, const QByteArray &)
 {
     return 0;
 }
 
-int QVFontDiagnose::examineHMTX(QFile *, const QByteArray &)
+int QVFontDiagnose::examineHMTX(QIODevice *, const QByteArray &)
 {
     return 0;
 }
 
-int QVFontDiagnose::examineMAXP(QFile *, const QByteArray &)
+int QVFontDiagnose::examineMAXP(QIODevice *, const QByteArray &)
 {
     return 0;
 }
@@ -840,16 +861,37 @@ QString QVFontDiagnose::matchFoundryName(const QString &text) const
     // No foundry name is found in nothing (and names are often empty).
     if (text.isEmpty())
         return QStringLiteral("Generic");
+    const auto startOf
+        = [](QChar first, QChar second) { return (quint32(first.unicode()) << 16) | second.unicode(); };
     if (m_foundriesLowerSource != foundryArray || m_foundriesLower.size() != foundryArray.size()) {
         m_foundriesLowerSource = foundryArray;
         m_foundriesLower.clear();
+        m_foundriesByStart.clear();
         for (const QString &foundry : foundryArray)
             m_foundriesLower.append(foundry.toLower());
+        for (qsizetype i = 0; i < m_foundriesLower.size(); ++i) {
+            if (m_foundriesLower.at(i).size() >= 2)
+                m_foundriesByStart[startOf(m_foundriesLower.at(i).at(0), m_foundriesLower.at(i).at(1))]
+                    .append(i);
+        }
     }
+    // The first foundry of the list that the text contains wins.
     const QString lower = text.toLower();
+    qsizetype best = m_foundriesLower.size();
     for (qsizetype i = 0; i < m_foundriesLower.size(); ++i) {
-        if (!m_foundriesLower.at(i).isEmpty() && lower.contains(m_foundriesLower.at(i)))
-            return foundryArray.at(i);
+        if (m_foundriesLower.at(i).size() == 1 && lower.contains(m_foundriesLower.at(i))) {
+            best = i;
+            break;
+        }
     }
-    return QStringLiteral("Generic");
+    for (qsizetype at = 0; at + 1 < lower.size(); ++at) {
+        const auto bucket = m_foundriesByStart.constFind(startOf(lower.at(at), lower.at(at + 1)));
+        if (bucket == m_foundriesByStart.cend())
+            continue;
+        for (const qsizetype i : *bucket) {
+            if (i < best && QStringView(lower).sliced(at).startsWith(m_foundriesLower.at(i)))
+                best = i;
+        }
+    }
+    return best < m_foundriesLower.size() ? foundryArray.at(best) : QStringLiteral("Generic");
 }

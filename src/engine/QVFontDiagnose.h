@@ -9,6 +9,7 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QHash>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -16,6 +17,7 @@
 #include <optional>
 
 class QFile;
+class QIODevice;
 class QVMemoryHandler;
 class QVResouceFork;
 class QVSettings;
@@ -31,6 +33,7 @@ public:
     // QVFontExaminer
     void initialize() override;
     void setDoActivation(bool activation) override { doActivation = activation; }
+    void setDoLogging(bool logging) override { m_doLoggingSetting = logging; }
     void examineFont(const QString &path) override;
     QList<QVStatusPtr> fontStatusArray() const override { return m_fontStatusArray; }
     void finalize() override;
@@ -48,11 +51,11 @@ public:
     qint32 examineOTF(const QString &path);
     qint32 examineTTC(const QString &path);
     // 1 when the table named by tag looks damaged, else 0.
-    int checkOTFtable(QFile *file, const char tag[4]);
-    int examineCMAP(QFile *file, const QByteArray &tableData);
-    int examineHHEA(QFile *file, const QByteArray &tableData);
-    int examineHMTX(QFile *file, const QByteArray &tableData);
-    int examineMAXP(QFile *file, const QByteArray &tableData);
+    int checkOTFtable(QIODevice *file, const char tag[4]);
+    int examineCMAP(QIODevice *file, const QByteArray &tableData);
+    int examineHHEA(QIODevice *file, const QByteArray &tableData);
+    int examineHMTX(QIODevice *file, const QByteArray &tableData);
+    int examineMAXP(QIODevice *file, const QByteArray &tableData);
 
     // Suitcases.
     qint32 examineSuitcase(const QString &path);
@@ -130,6 +133,10 @@ private:
     // read before it kept. With firstWins, the first full name and PostScript
     // name found are kept (collection members).
     bool readNamingTable(SFNTFile &file, qint64 table, bool firstWins, SFNTNames &names);
+    // The font file open for reading: through the scan's snapshot when there
+    // is one, else opened into `file`. Null with *error set when it cannot be.
+    static QIODevice *openFontFile(
+        const QString &path, QFile &file, std::unique_ptr<QIODevice> &held, int *error);
     // One status for a file the user may not read: part is the file or the
     // companion that refused, error its errno.
     void saveUnreadableFile(const QString &path, const QString &part, int error);
@@ -149,12 +156,17 @@ private:
     std::shared_ptr<QVMemoryHandler> m_memoryHandler;
     // The SFNT file being examined and its directory, shared with its table
     // probes so that the directory is read once.
-    QFile *m_sfntFile = nullptr;
+    QIODevice *m_sfntFile = nullptr;
+    // Read once, not for every file: the settings file is read anew each time.
+    bool m_doLoggingSetting = false;
     SFNTFile *m_sfnt = nullptr;
     QByteArray m_sfntDirectory;
     // foundryArray in lower case, made again whenever the list changes.
     mutable QStringList m_foundriesLowerSource;
     mutable QStringList m_foundriesLower;
+    // Foundries by their first two characters, so that a name is looked at
+    // once rather than once per foundry.
+    mutable QHash<quint32, QList<qsizetype>> m_foundriesByStart;
     QList<QVStatusPtr> m_fontStatusArray;
     qint32 m_result = 0;
 };

@@ -14,6 +14,7 @@ public:
 
     virtual void initialize() = 0;
     virtual void setDoActivation(bool doActivation) = 0;
+    virtual void setDoLogging(bool) { }
     virtual void examineFont(const QString &path) = 0;
     virtual QList<QVStatusPtr> fontStatusArray() const = 0;
     virtual void finalize() = 0;

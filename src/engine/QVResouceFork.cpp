@@ -5,6 +5,7 @@
 #include "platform/QVByteReader.h"
 #include "platform/QVByteWriter.h"
 #include "platform/QVFileName.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVLog.h"
@@ -212,6 +213,10 @@ std::recursive_mutex &QVResouceFork::lock()
 
 bool QVResouceFork::hasResourceFork(const QString &path)
 {
+    // During a scan nothing writes forks, so a file with no place for one has
+    // none, and the probe below (which opens and locks the file) is skipped.
+    if (QVFileSnapshot::of(path) && !QVForkStorage::mayHaveResourceFork(path))
+        return false;
     std::lock_guard guard(lock());
     const QList<qint16> before = QVResourceManager::openFiles();
     const qint16 saved = QVResourceManager::curResFile();

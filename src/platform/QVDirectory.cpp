@@ -17,7 +17,7 @@ std::vector<QVDirectory::Entry> QVDirectory::sortedEntries(const QString &folder
             continue;
         QByteArray native(entry->d_name);
         QString name = QVFileName::decode(native);
-        entries.push_back({ std::move(native), std::move(name) });
+        entries.push_back({ std::move(native), std::move(name), entry->d_type });
     }
     ::closedir(dir);
     std::sort(

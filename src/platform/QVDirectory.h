@@ -14,6 +14,9 @@ public:
         QByteArray native;
         // The name in QVFileName's form.
         QString name;
+        // What the listing says the entry is (DT_REG, DT_DIR, DT_LNK...);
+        // DT_UNKNOWN where the file system does not say.
+        unsigned char type = 0;
     };
 
     // Every entry but "." and "..", hidden ones included, in byte order of

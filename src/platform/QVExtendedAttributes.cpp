@@ -1,6 +1,7 @@
 #include "platform/QVExtendedAttributes.h"
 
 #include "platform/QVFileName.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVWriteFault.h"
 
 #include <QFile>
@@ -19,9 +20,14 @@ constexpr ssize_t kMaxAttributeSize = 64 * 1024 * 1024;
 
 std::optional<QByteArray> QVExtendedAttributes::get(const QString &path, const char *name, int *error)
 {
-    const QByteArray native = QVFileName::encode(path);
     if (error)
         *error = 0;
+    // A scan has listed the file's attribute names already.
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path)) {
+        if (snapshot->hasAttribute(name) == false)
+            return std::nullopt;
+    }
+    const QByteArray native = QVFileName::encode(path);
     for (int attempt = 0; attempt < 3; ++attempt) {
         const ssize_t size = ::getxattr(native.constData(), name, nullptr, 0);
         if (size < 0) {

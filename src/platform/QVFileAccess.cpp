@@ -1,6 +1,7 @@
 #include "platform/QVFileAccess.h"
 
 #include "platform/QVFileName.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVForkStorage.h"
 
 #include <QFile>
@@ -17,6 +18,10 @@ namespace
 // errno of opening an existing part for reading, 0 when it opens or is absent.
 int openError(const QString &path)
 {
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path))
+        return snapshot->exists() ? snapshot->openError() : 0;
+    if (QVFileSnapshot::companionKnownAbsent(path))
+        return 0;
     const QByteArray encoded = QVFileName::encode(path);
     struct stat st;
     if (::lstat(encoded.constData(), &st) != 0)

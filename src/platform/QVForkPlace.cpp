@@ -3,6 +3,7 @@
 #include "platform/QVAtomicFile.h"
 #include "platform/QVExtendedAttributes.h"
 #include "platform/QVFileName.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVResourceError.h"
 #include "settings/QVLog.h"
@@ -22,6 +23,8 @@ using Companion = QVForkPlace::Companion;
 
 Companion companionState(const QString &companion)
 {
+    if (QVFileSnapshot::companionKnownAbsent(companion))
+        return Companion::Absent;
     const QFileInfo info(companion);
     if (info.absolutePath().endsWith(QLatin1String("/.AppleDouble"))) {
         struct stat folder;

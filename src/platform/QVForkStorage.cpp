@@ -4,7 +4,9 @@
 #include "platform/QVAtomicFile.h"
 #include "platform/QVByteReader.h"
 #include "platform/QVByteWriter.h"
+#include "platform/QVExtendedAttributes.h"
 #include "platform/QVFileName.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkPlace.h"
 #include "platform/QVResourceError.h"
@@ -27,6 +29,8 @@ constexpr qint64 kFinderFlags = 8;
 
 bool fileExists(const QString &path)
 {
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path))
+        return snapshot->exists() && !snapshot->isDirectory();
     struct stat st;
     return ::stat(QVFileName::encode(path).constData(), &st) == 0 && !S_ISDIR(st.st_mode);
 }
@@ -73,14 +77,39 @@ QString QVForkStorage::placeName(Place place)
 
 QString QVForkStorage::sidecarPath(const QString &path)
 {
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path);
+        snapshot && !snapshot->sidecarPath().isEmpty())
+        return snapshot->sidecarPath();
     const QFileInfo info(path);
     return info.absolutePath() + QStringLiteral("/._") + info.fileName();
 }
 
 QString QVForkStorage::netatalkPath(const QString &path)
 {
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path);
+        snapshot && !snapshot->netatalkPath().isEmpty())
+        return snapshot->netatalkPath();
     const QFileInfo info(path);
     return info.absolutePath() + QStringLiteral("/.AppleDouble/") + info.fileName();
+}
+
+bool QVForkStorage::mayHaveResourceFork(const QString &path)
+{
+    for (const QVForkPlace &row : QVForkPlace::table()) {
+        if (!row.canKeep(QVAppleDouble::ResourceFork))
+            continue;
+        if (row.companionPath) {
+            if (row.companionAt(path) != QVForkPlace::Companion::Absent)
+                return true;
+        } else if (row.place == Place::ExtendedAttribute) {
+            int error = 0;
+            if (QVExtendedAttributes::get(path, kForkAttribute, &error) || error != 0)
+                return true;
+        } else if (path.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive)) {
+            return true; // the data fork itself
+        }
+    }
+    return false;
 }
 
 QVForkStorage::Place QVForkStorage::resourceForkPlace(const QString &path)
@@ -145,17 +174,29 @@ qint16 QVForkStorage::readFinderInfo(const QString &path, QByteArray *info, Plac
     *info = QByteArray(QVAppleDouble::kFinderInfoSize, '\0');
     if (!fileExists(path))
         return QVResourceError::FileNotFound;
+    // A scan asks several times about one file; the first answer is kept.
+    const QVFileSnapshot *snapshot = QVFileSnapshot::of(path);
+    if (snapshot && snapshot->memo().finderInfoRead) {
+        *info = snapshot->memo().finderInfo;
+        if (place)
+            *place = Place(snapshot->memo().finderInfoPlace);
+        return QVResourceError::NoErr;
+    }
+    Place found = Place::None;
     for (const QVForkPlace &row : QVForkPlace::table()) {
         QByteArray bytes;
         if (row.canKeep(QVAppleDouble::FinderInfo)
             && row.read(row, path, QVAppleDouble::FinderInfo, &bytes) == QVResourceError::NoErr) {
             *info = bytes.left(QVAppleDouble::kFinderInfoSize);
             info->resize(QVAppleDouble::kFinderInfoSize, '\0');
-            if (place)
-                *place = row.place;
-            return QVResourceError::NoErr;
+            found = row.place;
+            break;
         }
     }
+    if (place)
+        *place = found;
+    if (snapshot)
+        snapshot->memo() = { true, *info, int(found) };
     return QVResourceError::NoErr;
 }
 
@@ -217,6 +258,8 @@ QDateTime QVForkStorage::creationDate(const QString &path)
         const QDateTime epoch(QDate(2000, 1, 1), QTime(0, 0), Qt::UTC);
         return epoch.addSecs(qint32(*raw));
     }
+    if (const QVFileSnapshot *snapshot = QVFileSnapshot::of(path))
+        return QDateTime::fromSecsSinceEpoch(snapshot->birthOrModificationTime(), Qt::UTC);
     struct statx sx;
     if (::statx(AT_FDCWD, QVFileName::encode(path).constData(), 0, STATX_BTIME | STATX_MTIME, &sx) == 0) {
         if (sx.stx_mask & STATX_BTIME)

@@ -42,6 +42,9 @@ public:
     static QString sidecarPath(const QString &path);
     static QString netatalkPath(const QString &path);
 
+    // False when no place that keeps a fork exists for the file (no attribute,
+    // no companion file, not a ".dfont"); true says only that one may have it.
+    static bool mayHaveResourceFork(const QString &path);
     // Where the file's fork is (a non-empty fork), or Place::None.
     static Place resourceForkPlace(const QString &path);
     // Reads the fork; *place gets where it was. 0, -43 no file, -193 no fork,

@@ -1,6 +1,7 @@
 #include "settings/QVProgress.h"
 
 #include <QMutexLocker>
+#include <QThread>
 
 QVProgress::QVProgress(QObject *parent)
     : QObject(parent)
@@ -43,7 +44,7 @@ void QVProgress::setValue(double value)
         QMutexLocker locker(&m_mutex);
         m_value = value;
     }
-    Q_EMIT changed();
+    notify();
 }
 
 void QVProgress::increment(double by)
@@ -52,7 +53,7 @@ void QVProgress::increment(double by)
         QMutexLocker locker(&m_mutex);
         m_value += by;
     }
-    Q_EMIT changed();
+    notify();
 }
 
 void QVProgress::setMaximum(double maximum)
@@ -61,7 +62,7 @@ void QVProgress::setMaximum(double maximum)
         QMutexLocker locker(&m_mutex);
         m_maximum = maximum;
     }
-    Q_EMIT changed();
+    notify();
 }
 
 void QVProgress::setLabel(const QString &label)
@@ -70,7 +71,7 @@ void QVProgress::setLabel(const QString &label)
         QMutexLocker locker(&m_mutex);
         m_label = label;
     }
-    Q_EMIT changed();
+    notify();
 }
 
 void QVProgress::setTitle(const QString &title)
@@ -79,7 +80,7 @@ void QVProgress::setTitle(const QString &title)
         QMutexLocker locker(&m_mutex);
         m_title = title;
     }
-    Q_EMIT changed();
+    notify();
 }
 
 void QVProgress::setIndeterminate(bool indeterminate)
@@ -88,7 +89,7 @@ void QVProgress::setIndeterminate(bool indeterminate)
         QMutexLocker locker(&m_mutex);
         m_indeterminate = indeterminate;
     }
-    Q_EMIT changed();
+    notify();
 }
 
 void QVProgress::reset()
@@ -99,5 +100,25 @@ void QVProgress::reset()
         m_maximum = 0;
         m_label.clear();
     }
-    Q_EMIT changed();
+    notify();
+}
+
+void QVProgress::notify()
+{
+    // Observers on the object's own thread hear at once. From a worker one
+    // hand-off is queued at a time, however many changes come before it runs:
+    // a walk over many small files must not wake the window once a file.
+    if (QThread::currentThread() == thread()) {
+        Q_EMIT changed();
+        return;
+    }
+    if (m_notifyPending.exchange(true))
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_notifyPending = false;
+            Q_EMIT changed();
+        },
+        Qt::QueuedConnection);
 }

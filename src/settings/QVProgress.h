@@ -6,6 +6,7 @@
 #include <QMutex>
 #include <QObject>
 #include <QString>
+#include <atomic>
 
 class QVProgress : public QObject
 {
@@ -33,7 +34,10 @@ Q_SIGNALS:
     void changed();
 
 private:
+    void notify();
+
     mutable QMutex m_mutex;
+    std::atomic<bool> m_notifyPending { false };
     double m_value = 0;
     double m_maximum = 0;
     QString m_label;

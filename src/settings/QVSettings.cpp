@@ -59,6 +59,7 @@ const QList<QVSettings::Key> keyTable = {
     { "userName", Type::String, false },
     { "companyName", Type::String, false },
     { "prefsVersion", Type::Integer, false },
+    { "scanJobs", Type::Integer, true },
 };
 
 constexpr int kMaxRecentScans = 5;
@@ -151,6 +152,7 @@ QVariantMap QVSettings::getDefaultsDictionary() const
     defaults.insert(QStringLiteral("showLibraryFolder"), false);
     defaults.insert(QStringLiteral("autoScanFrequency"), QStringLiteral("kMonthly"));
     defaults.insert(QStringLiteral("doLogging"), false);
+    defaults.insert(QStringLiteral("scanJobs"), 0);
     defaults.insert(QStringLiteral("fontFolderPaths"), getSystemFontFolderPaths());
     return defaults;
 }

@@ -138,6 +138,16 @@ public:
 #undef QV_STRING_SETTING
 #undef QV_DATE_SETTING
 
+    // Files a scan reads at once; 0: one per processor core.
+    int scanJobs() const
+    {
+        return value(QStringLiteral("scanJobs")).toInt();
+    }
+    void setScanJobs(int jobs)
+    {
+        setValue(QStringLiteral("scanJobs"), jobs);
+    }
+
     int prefsVersion() const
     {
         return value(QStringLiteral("prefsVersion")).toInt();

@@ -6,6 +6,7 @@
 #include "platform/QVDirectory.h"
 #include "platform/QVFileAccess.h"
 #include "platform/QVFileName.h"
+#include "platform/QVFileSnapshot.h"
 #include "platform/QVFileSystem.h"
 #include "platform/QVForkStorage.h"
 #include "settings/QVDataFolder.h"
@@ -27,11 +28,15 @@
 #include <QMimeDatabase>
 #include <QStandardPaths>
 #include <QThread>
+#include <QThreadPool>
 #include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <dirent.h>
+#include <map>
 #include <sys/stat.h>
 #include <utility>
 #include <vector>
@@ -43,6 +48,9 @@ namespace
 // a later scan leaves the label alone until its own elapsed time passes this
 // value by more than two seconds.
 quint64 lastProgressUpdate = 0;
+
+// How often, at most, the walk hands the label's update to the main thread.
+constexpr qint64 kLabelPostInterval = 100'000'000; // ns
 
 // A saved list larger than this is not ours.
 constexpr qint64 kMaxFontItemsFileSize = 512 * 1024 * 1024;
@@ -246,12 +254,40 @@ bool QVFileManager::findFontFiles(
         QString path;
         std::vector<QVDirectory::Entry> entries;
         size_t next = 0;
+        // The listing as the files' snapshots consult it, made when first needed.
+        std::shared_ptr<const QVFileSnapshot::Folder> folder;
+        // Snapshots being taken ahead of the walk, by entry, and the first
+        // entry not yet handed out.
+        std::map<size_t, QFuture<SnapshotPtr>> ahead;
+        size_t handedOut = 0;
     };
+    // With several jobs, workers take the snapshots of the next files while
+    // the walk examines this one; a file system that answers slowly answers
+    // several of them at once.
+    const int jobs = this->jobs();
+    std::unique_ptr<QThreadPool> pool;
+    if (jobs > 1) {
+        pool = std::make_unique<QThreadPool>();
+        pool->setMaxThreadCount(jobs);
+    }
+    const size_t window = size_t(jobs) * 4;
     std::vector<Level> stack;
     if (QVFileAccess::isPermissionError(QVFileAccess::folderError(start)))
         noteUnreadableFolder(start);
     else
-        stack.push_back({ start, QVDirectory::sortedEntries(start), 0 });
+        stack.push_back({ start, QVDirectory::sortedEntries(start), 0, nullptr, {}, 0 });
+    const auto listing = [](Level &level) {
+        if (!level.folder) {
+            std::vector<QByteArray> names;
+            names.reserve(level.entries.size());
+            for (const QVDirectory::Entry &entry : level.entries)
+                names.push_back(entry.native);
+            level.folder = std::make_shared<const QVFileSnapshot::Folder>(level.path, std::move(names));
+        }
+        return level.folder;
+    };
+    // The label's clock is looked at a few times a second, not once a file.
+    qint64 lastLabelPost = 0;
 
     bool cancelled = false;
     while (!stack.empty() && !cancelled) {
@@ -260,14 +296,43 @@ bool QVFileManager::findFontFiles(
             stack.pop_back();
             continue;
         }
-        const QString name = level.entries[level.next++].name;
+        const size_t index = level.next++;
+        const QVDirectory::Entry &entry = level.entries[index];
+        const auto isCandidate = [](const QVDirectory::Entry &e) {
+            return e.type == DT_REG && !e.name.startsWith(QLatin1Char('.'));
+        };
+        for (; pool && level.handedOut < level.entries.size() && level.handedOut < index + window;
+             ++level.handedOut) {
+            const QVDirectory::Entry &later = level.entries[level.handedOut];
+            if (!isCandidate(later))
+                continue;
+            level.ahead.emplace(level.handedOut,
+                QtConcurrent::run(pool.get(),
+                    [path = QString(level.path + QLatin1Char('/') + later.name), folder = listing(level),
+                        native = later.native] {
+                        return std::make_shared<const QVFileSnapshot>(path, folder, native);
+                    }));
+        }
+        const QString &name = entry.name;
         const QString path = level.path + QLatin1Char('/') + name;
         const bool direct = stack.size() == 1;
         if (direct)
             bar->increment(step);
 
         struct stat st;
-        if (::lstat(QVFileName::encode(path).constData(), &st) != 0) {
+        if (entry.type == DT_REG) {
+            // The listing says what it is: no need to ask again.
+            if (isCandidate(entry)) {
+                SnapshotPtr snapshot;
+                if (const auto taken = level.ahead.find(index); taken != level.ahead.end()) {
+                    snapshot = taken->second.result();
+                    level.ahead.erase(taken);
+                } else {
+                    snapshot = std::make_shared<const QVFileSnapshot>(path, listing(level), entry.native);
+                }
+                considerFile(snapshot);
+            }
+        } else if (::lstat(QVFileName::encode(path).constData(), &st) != 0) {
             // The folder can be listed but not entered: its files are unknown.
             if (QVFileAccess::isPermissionError(errno))
                 noteUnreadableFolder(level.path);
@@ -284,22 +349,26 @@ bool QVFileManager::findFontFiles(
             // cannot be read hides the forks of the files beside it.
             const bool skipped = isSkippedFolderName(name);
             const int error = QVFileAccess::folderError(path);
+            // The last use of `level`: the push may move it.
             if (QVFileAccess::isPermissionError(error) && (!skipped || name == QLatin1String(".AppleDouble")))
                 noteUnreadableFolder(path);
             else if (!skipped && error == 0)
-                stack.push_back({ path, QVDirectory::sortedEntries(path), 0 });
+                stack.push_back({ path, QVDirectory::sortedEntries(path), 0, nullptr, {}, 0 });
         } else if (S_ISREG(st.st_mode) && !name.startsWith(QLatin1Char('.'))) {
             // Only regular files: reading the content type of a pipe or a
             // device would hang the walk. Names beginning with "." (hidden
             // files, "._" sidecars) are never fonts to examine.
-            considerFile(path, quint64(st.st_dev), quint64(st.st_ino));
+            considerFile(std::make_shared<const QVFileSnapshot>(path, listing(level), entry.native));
         }
 
         if (m_didCancel.load()) {
             cancelled = true;
             break;
         }
-        onMainThread([this] { updateProgressLabel(); });
+        if (const qint64 now = m_clock(); now - lastLabelPost >= kLabelPostInterval) {
+            lastLabelPost = now;
+            onMainThread([this] { updateProgressLabel(); });
+        }
     }
     cancelled = cancelled || m_didCancel.load();
 
@@ -307,7 +376,7 @@ bool QVFileManager::findFontFiles(
         for (const QString &link : std::as_const(m_linkedFiles)) {
             struct stat target;
             if (::stat(QVFileName::encode(link).constData(), &target) == 0 && S_ISREG(target.st_mode))
-                considerFile(link, quint64(target.st_dev), quint64(target.st_ino));
+                considerFile(std::make_shared<const QVFileSnapshot>(link, nullptr, QByteArray()));
         }
         m_linkedFiles.clear();
     }
@@ -338,11 +407,25 @@ bool QVFileManager::findFontFiles(
     return false;
 }
 
-void QVFileManager::considerFile(const QString &path, quint64 device, quint64 inode)
+int QVFileManager::jobs() const
 {
+    int jobs = m_jobs > 0 ? m_jobs : m_settings->scanJobs();
+    if (jobs <= 0)
+        jobs = QThread::idealThreadCount();
+    return qBound(1, jobs, 64);
+}
+
+void QVFileManager::considerFile(const SnapshotPtr &snapshot)
+{
+    // One look at the file answers what follows: its identity, its type, and
+    // everything the examiner asks of it.
+    if (!snapshot->isRegular())
+        return;
+    const QString &path = snapshot->path();
+    const QVFileSnapshot::Use use(snapshot.get());
     // One file under several names (hard links, links, folders given twice)
     // is one font file: only its first path is examined.
-    const QPair<quint64, quint64> identity { device, inode };
+    const QPair<quint64, quint64> identity { snapshot->fileSystem(), snapshot->inode() };
     if (m_seenFiles.contains(identity))
         return;
     // A file that cannot be read is handed over when it may be a font, so that
@@ -401,12 +484,22 @@ bool QVFileManager::isSupportedFontFileType(const QString &path) const
 
 bool QVFileManager::isFontFile(const QString &path) const
 {
+    // A font extension decides alone: its content type is a font type, and
+    // it is a supported type whatever the file holds.
+    const QString extension = QFileInfo(path).suffix().toLower();
+    if (extension == QLatin1String("ttf") || extension == QLatin1String("otf")
+        || extension == QLatin1String("ttc"))
+        return true;
     // Linux's MIME database has no entry for a data-fork suitcase: its name
     // decides, before anything of a possibly damaged file is read.
     if (path.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive))
         return true;
     static const QMimeDatabase mimeDatabase;
-    const QMimeType type = mimeDatabase.mimeTypeForFile(path);
+    // A scan has the file's first bytes already: the content test reads fewer.
+    const QVFileSnapshot *snapshot = QVFileSnapshot::of(path);
+    const QMimeType type = snapshot
+        ? mimeDatabase.mimeTypeForFileNameAndData(QFileInfo(path).fileName(), snapshot->head())
+        : mimeDatabase.mimeTypeForFile(path);
     if (!type.isValid())
         return false;
     return type.name().contains(QLatin1String("font")) || isSupportedFontFileType(path);

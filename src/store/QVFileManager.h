@@ -4,6 +4,8 @@
 // pause, resume and cancel. It also owns the data folder.
 #pragma once
 
+#include "platform/QVFileSnapshot.h"
+
 #include <QObject>
 #include <QPair>
 #include <QPointer>
@@ -94,6 +96,12 @@ public:
     QVFontDataManager *dataMgr() const { return m_dataMgr; }
     QVSettings *settings() const { return m_settings; }
     void setSettings(QVSettings *settings) { m_settings = settings; }
+    // Files read at once by a scan: 1 reads each as the walk meets it; more
+    // read ahead of the walk on as many threads, which a network file system
+    // needs. Records come in the walk's order whatever the number. 0 (the
+    // default) takes the settings' scanJobs, and 0 there one per core.
+    void setJobs(int jobs) { m_jobs = jobs; }
+    int jobs() const;
     QVProgress *progress() const;
     void setProgress(QVProgress *progress);
     QVHelperCommunications *helperCommunications() const;
@@ -116,7 +124,8 @@ private:
     void initCommon();
     // Hands a regular file to the data manager unless it is not a font or was
     // met before under another name.
-    void considerFile(const QString &path, quint64 device, quint64 inode);
+    using SnapshotPtr = std::shared_ptr<const QVFileSnapshot>;
+    void considerFile(const SnapshotPtr &snapshot);
     void noteUnreadableFolder(const QString &folder);
     void postScanFolderComplete(bool cancelled);
     void onMainThread(std::function<void()> work);
@@ -124,6 +133,7 @@ private:
     QVFontDataManager *m_dataMgr = nullptr;
     std::unique_ptr<QVFontDataManager> m_ownDataMgr;
     QVSettings *m_settings = nullptr;
+    int m_jobs = 0;
     std::unique_ptr<QVSettings> m_ownSettings;
     QPointer<QVProgress> m_progress;
     QVProgress *m_ownProgress = nullptr;
