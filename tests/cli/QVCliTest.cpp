@@ -242,6 +242,50 @@ TEST_F(CliTest, DiagnoseResolvesReportsAndCountsOneThingEverywhere)
     EXPECT_TRUE(none.err.contains("Choose at least one diagnosis")) << qPrintable(none.err);
 }
 
+TEST_F(CliTest, EveryOutputIsTheSameWhateverTheNumberOfJobs)
+{
+    // Forks in each place, an outline file, damage, duplicates and an empty file.
+    const QString fonts = home.path() + "/Mixed";
+    const QString work = home.path() + "/work";
+    QDir().mkpath(work);
+    const QByteArray fork = dejaVuSerifFork(work);
+    ASSERT_FALSE(fork.isEmpty());
+    ASSERT_TRUE(makeSuitcase(fonts + "/Sidecar Serif", fork, FS::Place::AppleDouble));
+    ASSERT_TRUE(makeSuitcase(fonts + "/Netatalk Serif", fork, FS::Place::NetatalkFolder));
+    ASSERT_TRUE(makeSuitcase(fonts + "/a/Attribute Serif", fork, FS::Place::ExtendedAttribute));
+    ASSERT_FALSE(makeLwfn(fonts, "C059Ita").isEmpty());
+    copyFont(kDejaVuSans, fonts + "/a");
+    copyFont(kDejaVuSans, fonts + "/b");
+    home.writeFile("Mixed/b/Damaged.ttf", damagedSans());
+    home.writeFile("Mixed/b/Short.dfont", readFile(kPanicSansDfont).left(700));
+    home.writeFile("Mixed/b/Empty.otf", QByteArray());
+    // Report times are masked: two runs may fall in different minutes.
+    const QRegularExpression time("\\d{1,2}:\\d{2}(:\\d{2})?( ?[AP]M)?");
+    for (const QString &folder : { fonts, QStringLiteral("/usr/share/fonts") }) {
+        for (const QStringList &command :
+            { QStringList { "scan", "--json" }, { "diagnose", "--json", "--report" } }) {
+            QString outputs[2];
+            int index = 0;
+            for (const char *jobs : { "1", "4" }) {
+                const CliRun run = cli(command + QStringList { "--jobs", jobs, folder });
+                ASSERT_LE(run.exitCode, 1) << qPrintable(run.err);
+                // The records are streamed, laid out as a whole document would be.
+                EXPECT_EQ(QJsonDocument::fromJson(run.out.toUtf8()).toJson(QJsonDocument::Indented),
+                    run.out.toUtf8());
+                QString output = run.out;
+                if (const QString report = json(run)["report"].toString(); !report.isEmpty())
+                    output.replace(report, "REPORT")
+                        += QString::fromUtf8(readFile(report)).replace(time, "TIME");
+                outputs[index++] = output;
+            }
+            EXPECT_GT(outputs[0].size(), 1000);
+            EXPECT_TRUE(outputs[0] == outputs[1]) << qPrintable(command.join(' ') + ' ' + folder);
+        }
+    }
+    expectRefused({ { "scan", "--jobs", "0", fonts }, { "diagnose", "--jobs", fonts },
+        { "scan", "--jobs", "2", "--jobs", "3", fonts } });
+}
+
 TEST_F(CliTest, ASignalStopsAResolutionAfterTheFontInHandAndKeepsWhatItDid)
 {
     for (const int signal : { SIGINT, SIGTERM }) {
