@@ -18,6 +18,7 @@
 #include <QCloseEvent>
 #include <QDialog>
 #include <QFileInfo>
+#include <QHash>
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QLabel>
@@ -495,14 +496,16 @@ void QVDiagnosisActionWindow::resolved(const QVDiagnosisResolution::Outcome &out
         for (const int row : *rows)
             handled.insert(m_model->entry(row).get());
     }
-    QSet<const QVProblemFont *> checkedBefore;
-    for (const QVProblemFontPtr &entry : std::as_const(m_checkedBefore))
-        checkedBefore.insert(entry.get());
-    for (int row = 0; row < m_resolution->rowArray.size(); ++row) {
-        const QVProblemFontPtr &entry = m_resolution->rowArray.at(row);
-        if (checkedBefore.contains(entry.get()) && !handled.contains(entry.get()))
-            m_resolution->setRowChecked(row, true);
+    QHash<const QVProblemFont *, int> rowOf;
+    for (int row = 0; row < m_resolution->rowArray.size(); ++row)
+        rowOf.insert(m_resolution->rowArray.at(row).get(), row);
+    // In the order they were checked, as the sweeps take them.
+    QList<int> checked;
+    for (const QVProblemFontPtr &entry : std::as_const(m_checkedBefore)) {
+        if (!handled.contains(entry.get()) && rowOf.contains(entry.get()))
+            checked << rowOf.value(entry.get());
     }
+    m_resolution->checkedRowsArray = checked;
     m_checkedBefore.clear();
     clearExpandedRowsArray();
     m_model->setRows(m_resolution->rowArray, m_resolution->checkedRowsArray);
