@@ -11,9 +11,8 @@
 QVPopover::QVPopover(QWidget *parent)
     : QFrame(parent, Qt::Popup | Qt::FramelessWindowHint)
 {
-    setFrameShape(QFrame::StyledPanel);
     setAutoFillBackground(true);
-    setBackgroundRole(QPalette::Base);
+    setBackgroundRole(QPalette::Window);
     m_title = new QLabel(this);
     QFont bold = m_title->font();
     bold.setBold(true);
@@ -43,18 +42,27 @@ QVPopover::QVPopover(QWidget *parent)
 void QVPopover::showBeside(QAbstractButton *anchor, const QString &title, const QString &html)
 {
     m_anchor = anchor;
+    // Set off from what lies under it in either palette.
+    const QColor edge = palette().color(QPalette::WindowText);
+    setStyleSheet(QStringLiteral("QVPopover { background: %1; border: 1px solid rgba(%2, %3, %4, 110); "
+                                 "border-radius: 6px; }")
+                      .arg(palette().color(QPalette::Window).name())
+                      .arg(edge.red())
+                      .arg(edge.green())
+                      .arg(edge.blue()));
     m_title->setText(title);
     m_info->setText(html);
     setAccessibleName(title);
     m_info->setAccessibleName(title);
     adjustSize();
-    // To the right of the button, kept on its screen.
-    QPoint at = anchor->mapToGlobal(QPoint(anchor->width() + 4, -8));
+    // Below the button (above it near the bottom of the screen), so the line
+    // it explains stays in sight.
+    QPoint at = anchor->mapToGlobal(QPoint(0, anchor->height() + 2));
     if (const QScreen *screen = anchor->screen()) {
         const QRect area = screen->availableGeometry();
-        if (at.x() + width() > area.right())
-            at.setX(anchor->mapToGlobal(QPoint(0, 0)).x() - width() - 4);
-        at.setY(qBound(area.top(), at.y(), qMax(area.top(), area.bottom() - height())));
+        if (at.y() + height() > area.bottom())
+            at.setY(anchor->mapToGlobal(QPoint(0, 0)).y() - height() - 2);
+        at.setX(qBound(area.left(), at.x(), qMax(area.left(), area.right() - width())));
     }
     move(at);
     show();

@@ -75,7 +75,8 @@ QStringList snapshot(const QString &fonts, const QString &dataHome)
             const QString path = it.next();
             const bool metadata = it.fileName().startsWith(QLatin1String("._"))
                 || it.fileName().startsWith(QLatin1String("dataSource"));
-            lines << path.mid(root.size()) + (metadata ? QString() : QLatin1Char(' ') + forkHashes(path));
+            lines << (root == fonts ? QStringLiteral("folder") : QStringLiteral("quarantine"))
+                    + path.mid(root.size()) + (metadata ? QString() : QLatin1Char(' ') + forkHashes(path));
         }
     }
     lines.sort();
