@@ -199,12 +199,10 @@ QVDiagnosisActionWindow::QVDiagnosisActionWindow(QVFontDataManager *dataMgr, QWi
     connect(m_resolution, &QVDiagnosisResolution::resolved, this, &QVDiagnosisActionWindow::resolved);
     connect(&m_storeWatcher, &QFutureWatcher<StoreHandle>::finished, this,
         [this] { startResolving(m_storeWatcher.result()); });
-    connect(&m_progress, &QVProgress::changed, this, [this] {
-        if (m_progressBar) {
-            const double maximum = m_progress.maximum() > 0 ? m_progress.maximum() : 100.0;
-            m_progressBar->setValue(qBound(0, int(m_progress.value() / maximum * kBarScale), kBarScale));
-        }
-    });
+    // Rows done and the bar are shown a few times a second, not once per
+    // font: a long list sends thousands of them.
+    m_refreshTimer.setInterval(50);
+    connect(&m_refreshTimer, &QTimer::timeout, this, &QVDiagnosisActionWindow::showProgress);
     m_resolution->stopRequested = [stop = m_stop] { return stop->load(); };
 
     m_iconName = QVSettings().lastScanType() == QLatin1String("Manual Scan")
@@ -401,6 +399,7 @@ void QVDiagnosisActionWindow::resolveIssues()
         m_resolution->progress = nullptr;
     }
 
+    m_refreshTimer.start();
     // Reading the quarantine index and waiting for another run are file work.
     QVFontDataManager *dataMgr = m_dataMgr;
     const std::shared_ptr<std::atomic<bool>> stop = m_stop;
@@ -433,9 +432,11 @@ void QVDiagnosisActionWindow::startResolving(const StoreHandle &handle)
 
 void QVDiagnosisActionWindow::rowResolved(int row, const QString &error)
 {
-    m_model->setResult(row, error);
+    m_doneRows.append({ row, error });
     if (error.isNull())
         return;
+    // The row and the dialog about it are shown together.
+    showProgress();
     const QVProblemFontPtr entry = m_model->entry(row);
     const bool repair = m_model->data(m_model->index(row, QVProblemFontModel::RecommendationColumn))
                             .toString()
@@ -447,8 +448,21 @@ void QVDiagnosisActionWindow::rowResolved(int row, const QString &error)
     showNextError();
 }
 
+void QVDiagnosisActionWindow::showProgress()
+{
+    for (const auto &[row, error] : std::as_const(m_doneRows))
+        m_model->setResult(row, error);
+    m_doneRows.clear();
+    if (m_progressBar) {
+        const double maximum = m_progress.maximum() > 0 ? m_progress.maximum() : 100.0;
+        m_progressBar->setValue(qBound(0, int(m_progress.value() / maximum * kBarScale), kBarScale));
+    }
+}
+
 void QVDiagnosisActionWindow::resolved(const QVDiagnosisResolution::Outcome &outcome)
 {
+    m_refreshTimer.stop();
+    showProgress();
     // The worker is done with the fonts: the window may read them again.
     const int quarantined = m_store ? m_store->qv_total_quarantined : 0;
     m_resolution->setStore(nullptr, nullptr);

@@ -12,6 +12,7 @@
 
 #include <QFutureWatcher>
 #include <QPointer>
+#include <QTimer>
 #include <QWidget>
 #include <atomic>
 #include <memory>
@@ -106,7 +107,8 @@ private:
     void startResolving(const StoreHandle &handle);
     void resolved(const QVDiagnosisResolution::Outcome &outcome);
     void rowResolved(int row, const QString &error);
-    void finishResolving();
+    // The rows done since last time and the bar.
+    void showProgress();
     void showNextError();
     void modalEnded(int returnCode, const QString &context);
     void updateButtons();
@@ -129,6 +131,8 @@ private:
     QDialog *m_progressWindow = nullptr;
     QProgressBar *m_progressBar = nullptr;
     QVProgress m_progress;
+    QTimer m_refreshTimer;
+    QList<QPair<int, QString>> m_doneRows;
     QString m_iconName;
 
     QFutureWatcher<StoreHandle> m_storeWatcher;
