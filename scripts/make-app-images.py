@@ -96,8 +96,22 @@ def dots():
               svg(16, '<circle cx="8" cy="8" r="5" fill="none" stroke="%s" stroke-width="2"/>' % quiet))
 
 
+def row_buttons():
+    # The resolution window's lines: a defect's caution mark and the font's details.
+    for suffix, warn, info, ink in (("", "#c27c0e", BRAND, "#ffffff"), ("Dark", "#e9a23b", "#9cc3ea", "#1e2329")):
+        write("caution" + suffix,
+              svg(16, '<path d="M8 1.5l7 12.5H1z" fill="%s" stroke="%s" stroke-width="1" stroke-linejoin="round"/>'
+                      '<path d="M8 6v4M8 12v.5" fill="none" stroke="%s" stroke-width="1.6" stroke-linecap="round"/>'
+                      % (warn, warn, ink)))
+        write("info" + suffix,
+              svg(16, '<circle cx="8" cy="8" r="6.5" fill="%s"/>'
+                      '<path d="M8 7.2v4.3M8 4.6v.4" fill="none" stroke="%s" stroke-width="1.6" stroke-linecap="round"/>'
+                      % (info, ink)))
+
+
 if __name__ == "__main__":
     os.makedirs(OUT, exist_ok=True)
     buttons()
     status_icons()
     dots()
+    row_buttons()

@@ -1,6 +1,7 @@
 #include "QVAppDelegate.h"
 
 #include "QVAlertSheet.h"
+#include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
 #include "QVMainWindow.h"
 #include "QVPlaceholderView.h"
@@ -8,6 +9,7 @@
 #include "QVSettingsTabItem.h"
 #include "QVViewButton.h"
 #include "diagnosis/QVDiagnosis.h"
+#include "diagnosis/QVDiagnosisResolution.h"
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
@@ -79,9 +81,11 @@ void QVAppDelegate::applicationDidFinishLaunching()
     m_diagnosisViewController = new QVDiagnosisViewController(m_dataMgr.get());
     m_diagnosisViewController->viewState()->setHelperCommunications(m_helperCommunications);
     m_settingsTabItem = new QVSettingsTabItem(m_settings.get());
+    m_quarantineView
+        = new QVPlaceholderView(QStringLiteral("quarantine"), QVStringTable::text("window.title.quarantine"),
+            QStringLiteral("Fonts set aside by a diagnosis will be listed here."));
     m_window->setViews(m_defaultScanViewController, m_diagnosisViewController, m_settingsTabItem,
-        new QVPlaceholderView(QStringLiteral("quarantine"), QVStringTable::text("window.title.quarantine"),
-            QStringLiteral("Fonts set aside by a diagnosis will be listed here.")),
+        m_quarantineView,
         new QVPlaceholderView(QStringLiteral("reports"), QVStringTable::text("window.title.reports"),
             QStringLiteral("Saved reports will be listed here.")));
     connectDiagnosisView();
@@ -137,15 +141,41 @@ void QVAppDelegate::connectDiagnosisView()
         m_quitting = true;
         m_window->close();
     });
-    // The resolution window comes later; meanwhile the info label says what was found.
-    connect(
-        state, &QVDiagnosisViewState::actionWindowRequested, this, [this](const QList<QVProblemFontPtr> &) {
-            m_window->setInfo(
-                QStringLiteral(
-                    "%1 fonts with problems. quorvel-cli diagnose --resolve repairs or sets them aside.")
-                    .arg(m_diagnosisViewController->diagnosis()->totalFontProblems()),
-                QStringLiteral("scan"));
+    connect(state, &QVDiagnosisViewState::actionWindowRequested, this,
+        &QVAppDelegate::presentDiagnosisActionWindow);
+}
+
+QVDiagnosisActionWindow *QVAppDelegate::diagnosisActionWindow() const
+{
+    return m_diagnosisActionWindow;
+}
+
+void QVAppDelegate::presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &problemFonts)
+{
+    if (m_diagnosisActionWindow)
+        m_diagnosisActionWindow->close();
+    auto *window = new QVDiagnosisActionWindow(m_dataMgr.get(), m_window.get());
+    m_diagnosisActionWindow = window;
+    const QVDiagnosisResolution *resolution = window->resolution();
+    connect(window, &QVDiagnosisActionWindow::userInterfaceEnabled, this,
+        &QVAppDelegate::setUserInterfaceEnabled);
+    connect(window, &QVDiagnosisActionWindow::quarantineChanged, this, [this] {
+        // The quarantine view reloads, once it is one that lists.
+        if (m_quarantineView->metaObject()->indexOfMethod("refreshTableViewData()") >= 0)
+            QMetaObject::invokeMethod(m_quarantineView, "refreshTableViewData");
+    });
+    connect(resolution, &QVDiagnosisResolution::scanViewTextChanged, m_defaultScanViewController,
+        &QVScanRootViewController::updateScanViewText);
+    connect(resolution, &QVDiagnosisResolution::helperResponse, this,
+        [this](const QString &response, const QVariantMap &options) {
+            if (m_helperCommunications)
+                m_helperCommunications->sendResponse(response, QString(), options);
         });
+    window->setProblemFontsArray(problemFonts);
+    window->show();
+    window->raise();
+    window->activateWindow();
+    QApplication::alert(window);
 }
 
 bool QVAppDelegate::isBusy() const

@@ -6,6 +6,8 @@
 // their own threads and report back through the notification centre.
 #pragma once
 
+#include "engine/QVProblemFont.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
@@ -13,6 +15,7 @@
 #include <memory>
 
 class QMessageBox;
+class QVDiagnosisActionWindow;
 class QVDiagnosisViewController;
 class QVFileManager;
 class QVFontDataManager;
@@ -55,6 +58,9 @@ public:
     void handleDiagnosisEndedNotification(const QVariantMap &userInfo);
     void handleDiagnosisActionEnded(const QVariantMap &userInfo);
 
+    // The issue resolution window over the main window, on the problem list.
+    void presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &problemFonts);
+    QVDiagnosisActionWindow *diagnosisActionWindow() const;
     void presentScanView();
     void showDiagnosisView(bool fromScanButton);
     void closeDiagnosisView(int value);
@@ -106,6 +112,8 @@ private:
     QVDiagnosisViewController *m_diagnosisViewController = nullptr;
     QVScanRootViewController *m_defaultScanViewController = nullptr;
     QVSettingsTabItem *m_settingsTabItem = nullptr;
+    QWidget *m_quarantineView = nullptr;
+    QPointer<QVDiagnosisActionWindow> m_diagnosisActionWindow;
     QPointer<QMessageBox> m_alertDialog;
     QString m_rootRepository;
     int m_delay = 1000;

@@ -67,8 +67,18 @@ QVDiagnosisResolution::~QVDiagnosisResolution()
     waitForResolving();
 }
 
+void QVDiagnosisResolution::setStore(QVQuarantineStore *store, QVSuitcaseSurgery *surgery)
+{
+    if (m_running.load())
+        return;
+    m_store = store;
+    m_surgery = surgery;
+}
+
 bool QVDiagnosisResolution::startResolving()
 {
+    if (!m_store || !m_surgery)
+        return false;
     bool idle = false;
     if (!m_running.compare_exchange_strong(idle, true))
         return false;
@@ -186,6 +196,10 @@ QString QVDiagnosisResolution::getErrormessage(
 QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
 {
     Outcome outcome;
+    if (!m_store || !m_surgery) {
+        outcome.error = QStringLiteral("There is no quarantine to move fonts into");
+        return outcome;
+    }
     isDisabled = true;
     showCloseWarning = true;
     m_store->setQv_total_quarantined(0);
@@ -232,8 +246,9 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
             continue;
         const QVProblemFontPtr entry = rowArray.at(row);
         if (getActionTitleForErrors(entry->fontStatus) != kQuarantine) {
-            repairFile(entry);
+            const QString error = repairFile(entry);
             outcome.repairedRows << row;
+            Q_EMIT rowResolved(row, error);
         }
     }
     qsizetype plannedUpTo = 0;
@@ -249,6 +264,7 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
                 plannedUpTo = planMoves(checked, k);
             quarantineFile(entry);
             outcome.quarantinedRows << row;
+            Q_EMIT rowResolved(row, quarantineError(entry));
         }
     }
     // Each move was journalled before it happened; the index is written once.
@@ -320,6 +336,17 @@ bool QVDiagnosisResolution::keptInPlace(const QVStatusPtr &status)
             ++kept;
     }
     return kept >= status->fontErrorsInfo.size();
+}
+
+QString QVDiagnosisResolution::quarantineError(const QVProblemFontPtr &entry)
+{
+    for (const QVFontRef &member : std::as_const(entry->duplicatesArray)) {
+        if (!member.fontStatus->movedToQuarantineErrorInfo.isEmpty())
+            return member.fontStatus->movedToQuarantineErrorInfo;
+    }
+    if (!entry->fontStatus->movedToQuarantineErrorInfo.isEmpty())
+        return entry->fontStatus->movedToQuarantineErrorInfo;
+    return QString();
 }
 
 bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
@@ -447,7 +474,8 @@ QString QVDiagnosisResolution::fixBadFileName(const QVStatusPtr &fontStatus)
 
 void QVDiagnosisResolution::ignoreIssues()
 {
-    m_store->setQv_total_quarantined(0);
+    if (m_store)
+        m_store->setQv_total_quarantined(0);
     showCloseWarning = false;
 }
 

@@ -44,8 +44,13 @@ public:
         QString error;
     };
 
+    // A window may make its store on a worker and hand it over later
+    // (setStore); nothing is resolved without one.
     QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery, QObject *parent = nullptr);
     ~QVDiagnosisResolution() override;
+
+    // Not while a resolution runs.
+    void setStore(QVQuarantineStore *store, QVSuitcaseSurgery *surgery);
 
     // Takes the entries as rows, every row checked, flags cleared.
     void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
@@ -117,6 +122,9 @@ Q_SIGNALS:
     void helperResponse(const QString &response, const QVariantMap &options);
     // Fonts were moved into the quarantine (from the resolving thread).
     void quarantineChanged();
+    // A row of either sweep is done (from the resolving thread): a null
+    // error, or why its font was not repaired or not (all) moved.
+    void rowResolved(int row, const QString &error);
 
 private:
     // Records ahead the whole-file moves of the rows from checked[from] on
@@ -124,6 +132,8 @@ private:
     qsizetype planMoves(const QList<int> &checked, qsizetype from);
     // Every defect of the font is repaired in place, or it is the copy kept.
     static bool keptInPlace(const QVStatusPtr &status);
+    // The first failure recorded on the row's fonts by the quarantine sweep.
+    static QString quarantineError(const QVProblemFontPtr &entry);
 
     QVQuarantineStore *m_store;
     QVSuitcaseSurgery *m_surgery;

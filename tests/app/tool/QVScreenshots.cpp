@@ -1,18 +1,23 @@
 // qv-screenshots [OUTDIR]: pictures of every view of the main window, in a
 // light and a dark palette, idle and after a diagnosis of duplicated fonts,
+// and of the resolution window with a row expanded and its explanation open,
 // drawn off screen in a throw-away home (default OUTDIR: docs/screenshots).
 #include "app/QVAppDelegate.h"
+#include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
 #include "app/QVMainWindow.h"
+#include "app/QVPopover.h"
 #include "settings/QVSettings.h"
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QPainter>
 #include <QPushButton>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QToolButton>
 #include <cstdio>
 
 namespace
@@ -89,12 +94,15 @@ int main(int argc, char **argv)
             window->selectButton(i);
             ok = save(window, out, QStringLiteral("%1-%2").arg(QLatin1String(names[i]), scheme)) && ok;
         }
-        // Two copies of two fonts: a diagnosis with duplicates to show.
+        // Two copies of two fonts and a damaged one: duplicates and damage to show.
         const QString folder = home.path() + QStringLiteral("/Fonts");
         for (const QString &sub : { QStringLiteral("/Studio"), QStringLiteral("/Archive") }) {
             QVFixtures::copyFont(QVFixtures::kDejaVuSans, folder + sub);
             QVFixtures::copyFont(QVFixtures::kDejaVuSansBold, folder + sub);
         }
+        QByteArray damaged = QVFixtures::readFile(QVFixtures::kDejaVuSerif);
+        damaged.replace(damaged.indexOf("kern") + 4, 4, QByteArray(4, '\0'));
+        QVFixtures::writeFile(folder + QStringLiteral("/Studio/Serif.ttf"), damaged);
         delegate.setDelay(0);
         delegate.performDragOperation({ folder });
         if (!QVFixtures::waitFor(
@@ -103,6 +111,26 @@ int main(int argc, char **argv)
             return 1;
         }
         ok = save(window, out, QStringLiteral("diagnosis-%1").arg(scheme)) && ok;
+        if (QVDiagnosisActionWindow *actions = delegate.diagnosisActionWindow()) {
+            // The first row expanded, the explanation of its duplicates line open.
+            actions->resize(780, 460);
+            actions->disclosureAction(0, true);
+            QApplication::processEvents();
+            if (QWidget *line = actions->expandedLine(0, 1)) {
+                line->findChild<QToolButton *>(QStringLiteral("iconView1"))->click();
+            }
+            QApplication::processEvents();
+            QPixmap shot = actions->grab();
+            QPainter painter(&shot);
+            if (actions->popover()->isVisible())
+                painter.drawPixmap(
+                    actions->mapFromGlobal(actions->popover()->pos()), actions->popover()->grab());
+            painter.end();
+            const QString path = out + QStringLiteral("/resolution-%1.png").arg(scheme);
+            ok = shot.save(path) && ok;
+            std::printf("%s\n", qPrintable(path));
+            actions->popover()->close();
+        }
         delegate.diagnosisViewController()->cancelButton()->click();
         ok = save(window, out, QStringLiteral("scan-after-%1").arg(scheme)) && ok;
     }
