@@ -153,7 +153,7 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
                   [&dataManager](QVJsonStream &s, const QString &key) {
                       s.beginArray(key);
                       for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems))
-                          s.element(QVRecordJson::fontFileToJson(*file));
+                          QVRecordJson::writeFontFile(s, *file);
                       s.endArray();
                   } },
                 { QStringLiteral("problemFonts"), [&diagnosis](QVJsonStream &s, const QString &key) {

@@ -1,5 +1,5 @@
 // Writes one JSON document a member at a time, laid out exactly as
-// QJsonDocument::Indented lays it out, so that a list of a hundred thousand
+// QJsonDocument::Indented lays it out (without building its text), so that a list of a hundred thousand
 // records goes out as it is produced and never sits in memory whole. Members
 // of an object must come in the order QJsonObject sorts keys (by UTF-16 code
 // units); the stream writes them in the order given.
@@ -33,11 +33,14 @@ public:
     void members(const QJsonObject &small, std::vector<std::pair<QString, Writer>> streamed);
 
 private:
+    void flush();
     void startItem(const QString &key);
     void begin(const QString &key, char open);
     void end(char close);
 
     QTextStream &m_out;
+    // UTF-8 not yet written.
+    QByteArray m_buffer;
     // Per open container: whether it has an item yet.
     std::vector<bool> m_open;
 };

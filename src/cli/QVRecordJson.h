@@ -14,6 +14,8 @@ class QVRecordJson
 public:
     static QJsonObject statusToJson(const QVStatus &status);
     static QJsonObject fontFileToJson(const QVFontFile &fontFile);
+    // fontFileToJson's object, written straight to a stream.
+    static void writeFontFile(QVJsonStream &stream, const QVFontFile &fontFile);
     // {"totalFonts":N,"foundProblemFonts":B,"fontFiles":[...],"unreadable":[PATH...]}
     static QJsonObject dataManagerToJson(const QVFontDataManager &dataMgr);
     // The members that follow "fontFiles": "foundProblemFonts", "totalFonts"

@@ -48,7 +48,7 @@ int QVScanCommand::run(const QStringList &givenArguments)
         stream->value(QStringLiteral("folders"), QJsonArray::fromStringList(folders));
         stream->beginArray(QStringLiteral("fontFiles"));
         dataManager.fontFileAdded
-            = [&stream](const QVFontFilePtr &file) { stream->element(QVRecordJson::fontFileToJson(*file)); };
+            = [&stream](const QVFontFilePtr &file) { QVRecordJson::writeFontFile(*stream, *file); };
     }
     const bool cancelled = !QVCliScanRun(&dataManager, json ? stderr : stdout).scanFolders(folders);
     dataManager.fontFileAdded = nullptr;

@@ -256,9 +256,10 @@ bool QVFileManager::findFontFiles(
         size_t next = 0;
         // The listing as the files' snapshots consult it, made when first needed.
         std::shared_ptr<const QVFileSnapshot::Folder> folder;
-        // Snapshots being taken ahead of the walk, by entry, and the first
-        // entry not yet handed out.
-        std::map<size_t, QFuture<SnapshotPtr>> ahead;
+        // Snapshots being taken ahead of the walk, a run of kRun entries per
+        // task (one hand-off per file costs more than a local read), keyed by
+        // the run's first entry; and the first entry not yet handed out.
+        std::map<size_t, QFuture<std::vector<SnapshotPtr>>> ahead;
         size_t handedOut = 0;
     };
     // With several jobs, workers take the snapshots of the next files while
@@ -270,7 +271,9 @@ bool QVFileManager::findFontFiles(
         pool = std::make_unique<QThreadPool>();
         pool->setMaxThreadCount(jobs);
     }
-    const size_t window = size_t(jobs) * 4;
+    constexpr size_t kRun = 16;
+    // Each snapshot ahead holds its file open: a bounded number of them.
+    const size_t window = qMin<size_t>(size_t(jobs) * kRun * 2, 128);
     std::vector<Level> stack;
     if (QVFileAccess::isPermissionError(QVFileAccess::folderError(start)))
         noteUnreadableFolder(start);
@@ -302,16 +305,24 @@ bool QVFileManager::findFontFiles(
             return e.type == DT_REG && !e.name.startsWith(QLatin1Char('.'));
         };
         for (; pool && level.handedOut < level.entries.size() && level.handedOut < index + window;
-             ++level.handedOut) {
-            const QVDirectory::Entry &later = level.entries[level.handedOut];
-            if (!isCandidate(later))
-                continue;
+             level.handedOut += kRun) {
+            // Candidates of the run by their place in it; others stay null.
+            std::vector<std::pair<QString, QByteArray>> run;
+            for (size_t i = level.handedOut; i < qMin(level.handedOut + kRun, level.entries.size()); ++i) {
+                const QVDirectory::Entry &later = level.entries[i];
+                run.emplace_back(
+                    isCandidate(later) ? QString(level.path + QLatin1Char('/') + later.name) : QString(),
+                    later.native);
+            }
             level.ahead.emplace(level.handedOut,
-                QtConcurrent::run(pool.get(),
-                    [path = QString(level.path + QLatin1Char('/') + later.name), folder = listing(level),
-                        native = later.native] {
-                        return std::make_shared<const QVFileSnapshot>(path, folder, native);
-                    }));
+                QtConcurrent::run(pool.get(), [run = std::move(run), folder = listing(level)] {
+                    std::vector<SnapshotPtr> snapshots;
+                    for (const auto &[path, native] : run)
+                        snapshots.push_back(path.isNull()
+                                ? nullptr
+                                : std::make_shared<const QVFileSnapshot>(path, folder, native));
+                    return snapshots;
+                }));
         }
         const QString &name = entry.name;
         const QString path = level.path + QLatin1Char('/') + name;
@@ -324,10 +335,13 @@ bool QVFileManager::findFontFiles(
             // The listing says what it is: no need to ask again.
             if (isCandidate(entry)) {
                 SnapshotPtr snapshot;
-                if (const auto taken = level.ahead.find(index); taken != level.ahead.end()) {
-                    snapshot = taken->second.result();
-                    level.ahead.erase(taken);
-                } else {
+                const size_t runStart = index - index % kRun;
+                if (const auto taken = level.ahead.find(runStart); taken != level.ahead.end()) {
+                    snapshot = taken->second.resultAt(0).at(index - runStart);
+                    // Runs the walk has passed are done with.
+                    level.ahead.erase(level.ahead.begin(), taken);
+                }
+                if (!snapshot) {
                     snapshot = std::make_shared<const QVFileSnapshot>(path, listing(level), entry.native);
                 }
                 considerFile(snapshot);
