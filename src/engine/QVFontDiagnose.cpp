@@ -90,6 +90,18 @@ void QVFontDiagnose::saveCurrentStatus()
 {
     if (!currentStatus)
         currentStatus = std::make_shared<QVStatus>();
+    // Collections repeat the same names many times over (copies, members of
+    // one family): each text is kept once and shared.
+    QVStatus &status = *currentStatus;
+    for (QString *text : { &status.fontName, &status.familyName, &status.PSname, &status.PS533name,
+             &status.fontStyle, &status.fontFoundry, &status.trueTypeFontName }) {
+        if (text->isEmpty())
+            continue;
+        if (const auto known = m_sharedTexts.constFind(*text); known != m_sharedTexts.cend())
+            *text = *known;
+        else if (m_sharedTexts.size() < kMaxSharedTexts)
+            m_sharedTexts.insert(*text);
+    }
     statusArray.append(currentStatus);
     logStatus(*currentStatus);
     currentStatus = std::make_shared<QVStatus>();

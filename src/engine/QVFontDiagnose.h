@@ -11,6 +11,7 @@
 #include <QByteArrayView>
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <memory>
@@ -167,6 +168,10 @@ private:
     // Foundries by their first two characters, so that a name is looked at
     // once rather than once per foundry.
     mutable QHash<quint32, QList<qsizetype>> m_foundriesByStart;
+    // Name texts already met, shared by the statuses that repeat them; the
+    // set stops growing at a size no real collection reaches.
+    QSet<QString> m_sharedTexts;
+    static constexpr qsizetype kMaxSharedTexts = 1 << 16;
     QList<QVStatusPtr> m_fontStatusArray;
     qint32 m_result = 0;
 };
