@@ -18,7 +18,8 @@ class QVFileManager;
 class QVFontDataManager;
 class QVHelperCommunications;
 class QVMainWindow;
-class QVPlaceholderView;
+class QVQuarantineTab;
+class QVReportsTab;
 class QVScanRootViewController;
 class QVSettings;
 class QVSettingsTabItem;
@@ -86,6 +87,8 @@ public:
     QVDiagnosisViewController *diagnosisViewController() const { return m_diagnosisViewController; }
     QVScanRootViewController *defaultScanViewController() const { return m_defaultScanViewController; }
     QVSettingsTabItem *settingsTabItem() const { return m_settingsTabItem; }
+    QVQuarantineTab *quarantineTab() const { return m_quarantineTab; }
+    QVReportsTab *reportsTab() const { return m_reportsTab; }
     QString rootRepository() const { return m_rootRepository; }
 
 Q_SIGNALS:
@@ -106,6 +109,8 @@ private:
     QVDiagnosisViewController *m_diagnosisViewController = nullptr;
     QVScanRootViewController *m_defaultScanViewController = nullptr;
     QVSettingsTabItem *m_settingsTabItem = nullptr;
+    QVQuarantineTab *m_quarantineTab = nullptr;
+    QVReportsTab *m_reportsTab = nullptr;
     QPointer<QMessageBox> m_alertDialog;
     QString m_rootRepository;
     int m_delay = 1000;
