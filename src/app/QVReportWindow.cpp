@@ -109,7 +109,7 @@ void QVReportWindow::retitleReport(const QString &filePath, const QString &repor
 QVReportWindow::QVReportWindow(const QString &filePath, const QString &reportName)
     : QWidget(nullptr, Qt::Window)
     , m_filePath(filePath)
-    , m_printer(std::make_unique<QPrinter>(QPrinter::HighResolution))
+    , m_printer(std::make_unique<QPrinter>(QPrinter::PrinterResolution))
 {
     setAttribute(Qt::WA_DeleteOnClose);
     resize(1000, 760);
@@ -124,11 +124,14 @@ QVReportWindow::QVReportWindow(const QString &filePath, const QString &reportNam
     connect(
         m_webView->page(), &QWebEnginePage::navigationRequested, this, &QVReportWindow::navigationRequested);
     connect(m_webView, &QWebEngineView::loadFinished, this, &QVReportWindow::webviewFinishedLoading);
-    connect(m_webView, &QWebEngineView::printFinished, this, [this](bool ok) {
+    auto printed = [this](bool ok) {
         m_printing = false;
         m_printButton->setEnabled(!m_loading);
         Q_EMIT printFinished(ok);
-    });
+    };
+    connect(m_webView, &QWebEngineView::printFinished, this, printed);
+    connect(m_webView, &QWebEngineView::pdfPrintingFinished, this,
+        [printed](const QString &, bool ok) { printed(ok); });
 
     m_spinner = new QProgressBar(this);
     m_spinner->setRange(0, 0);
@@ -281,5 +284,10 @@ void QVReportWindow::printReport()
         return;
     m_printing = true;
     m_printButton->setEnabled(false);
-    m_webView->print(m_printer.get());
+    // To a PDF file the page goes as it is, text and all; a printer gets it
+    // drawn at its own resolution.
+    if (m_printer->outputFormat() == QPrinter::PdfFormat && !m_printer->outputFileName().isEmpty())
+        m_webView->printToPdf(m_printer->outputFileName(), m_printer->pageLayout());
+    else
+        m_webView->print(m_printer.get());
 }
