@@ -1,6 +1,6 @@
 #include "QVReportWindow.h"
 
-#include "QVReportSchemeHandler.h"
+#include "store/QVReportStore.h"
 
 #include <QApplication>
 #include <QBoxLayout>
@@ -176,11 +176,7 @@ QVReportWindow::QVReportWindow(const QString &filePath, const QString &reportNam
     setReportName(reportName);
 }
 
-QVReportWindow::~QVReportWindow()
-{
-    if (!m_pageUrl.isEmpty())
-        QVReportSchemeHandler::shared()->forget(m_pageUrl);
-}
+QVReportWindow::~QVReportWindow() = default;
 
 void QVReportWindow::setReportName(const QString &reportName)
 {
@@ -196,33 +192,32 @@ void QVReportWindow::startLoading()
     m_status->setText(QStringLiteral("Loading report…"));
     m_printButton->setEnabled(false);
     m_topButton->setEnabled(false);
-    // Reports run to many megabytes: read on a worker, shown when read.
+    // Report files have no extension, and a page is known by its extension:
+    // the engine is given a copy named NAME.html, made on a worker.
     QPointer<QVReportWindow> guard(this);
     const QString path = m_filePath;
     QThreadPool::globalInstance()->start([guard, path] {
-        QFile file(path);
-        QByteArray html;
-        if (!file.open(QIODevice::ReadOnly))
-            html = errorPage(QStringLiteral("%1: %2").arg(path, file.errorString()));
-        else
-            html = file.readAll();
+        QString error;
+        const QString copy = QVReportStore().browserCopyOfReport(path, &error);
         QMetaObject::invokeMethod(
             qApp,
-            [guard, html] {
-                if (guard)
-                    guard->showPage(html);
+            [guard, path, copy, error] {
+                if (!guard)
+                    return;
+                if (copy.isEmpty())
+                    guard->m_webView->setHtml(
+                        QString::fromUtf8(errorPage(QStringLiteral("%1: %2").arg(path, error))));
+                else
+                    guard->showPage(QUrl::fromLocalFile(copy));
             },
             Qt::QueuedConnection);
     });
 }
 
-void QVReportWindow::showPage(const QByteArray &html)
+void QVReportWindow::showPage(const QUrl &url)
 {
-    QVReportSchemeHandler *handler = QVReportSchemeHandler::shared();
-    if (!m_pageUrl.isEmpty())
-        handler->forget(m_pageUrl);
-    m_pageUrl = handler->addPage(QFileInfo(m_filePath).fileName(), html);
-    m_webView->load(m_pageUrl);
+    m_pageUrl = url;
+    m_webView->load(url);
 }
 
 void QVReportWindow::webviewFinishedLoading(bool ok)
@@ -238,7 +233,8 @@ void QVReportWindow::webviewFinishedLoading(bool ok)
 void QVReportWindow::navigationRequested(QWebEngineNavigationRequest &request)
 {
     const QUrl url = request.url();
-    if (url.scheme() == QLatin1String(QVReportSchemeHandler::kScheme)) {
+    if (url.adjusted(QUrl::RemoveFragment) == m_pageUrl
+        || (url.scheme() == QLatin1String("data") && m_pageUrl.isEmpty())) {
         request.accept();
         return;
     }

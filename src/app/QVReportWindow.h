@@ -2,7 +2,8 @@
 // file (showing it again brings that window forward), a spinner while the
 // page loads, printing with page setup, scrolling back to the top. Report
 // pages run no scripts; a link out of the report opens in the default
-// browser and the report stays.
+// browser and the report stays. The page is read by the engine itself, from
+// a copy made on a worker: the window's thread reads no report file.
 #pragma once
 
 #include <QPointer>
@@ -61,7 +62,7 @@ private:
     QVReportWindow(const QString &filePath, const QString &reportName);
     void setReportName(const QString &reportName);
     void startLoading();
-    void showPage(const QByteArray &html);
+    void showPage(const QUrl &url);
     void navigationRequested(QWebEngineNavigationRequest &request);
     void webviewFinishedLoading(bool ok);
 

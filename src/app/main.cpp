@@ -1,15 +1,14 @@
 // quorvel [FOLDER...]: the desktop application; folders named here are
 // scanned at once, as if dropped on the window.
 #include "QVAppDelegate.h"
-#include "QVReportSchemeHandler.h"
 
 #include <QApplication>
 
 int main(int argc, char **argv)
 {
-    // The report viewer's engine wants both before the application exists.
+    // The report viewer's engine shares its drawing contexts: set before the
+    // application exists.
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
-    QVReportSchemeHandler::registerScheme();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quorvel"));
     QApplication::setApplicationDisplayName(QStringLiteral("Quorvel"));
