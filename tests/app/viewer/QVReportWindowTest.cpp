@@ -105,7 +105,7 @@ protected:
         QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
         for (QVReportWindow *window : QVReportWindow::openWindows())
             window->close();
-        waitFor([] { return QVReportWindow::openWindows().isEmpty(); }, 5000);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
     QVTestHome home;
     Browser browser;
