@@ -10,7 +10,8 @@ void QVRowDelegate::paint(
     initStyleOption(&opt, index);
     const QWidget *widget = opt.widget;
     QStyle *style = widget ? widget->style() : QApplication::style();
-    const QString text = opt.text;
+    // The item view's text has its line breaks as line separators.
+    const QString text = QString(opt.text).replace(QChar::LineSeparator, QLatin1Char('\n'));
     const QString second = index.data(kSecondLineRole).toString();
     const bool info = index.data(kInfoButtonRole).toBool();
     opt.text.clear();
@@ -29,7 +30,7 @@ void QVRowDelegate::paint(
         const QColor brand = opt.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Link);
         painter->setRenderHint(QPainter::Antialiasing);
         painter->setPen(QPen(brand, 1.5));
-        painter->setBrush(shown ? brand : Qt::NoBrush);
+        painter->setBrush(shown ? QBrush(brand) : QBrush(Qt::NoBrush));
         painter->drawEllipse(circle.adjusted(0.75, 0.75, -0.75, -0.75));
         QFont font = opt.font;
         font.setBold(true);
@@ -38,27 +39,34 @@ void QVRowDelegate::paint(
         painter->setPen(shown ? opt.palette.color(group, QPalette::Base) : brand);
         painter->drawText(circle, Qt::AlignCenter, QStringLiteral("i"));
     } else {
-        const QRect area
-            = style->subElementRect(QStyle::SE_ItemViewItemText, &opt, widget).adjusted(4, 4, -4, -4);
+        // The cell less its check box; the lines centred as one block.
+        QRect area = opt.rect.adjusted(6, 4, -6, -4);
+        if (opt.features & QStyleOptionViewItem::HasCheckIndicator)
+            area.setLeft(
+                style->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, widget).right() + 6);
         const QFontMetrics metrics(opt.font);
+        QFont small = opt.font;
+        small.setPointSizeF(small.pointSizeF() * 0.88);
+        const QFontMetrics smallMetrics(small);
+        const QStringList lines = text.split(QLatin1Char('\n'));
+        const int block
+            = int(metrics.lineSpacing() * lines.size()) + (second.isEmpty() ? 0 : smallMetrics.height() + 1);
+        int top = area.top() + qMax(0, (area.height() - block) / 2);
+        const Qt::Alignment align = opt.displayAlignment & Qt::AlignRight ? Qt::AlignRight : Qt::AlignLeft;
         painter->setFont(opt.font);
         painter->setPen(textColour);
-        const bool multiLine = text.contains(QLatin1Char('\n'));
-        if (multiLine) {
-            painter->drawText(area, Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap, text);
+        if (lines.size() > 1) {
+            painter->drawText(area, align | Qt::AlignVCenter, text);
         } else {
-            const QRect first(area.left(), area.top(), area.width(), metrics.height());
-            painter->drawText(first, Qt::AlignLeft | Qt::AlignVCenter,
-                metrics.elidedText(text, opt.textElideMode, first.width()));
+            const QRect row(area.left(), top, area.width(), metrics.height());
+            painter->drawText(
+                row, align | Qt::AlignVCenter, metrics.elidedText(text, opt.textElideMode, row.width()));
+            top += metrics.lineSpacing();
         }
         if (!second.isEmpty()) {
-            QFont small = opt.font;
-            small.setPointSizeF(small.pointSizeF() * 0.88);
-            const QFontMetrics smallMetrics(small);
             painter->setFont(small);
             painter->setPen(selected ? textColour : opt.palette.color(group, QPalette::PlaceholderText));
-            const QRect below(
-                area.left(), area.top() + metrics.height() + 1, area.width(), smallMetrics.height());
+            const QRect below(area.left(), top + 1, area.width(), smallMetrics.height());
             painter->drawText(below, Qt::AlignLeft | Qt::AlignVCenter,
                 smallMetrics.elidedText(second, Qt::ElideRight, below.width()));
         }
@@ -71,11 +79,12 @@ QSize QVRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIn
     QStyleOptionViewItem opt = option;
     initStyleOption(&opt, index);
     const QFontMetrics metrics(opt.font);
-    int height = metrics.height();
-    const QString text = opt.text;
-    if (const qsizetype breaks = text.count(QLatin1Char('\n')))
-        height = int(metrics.lineSpacing() * (breaks + 1));
-    if (!index.data(kSecondLineRole).toString().isEmpty())
-        height = qMax(height, metrics.height() * 2 + 1);
-    return QSize(QStyledItemDelegate::sizeHint(option, index).width(), height + 8);
+    const QString text = QString(opt.text).replace(QChar::LineSeparator, QLatin1Char('\n'));
+    int height = metrics.boundingRect(QRect(0, 0, 100000, 100000), 0, text).height();
+    if (!index.data(kSecondLineRole).toString().isEmpty()) {
+        QFont small = opt.font;
+        small.setPointSizeF(small.pointSizeF() * 0.88);
+        height = metrics.lineSpacing() + QFontMetrics(small).height() + 1;
+    }
+    return QSize(QStyledItemDelegate::sizeHint(option, index).width(), height + 10);
 }
