@@ -9,6 +9,7 @@
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
 
+#include <QAbstractButton>
 #include <QApplication>
 #include <QBoxLayout>
 #include <QDBusConnection>
@@ -146,6 +147,11 @@ QVQuarantineTab::QVQuarantineTab(QWidget *parent)
     header->resizeSection(InfoColumn, 36);
     header->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
     m_tableView->installEventFilter(this);
+    // The buttons Qt adds have no names of their own for a screen reader.
+    for (QAbstractButton *button : m_searchField->findChildren<QAbstractButton *>())
+        button->setAccessibleName(QStringLiteral("Clear search"));
+    for (QAbstractButton *button : m_tableView->findChildren<QAbstractButton *>())
+        button->setAccessibleName(QStringLiteral("Select all rows"));
     connect(m_tableView, &QTableView::clicked, this, [this](const QModelIndex &index) {
         if (index.column() == InfoColumn)
             infoButtonAction(index.row());

@@ -7,6 +7,7 @@
 #include "store/QVQuarantineRuns.h"
 #include "store/QVReportStore.h"
 
+#include <QAbstractButton>
 #include <QBoxLayout>
 #include <QDateTime>
 #include <QHeaderView>
@@ -88,6 +89,11 @@ QVReportsTab::QVReportsTab(QWidget *parent)
     header->setSortIndicator(DateColumn, Qt::AscendingOrder);
     connect(header, &QHeaderView::sortIndicatorChanged, this, &QVReportsTab::sortByColumn);
     m_tableView->installEventFilter(this);
+    // The buttons Qt adds have no names of their own for a screen reader.
+    for (QAbstractButton *button : m_searchField->findChildren<QAbstractButton *>())
+        button->setAccessibleName(QStringLiteral("Clear search"));
+    for (QAbstractButton *button : m_tableView->findChildren<QAbstractButton *>())
+        button->setAccessibleName(QStringLiteral("Select all rows"));
     connect(m_tableView, &QTableView::doubleClicked, this, [this](const QModelIndex &index) {
         if (index.isValid() && index.column() != NameColumn)
             showButtonaction();
