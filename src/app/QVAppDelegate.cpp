@@ -4,7 +4,9 @@
 #include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
 #include "QVMainWindow.h"
-#include "QVPlaceholderView.h"
+#include "QVQuarantineTab.h"
+#include "QVReportWindow.h"
+#include "QVReportsTab.h"
 #include "QVScanRootViewController.h"
 #include "QVSettingsTabItem.h"
 #include "QVViewButton.h"
@@ -13,7 +15,7 @@
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
-#include "platform/QVDefaultApplication.h"
+#include "reports/QVReportManager.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
@@ -46,6 +48,7 @@ QVAppDelegate::QVAppDelegate(QObject *parent)
 QVAppDelegate::~QVAppDelegate()
 {
     cleanUpBeforeClosing();
+    QVReportManager::setShowReportHook({});
     // The window's views refer to the data manager and file manager.
     m_window.reset();
     delete m_fileMgr;
@@ -80,23 +83,28 @@ void QVAppDelegate::applicationDidFinishLaunching()
     m_defaultScanViewController = new QVScanRootViewController(m_settings.get());
     m_diagnosisViewController = new QVDiagnosisViewController(m_dataMgr.get());
     m_diagnosisViewController->viewState()->setHelperCommunications(m_helperCommunications);
+    m_diagnosisViewController->setFileMgr(m_fileMgr);
     m_settingsTabItem = new QVSettingsTabItem(m_settings.get());
-    m_quarantineView
-        = new QVPlaceholderView(QStringLiteral("quarantine"), QVStringTable::text("window.title.quarantine"),
-            QStringLiteral("Fonts set aside by a diagnosis will be listed here."));
+    m_quarantineTab = new QVQuarantineTab;
+    m_reportsTab = new QVReportsTab;
     m_window->setViews(m_defaultScanViewController, m_diagnosisViewController, m_settingsTabItem,
-        m_quarantineView,
-        new QVPlaceholderView(QStringLiteral("reports"), QVStringTable::text("window.title.reports"),
-            QStringLiteral("Saved reports will be listed here.")));
+        m_quarantineTab, m_reportsTab);
     connectDiagnosisView();
+    QVReportManager::setShowReportHook([](const QVariantMap &record) { QVReportWindow::showReport(record); });
+    connect(m_quarantineTab, &QVQuarantineTab::infoChanged, this,
+        [this](const QString &text) { m_window->setInfo(text, QStringLiteral("quarantine")); });
+    connect(m_reportsTab, &QVReportsTab::infoChanged, this,
+        [this](const QString &text) { m_window->setInfo(text, QStringLiteral("reports")); });
+    connect(m_reportsTab, &QVReportsTab::reportsChanged, m_defaultScanViewController,
+        &QVScanRootViewController::updateScanViewText);
     connect(m_defaultScanViewController, &QVScanRootViewController::scanButtonClicked, this,
         &QVAppDelegate::handleScanButton);
     connect(m_defaultScanViewController, &QVScanRootViewController::scanFolderButtonClicked, this,
         &QVAppDelegate::HandleManualScanMenuItem);
     connect(m_defaultScanViewController, &QVScanRootViewController::showReportRequested, this,
-        [this](const QString &filePath, const QString &) {
-            if (const QString error = QVDefaultApplication::open(filePath); !error.isEmpty())
-                m_window->setInfo(error, QStringLiteral("reports"));
+        [](const QString &filePath, const QString &reportName) {
+            QVReportWindow::showReport(
+                { { QStringLiteral("filePath"), filePath }, { QStringLiteral("reportName"), reportName } });
         });
     connect(m_settingsTabItem, &QVSettingsTabItem::alertRequested, this,
         [this](const QString &message, const QString &informativeText, const QString &context) {
@@ -161,8 +169,7 @@ void QVAppDelegate::presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &
         &QVAppDelegate::setUserInterfaceEnabled);
     connect(window, &QVDiagnosisActionWindow::quarantineChanged, this, [this] {
         // The quarantine view reloads, once it is one that lists.
-        if (m_quarantineView->metaObject()->indexOfMethod("refreshTableViewData()") >= 0)
-            QMetaObject::invokeMethod(m_quarantineView, "refreshTableViewData");
+        m_quarantineTab->refreshTableViewData();
     });
     connect(resolution, &QVDiagnosisResolution::scanViewTextChanged, m_defaultScanViewController,
         &QVScanRootViewController::updateScanViewText);
@@ -352,6 +359,8 @@ void QVAppDelegate::handleDiagnosisEndedNotification(const QVariantMap &)
 
 void QVAppDelegate::handleDiagnosisActionEnded(const QVariantMap &)
 {
+    // A resolution may have moved fonts into the quarantine.
+    m_quarantineTab->refreshTableViewData();
     // Organizing after a scan, and saving its report, come with the windows
     // that set them up; the scan view shows the outcome meanwhile.
     m_defaultScanViewController->updateScanViewText();

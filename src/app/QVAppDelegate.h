@@ -21,7 +21,8 @@ class QVFileManager;
 class QVFontDataManager;
 class QVHelperCommunications;
 class QVMainWindow;
-class QVPlaceholderView;
+class QVQuarantineTab;
+class QVReportsTab;
 class QVScanRootViewController;
 class QVSettings;
 class QVSettingsTabItem;
@@ -92,6 +93,8 @@ public:
     QVDiagnosisViewController *diagnosisViewController() const { return m_diagnosisViewController; }
     QVScanRootViewController *defaultScanViewController() const { return m_defaultScanViewController; }
     QVSettingsTabItem *settingsTabItem() const { return m_settingsTabItem; }
+    QVQuarantineTab *quarantineTab() const { return m_quarantineTab; }
+    QVReportsTab *reportsTab() const { return m_reportsTab; }
     QString rootRepository() const { return m_rootRepository; }
 
 Q_SIGNALS:
@@ -112,7 +115,8 @@ private:
     QVDiagnosisViewController *m_diagnosisViewController = nullptr;
     QVScanRootViewController *m_defaultScanViewController = nullptr;
     QVSettingsTabItem *m_settingsTabItem = nullptr;
-    QWidget *m_quarantineView = nullptr;
+    QVQuarantineTab *m_quarantineTab = nullptr;
+    QVReportsTab *m_reportsTab = nullptr;
     QPointer<QVDiagnosisActionWindow> m_diagnosisActionWindow;
     QPointer<QMessageBox> m_alertDialog;
     QString m_rootRepository;

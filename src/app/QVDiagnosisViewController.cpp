@@ -4,8 +4,12 @@
 #include "QVImages.h"
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisViewState.h"
+#include "reports/QVReportManager.h"
 #include "settings/QVProgress.h"
+#include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
+#include "store/QVFileManager.h"
+#include "store/QVReportStore.h"
 
 #include <QBoxLayout>
 #include <QEvent>
@@ -74,9 +78,9 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
 
     m_reportButton = new QPushButton(QStringLiteral("Report"), this);
     m_reportButton->setAccessibleName(QStringLiteral("Report"));
-    m_reportButton->setToolTip(
-        QStringLiteral("The report of this scan (reports are written by the command line for now)"));
+    m_reportButton->setToolTip(QStringLiteral("Show the report of this diagnosis"));
     m_reportButton->setEnabled(false);
+    connect(m_reportButton, &QPushButton::clicked, this, &QVDiagnosisViewController::reportButtonAction);
     m_cancelButton = new QPushButton(QVStringTable::text(QStringLiteral("any.done.title")), this);
     m_cancelButton->setAccessibleName(m_cancelButton->text());
     m_cancelButton->setDefault(true);
@@ -124,6 +128,8 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
 
 QVDiagnosisViewController::~QVDiagnosisViewController()
 {
+    // A report being written reads the run's records.
+    m_reportManager.reset();
     // The passes read the view state's diagnosis until they return.
     m_diagnosis->setDoCancel(true);
 }
@@ -131,6 +137,8 @@ QVDiagnosisViewController::~QVDiagnosisViewController()
 void QVDiagnosisViewController::diagnoseFonts()
 {
     m_overrideTitle.clear();
+    m_reportEnabled = true;
+    m_reportWritten = false;
     m_viewState->setFindingFonts(false);
     m_viewState->diagnoseFonts();
     refreshButtons();
@@ -174,8 +182,48 @@ void QVDiagnosisViewController::refreshButtons()
     m_cancelButton->setText(title.isEmpty() ? QVStringTable::text(QStringLiteral("any.done.title")) : title);
     m_cancelButton->setAccessibleName(m_cancelButton->text());
     m_cancelButton->setEnabled(overridden ? m_overrideEnabled : m_viewState->isCancelButtonEnabled());
-    // Reports are not written from the window yet: the button stays off.
     m_reportButton->setEnabled(m_reportEnabled && m_viewState->isReportButtonEnabled());
+}
+
+QVReportManager *QVDiagnosisViewController::reportManager()
+{
+    if (!m_reportManager) {
+        m_reportStore = std::make_unique<QVReportStore>();
+        m_reportManager = std::make_unique<QVReportManager>();
+        m_reportManager->setFileMgr(m_reportStore.get());
+        connect(m_reportManager.get(), &QVReportManager::reportStored, this, [this] {
+            m_reportWritten = true;
+            Q_EMIT m_viewState->scanViewTextChanged();
+        });
+    }
+    return m_reportManager.get();
+}
+
+void QVDiagnosisViewController::generateReport(bool show)
+{
+    QVReportManager *manager = reportManager();
+    if (manager->reportIsProcessing())
+        return;
+    QVReportInput input = QVReportInput::fromRun(
+        { m_diagnosis->fileStructureProblemCount(), m_diagnosis->missingBitmapProblemCount(),
+            m_diagnosis->missingPSProblemCount(), m_diagnosis->duplicateProblemCount() },
+        m_diagnosis->totalFontProblems(), m_diagnosis->problemFontsArray(), *m_diagnosis->qvDataMgr(),
+        m_diagnosis->manualScanFolders());
+    input.qv_total_quarantined = m_fileMgr ? m_fileMgr->qv_total_quarantined : 0;
+    manager->setReportInput(input);
+    manager->createReport(QVSettings().lastScanDate(), show);
+}
+
+void QVDiagnosisViewController::reportButtonAction()
+{
+    const QVSettings settings;
+    if (m_reportWritten && reportManager()->reportIsReady() && !settings.lastReportFilePath().isEmpty()
+        && !settings.lastReportName().isEmpty()) {
+        reportManager()->showReport({ { QStringLiteral("filePath"), settings.lastReportFilePath() },
+            { QStringLiteral("reportName"), settings.lastReportName() } });
+        return;
+    }
+    generateReport(true);
 }
 
 QString QVDiagnosisViewController::iconName() const

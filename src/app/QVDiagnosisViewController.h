@@ -7,6 +7,7 @@
 #include <QPointer>
 #include <QWidget>
 #include <array>
+#include <memory>
 
 class QLabel;
 class QMessageBox;
@@ -14,8 +15,11 @@ class QProgressBar;
 class QPushButton;
 class QVDiagnosis;
 class QVDiagnosisViewState;
+class QVFileManager;
 class QVFontDataManager;
 class QVProgress;
+class QVReportManager;
+class QVReportStore;
 
 class QVDiagnosisViewController : public QWidget
 {
@@ -36,6 +40,16 @@ public:
     // the scan sets its title and whether it answers. A run takes it back.
     void setCancelButton(const QString &title, bool enabled);
     void setReportButtonEnabled(bool enabled);
+    // Where the quarantined count of a report comes from (not owned).
+    void setFileMgr(QVFileManager *fileMgr) { m_fileMgr = fileMgr; }
+
+    // The report of this diagnosis: made on first use, shown when made.
+    QVReportManager *reportManager();
+    // Writes the run's report (shown when show is set, or by the settings);
+    // does nothing while one is being written.
+    void generateReport(bool show);
+    // Shows this run's report when it is written, else writes and shows it.
+    void reportButtonAction();
 
     QPushButton *cancelButton() const { return m_cancelButton; }
     QPushButton *reportButton() const { return m_reportButton; }
@@ -66,6 +80,11 @@ private:
     QString m_overrideTitle;
     bool m_overrideEnabled = false;
     bool m_reportEnabled = false;
+    // This run's report has been written (it is the settings' last report).
+    bool m_reportWritten = false;
+    QVFileManager *m_fileMgr = nullptr;
+    std::unique_ptr<QVReportStore> m_reportStore;
+    std::unique_ptr<QVReportManager> m_reportManager;
 
     QLabel *m_icon;
     QLabel *m_overallLabel;

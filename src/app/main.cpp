@@ -6,6 +6,9 @@
 
 int main(int argc, char **argv)
 {
+    // The report viewer's engine shares its drawing contexts: set before the
+    // application exists.
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Quorvel"));
     QApplication::setApplicationDisplayName(QStringLiteral("Quorvel"));

@@ -100,6 +100,9 @@ QString QVReportStore::addFileToReports(const QVariantMap &report)
         return error;
     }
 
+    // Read again first: another window or process may have changed the index
+    // since it was loaded, and the commit writes it whole.
+    loadReportDataSourceFromDisk();
     addFileToReportsDataSource(path, displayName, report);
     return commitReport();
 }

@@ -27,7 +27,8 @@ public:
 
     // Stores a report: "reportName", "reportData" (the HTML) and its
     // information ("date", "qv_total_examined", "qv_total_problems"). Returns a
-    // null string on success, else the error; the index is saved on success.
+    // null string on success, else the error; the index is read again from
+    // disk, the record appended and the index saved.
     QString addFileToReports(const QVariantMap &report);
     // Appends an index record; nothing is written here.
     void addFileToReportsDataSource(

@@ -2,22 +2,32 @@
 // light and a dark palette, idle and after a diagnosis of duplicated fonts,
 // and of the resolution window with a row expanded and its explanation open,
 // drawn off screen in a throw-away home (default OUTDIR: docs/screenshots).
+// On a display (xvfb-run, QT_QPA_PLATFORM=xcb) also the report window, at
+// 100% and 200%, and the first printed page of the report.
 #include "app/QVAppDelegate.h"
 #include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
 #include "app/QVMainWindow.h"
 #include "app/QVPopover.h"
+#include "app/QVQuarantineTab.h"
+#include "app/QVReportWindow.h"
+#include "app/QVReportsTab.h"
 #include "settings/QVSettings.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVReportStore.h"
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
 #include <QApplication>
 #include <QDir>
 #include <QPainter>
+#include <QPrinter>
 #include <QPushButton>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QTableView>
 #include <QToolButton>
+#include <QWebEngineView>
 #include <cstdio>
 
 namespace
@@ -66,13 +76,41 @@ bool save(QWidget *window, const QString &folder, const QString &name)
     return true;
 }
 
+// What a working library leaves behind: fonts set aside by earlier
+// diagnoses, and their reports.
+void populate(const QVTestHome &home)
+{
+    using namespace QVFixtures;
+    QVQuarantineStore quarantine;
+    const QList<QPair<QString, QString>> fonts { { kDejaVuSans, "· Bad Table Data" },
+        { kDejaVuSerif, "· Duplicate Font\n· Bad Table Data" }, { kP052Roman, "· Missing Bitmap Font" },
+        { kC059Roman, "· Bad File Name" } };
+    for (const auto &[font, reason] : fonts) {
+        const QString copy = copyFont(font, home.path() + QStringLiteral("/Jobs/Spring Catalogue/Fonts"));
+        const QVFontFilePtr file = examined(copy);
+        quarantine.moveFileToQuarantine(file, file->fontStatusArray.first(), reason);
+    }
+    quarantine.commitQuarantine();
+    QVReportStore reports;
+    const char *const names[]
+        = { "Quorvel Report 3/2/2025", "Spring Catalogue fonts", "Studio server, weekly scan" };
+    for (int i = 0; i < 3; ++i)
+        reports.addFileToReports({ { QStringLiteral("reportName"), QLatin1String(names[i]) },
+            { QStringLiteral("reportData"), QStringLiteral("<p>") },
+            { QStringLiteral("date"), QDateTime(QDate(2025, 3, 2 + 7 * i), QTime(9 + i, 15)) },
+            { QStringLiteral("qv_total_examined"), 1840 + 911 * i },
+            { QStringLiteral("qv_total_problems"), 3 + 5 * i } });
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QApplication app(argc, argv);
+    const bool onDisplay = QGuiApplication::platformName() != QLatin1String("offscreen");
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     const QString out = QDir(argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("docs/screenshots"))
                             .absolutePath();
@@ -85,6 +123,7 @@ int main(int argc, char **argv)
         const QString scheme = dark ? QStringLiteral("dark") : QStringLiteral("light");
         QVTestHome home;
         QVSettings::unregisterUserPreferences();
+        populate(home);
         QVAppDelegate delegate;
         delegate.launch();
         QVMainWindow *window = delegate.mainWindow();
@@ -92,6 +131,10 @@ int main(int argc, char **argv)
         const char *const names[] = { "scan", "settings", "quarantine", "reports" };
         for (int i = 3; i >= 0; --i) {
             window->selectButton(i);
+            QVFixtures::waitFor(
+                [&] { return !delegate.quarantineTab()->isLoading() && !delegate.reportsTab()->isBusy(); });
+            if (i == QVMainWindow::QuarantineView)
+                delegate.quarantineTab()->tableView()->selectRow(1);
             ok = save(window, out, QStringLiteral("%1-%2").arg(QLatin1String(names[i]), scheme)) && ok;
         }
         // Two copies of two fonts and a damaged one: duplicates and damage to show.
@@ -130,6 +173,43 @@ int main(int argc, char **argv)
             ok = shot.save(path) && ok;
             std::printf("%s\n", qPrintable(path));
             actions->popover()->close();
+        }
+        if (onDisplay) {
+            // The report button writes the report and opens it.
+            delegate.diagnosisViewController()->reportButton()->click();
+            QVReportWindow *report = nullptr;
+            QVFixtures::waitFor([&] {
+                const QList<QVReportWindow *> windows = QVReportWindow::openWindows();
+                report = windows.isEmpty() ? nullptr : windows.first();
+                return report && !report->isLoading();
+            });
+            if (!report) {
+                std::fprintf(stderr, "qv-screenshots: the report did not open\n");
+                return 1;
+            }
+            report->resize(1000, 760);
+            QVFixtures::waitFor([] { return false; }, 1500);
+            ok = save(report, out, QStringLiteral("report-%1").arg(scheme)) && ok;
+            if (!dark) {
+                report->webView()->setZoomFactor(2.0);
+                QVFixtures::waitFor([] { return false; }, 1500);
+                ok = save(report, out, QStringLiteral("report-200")) && ok;
+                report->webView()->setZoomFactor(1.0);
+                const QString pdf = home.path() + QStringLiteral("/report.pdf");
+                report->printer()->setOutputFormat(QPrinter::PdfFormat);
+                report->printer()->setOutputFileName(pdf);
+                bool printed = false;
+                QObject::connect(report, &QVReportWindow::printFinished, [&printed] { printed = true; });
+                report->printReport();
+                QVFixtures::waitFor([&] { return printed; }, 60000);
+                const QVFixtures::ToolRun page = QVFixtures::runTool(QStringLiteral("pdftoppm"),
+                    { QStringLiteral("-png"), QStringLiteral("-r"), QStringLiteral("80"),
+                        QStringLiteral("-singlefile"), QStringLiteral("-f"), QStringLiteral("1"),
+                        QStringLiteral("-l"), QStringLiteral("1"), pdf,
+                        out + QStringLiteral("/report-printed") });
+                ok = page.exitCode == 0 && ok;
+            }
+            report->close();
         }
         delegate.diagnosisViewController()->cancelButton()->click();
         ok = save(window, out, QStringLiteral("scan-after-%1").arg(scheme)) && ok;
