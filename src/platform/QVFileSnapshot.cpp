@@ -46,7 +46,14 @@ private:
 QVFileSnapshot::Folder::Folder(const QString &path, std::vector<QByteArray> sortedNames)
     : m_path(path)
     , m_names(std::move(sortedNames))
+    , m_fd(::open(QVFileName::encode(path).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC))
 {
+}
+
+QVFileSnapshot::Folder::~Folder()
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
 }
 
 bool QVFileSnapshot::Folder::has(const QByteArray &name) const
@@ -62,15 +69,22 @@ QVFileSnapshot::QVFileSnapshot(
 {
     m_sidecarPath = QVForkStorage::sidecarPath(m_path);
     m_netatalkPath = QVForkStorage::netatalkPath(m_path);
+    if (m_folder) {
+        m_sidecarListed = m_folder->has(QByteArrayLiteral("._") + m_name);
+        m_netatalkListed = m_folder->has(QByteArrayLiteral(".AppleDouble"));
+    }
 
-    const QByteArray encoded = QVFileName::encode(m_path);
+    // By name in the open folder when there is one, else by the whole path.
+    const bool inFolder = m_folder && m_folder->descriptor() >= 0 && !m_name.isEmpty();
+    const int base = inFolder ? m_folder->descriptor() : AT_FDCWD;
+    const QByteArray encoded = inFolder ? m_name : QVFileName::encode(m_path);
     // Non-blocking, so that a pipe put in place of the file never holds the scan.
-    m_fd = ::open(encoded.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    m_fd = ::openat(base, encoded.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     m_openError = m_fd < 0 ? errno : 0;
     struct statx sx;
     const int statted = m_fd >= 0
         ? ::statx(m_fd, "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &sx)
-        : ::statx(AT_FDCWD, encoded.constData(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx);
+        : ::statx(base, encoded.constData(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx);
     if (statted != 0)
         return;
     m_exists = true;
@@ -130,9 +144,9 @@ bool QVFileSnapshot::companionKnownAbsent(const QString &companion)
     if (!snapshot || !snapshot->m_folder)
         return false;
     if (companion == snapshot->m_sidecarPath)
-        return !snapshot->m_folder->has(QByteArrayLiteral("._") + snapshot->m_name);
+        return !snapshot->m_sidecarListed;
     if (companion == snapshot->m_netatalkPath)
-        return !snapshot->m_folder->has(QByteArrayLiteral(".AppleDouble"));
+        return !snapshot->m_netatalkListed;
     return false;
 }
 

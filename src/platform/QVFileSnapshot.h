@@ -24,12 +24,19 @@ public:
     public:
         // Names in byte order, as the scan lists them.
         Folder(const QString &path, std::vector<QByteArray> sortedNames);
+        ~Folder();
+        Folder(const Folder &) = delete;
+        Folder &operator=(const Folder &) = delete;
         const QString &path() const { return m_path; }
         bool has(const QByteArray &name) const;
+        // The folder held open, so that its files open by name alone (the
+        // kernel need not walk the whole path again); -1 if it would not open.
+        int descriptor() const { return m_fd; }
 
     private:
         QString m_path;
         std::vector<QByteArray> m_names;
+        int m_fd = -1;
     };
 
     // Takes the snapshot of `path`, whose entry is `name` in `folder` (a file
@@ -104,6 +111,9 @@ private:
     QString m_sidecarPath;
     QString m_netatalkPath;
     QByteArray m_name;
+    // What the folder listing says of the companions.
+    bool m_sidecarListed = true;
+    bool m_netatalkListed = true;
     int m_fd = -1;
     int m_openError = 0;
     bool m_exists = false;
