@@ -12,6 +12,7 @@
 #include "settings/QVSettings.h"
 #include "store/QVPropertyList.h"
 #include "support/QVFixtures.h"
+#include "support/QVStallWatch.h"
 #include "support/QVTestHome.h"
 
 #include <QApplication>
@@ -371,25 +372,6 @@ TEST_F(ActionWindowTest, ARefusedMoveShowsTheErrorDialogAndLeavesTheFont)
                     .toList()
                     .isEmpty());
 }
-
-// A timer busy a little at each tick, as a window painting: its worst lateness.
-struct QVStallWatch {
-    static constexpr qint64 kTick = 10;
-    QTimer timer;
-    QElapsedTimer clock;
-    qint64 last = 0, worst = 0;
-
-    QVStallWatch()
-    {
-        clock.start();
-        QObject::connect(&timer, &QTimer::timeout, [this] {
-            const qint64 now = clock.elapsed();
-            worst = qMax(worst, now - last - kTick);
-            last = now;
-        });
-        timer.start(int(kTick));
-    }
-};
 
 TEST_F(ActionWindowTest, FiveThousandRowsOpenScrollCancelAndResolveWithoutStalling)
 {

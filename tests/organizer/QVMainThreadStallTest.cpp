@@ -3,6 +3,7 @@
 // suitcase rewrite holds it a while); a run waiting for it would never end.
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "organizer/QVOrganizerFixtures.h"
+#include "support/QVStallWatch.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
@@ -10,33 +11,6 @@
 #include <cstdio>
 
 using namespace qvorg;
-
-namespace
-{
-
-// A timer busy a little at each tick, as a window painting: its worst lateness.
-struct QVStallWatch {
-    static constexpr qint64 kTick = 10;
-    QTimer timer;
-    QElapsedTimer clock;
-    qint64 last = 0, worst = 0;
-
-    QVStallWatch()
-    {
-        clock.start();
-        QObject::connect(&timer, &QTimer::timeout, [this] {
-            const qint64 now = clock.elapsed();
-            worst = qMax(worst, now - last - kTick);
-            last = now;
-            QElapsedTimer busy;
-            busy.start();
-            while (busy.elapsed() < 2) { }
-        });
-        timer.start(int(kTick));
-    }
-};
-
-} // namespace
 
 TEST_F(OrganizerTest, MainThreadNeverStallsWhileOrganizingOrResolving)
 {
