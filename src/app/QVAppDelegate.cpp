@@ -4,6 +4,7 @@
 #include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
 #include "QVMainWindow.h"
+#include "QVOverlayWindow.h"
 #include "QVPlaceholderView.h"
 #include "QVScanRootViewController.h"
 #include "QVSettingsTabItem.h"
@@ -14,7 +15,9 @@
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "platform/QVDefaultApplication.h"
+#include "platform/QVLoginItem.h"
 #include "settings/QVHelperCommunications.h"
+#include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
@@ -56,6 +59,9 @@ bool QVAppDelegate::launch(const QStringList &folders)
     applicationWillFinishLaunching();
     applicationDidFinishLaunching();
     m_window->show();
+    // Folders named on the command line start a scan at once: no welcome then.
+    if (folders.isEmpty() && !m_settings->dontShowWelcomeScreenAtStartup())
+        m_overlayWindow->showOverWindow();
     return folders.isEmpty() || openFolders(folders);
 }
 
@@ -88,6 +94,9 @@ void QVAppDelegate::applicationDidFinishLaunching()
         m_quarantineView,
         new QVPlaceholderView(QStringLiteral("reports"), QVStringTable::text("window.title.reports"),
             QStringLiteral("Saved reports will be listed here.")));
+    m_overlayWindow = new QVOverlayWindow(m_window.get());
+    m_overlayWindow->setSettings(m_settings.get());
+    connect(m_overlayWindow, &QVOverlayWindow::dismissed, this, &QVAppDelegate::resetButtons);
     connectDiagnosisView();
     connect(m_defaultScanViewController, &QVScanRootViewController::scanButtonClicked, this,
         &QVAppDelegate::handleScanButton);
@@ -113,6 +122,27 @@ void QVAppDelegate::applicationDidFinishLaunching()
     m_rootRepository = m_fileMgr->getRootRepository();
     selectButton(QVMainWindow::ScanView);
     m_settingsTabItem->setStateFromUserPrefs();
+
+    // Updates are announced by a feed whose address would come from the
+    // settings; none is configured, so nothing is fetched, and saying so once
+    // beats a silent check that cannot happen.
+    m_automaticallyChecksForUpdates = m_settings->checkForUpdates();
+    if (m_automaticallyChecksForUpdates)
+        qCInfo(lcHelpers) << "Update checks are on, but no update feed is configured: none is made";
+
+    connect(
+        m_helperCommunications, &QVHelperCommunications::responseReceived, this, &QVAppDelegate::gotResponse);
+    if (m_settings->autoScanEnabled())
+        launchHandlerApp();
+    if (m_settings->showHelperMenu())
+        launchScheduler();
+    if (m_settings->autoScanEnabled() || m_settings->showHelperMenu()) {
+        // On the first run the helpers were only just started: give them a moment.
+        if (m_settings->isInitialRun())
+            QTimer::singleShot(m_delay, this, &QVAppDelegate::askForPendingCommands);
+        else
+            askForPendingCommands();
+    }
     populateScanRecentsMenu();
     m_settings->setIsInitialRun(false);
     resetButtons();
@@ -143,6 +173,53 @@ void QVAppDelegate::connectDiagnosisView()
     });
     connect(state, &QVDiagnosisViewState::actionWindowRequested, this,
         &QVAppDelegate::presentDiagnosisActionWindow);
+}
+
+void QVAppDelegate::launchHandlerApp()
+{
+    launchHelper(QVSettings::kHandlerBundleIdentifier, QStringLiteral("quorvel-handler"),
+        "Failed to start kQuorvelHandlerID");
+}
+
+void QVAppDelegate::launchScheduler()
+{
+    launchHelper(QVSettings::kSchedulerBundleIdentifier, QStringLiteral("quorvel-scheduler"),
+        "Failed to start kQuorvelSchedulerID");
+}
+
+void QVAppDelegate::launchHelper(const char *bundleIdentifier, const QString &program, const char *failure)
+{
+    // The helpers are installed beside the application.
+    const QString identifier = QString::fromLatin1(bundleIdentifier);
+    if (QVLoginItem::isRunning(identifier)
+        || QVLoginItem::enable(
+            identifier, QCoreApplication::applicationDirPath() + QLatin1Char('/') + program))
+        ++m_pendingCommandTotal;
+    else
+        qCWarning(lcHelpers) << failure;
+}
+
+void QVAppDelegate::askForPendingCommands()
+{
+    // A short wait: an answer or a timeout arrives as an event, never blocking.
+    const int timeout = m_helperCommunications->timeoutInterval();
+    m_helperCommunications->setTimeoutInterval(1000);
+    m_helperCommunications->sendCommand(QStringLiteral("kCommand_HasPendingCommands"), QString(), {}, true);
+    m_helperCommunications->setTimeoutInterval(timeout);
+}
+
+void QVAppDelegate::gotResponse(const QString &response, const QString &, const QVariantMap &options)
+{
+    if (response != QLatin1String("kCommand_HasPendingCommands"))
+        return;
+    if (options.value(QStringLiteral("hasPending")).toString() == QLatin1String("YES"))
+        m_hasPendingCommand = true;
+    // Once every helper started has answered, they may send what they hold.
+    if (++m_pendingCommandCount == m_pendingCommandTotal)
+        m_helperCommunications->sendResponse(QStringLiteral("kResponse_Ready"), QString(),
+            { { QStringLiteral("kPayloadOptions"),
+                m_settings->autoScanEnabled() ? QStringLiteral("autoScanEnabled")
+                                              : QStringLiteral("autoScanDisabled") } });
 }
 
 QVDiagnosisActionWindow *QVAppDelegate::diagnosisActionWindow() const
@@ -191,6 +268,7 @@ bool QVAppDelegate::isShowingDoneButton() const
 
 void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButton)
 {
+    m_overlayWindow->fadeOut();
     for (const QString &path : paths)
         m_settings->addRecentScan(path);
     populateScanRecentsMenu();
@@ -210,8 +288,11 @@ void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButto
 
 void QVAppDelegate::scanFolders(const QStringList &paths)
 {
-    if (m_quitting)
+    if (m_quitting) {
+        // Quit was chosen before the scan began: nothing runs any more.
+        m_scanRequested = false;
         return;
+    }
     m_diagnosisViewController->diagnosis()->setDoCancel(false);
     m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
     m_diagnosisViewController->viewState()->setFindingFonts(true);
@@ -227,6 +308,7 @@ void QVAppDelegate::scanFolders(const QStringList &paths)
 
 void QVAppDelegate::handleScanButton()
 {
+    m_overlayWindow->fadeOut();
     selectButton(QVMainWindow::ScanView);
     m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
     if (m_fileMgr->isFindingFonts()) {
@@ -259,6 +341,7 @@ void QVAppDelegate::handleScanButton()
 
 void QVAppDelegate::HandleManualScanMenuItem()
 {
+    m_overlayWindow->fadeOut();
     if (isBusy())
         return;
     auto *dialog
@@ -276,6 +359,7 @@ void QVAppDelegate::HandleManualScanMenuItem()
 
 void QVAppDelegate::handleRecentScanMenu(int index)
 {
+    m_overlayWindow->fadeOut();
     const QStringList recents = m_settings->recentScanFolderPaths().value_or(QStringList());
     if (index < 0 || index >= recents.size() || isBusy())
         return;
@@ -466,6 +550,7 @@ void QVAppDelegate::modalEnded(int returnCode, const QString &context)
 
 bool QVAppDelegate::windowShouldClose()
 {
+    m_overlayWindow->fadeOut();
     if (m_quitting || !isBusy()) {
         cleanUpBeforeClosing();
         return true;
