@@ -163,7 +163,10 @@ void QVOverlayWindow::paintEvent(QPaintEvent *)
     painter.fillRect(rect(), scrim);
     QPainterPath card;
     card.addRoundedRect(QRectF(m_card->geometry()).adjusted(0.5, 0.5, -0.5, -0.5), 12, 12);
-    painter.fillPath(card, palette().color(QPalette::Base));
+    // On a dark surface a check box's box is drawn in the base colour: the card
+    // takes the alternate one so the box stands out.
+    painter.fillPath(
+        card, palette().color(QVImages::isDarkPalette() ? QPalette::AlternateBase : QPalette::Base));
     painter.setPen(QPen(palette().color(QPalette::Mid), 1));
     painter.drawPath(card);
     // The band of the brand colour along the card's top edge, as on the report.
