@@ -21,7 +21,7 @@ BUILD_PACKAGES=(
 TEST_PACKAGES=(
   fonts-dejavu-core fonts-urw-base35 fonts-noto-core
   t1utils fondu otf2bdf python3-fonttools ruby-prawn
-  attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils
+  attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils libglib2.0-bin
   clang libclang-rt-14-dev
 )
 

@@ -4,6 +4,7 @@
 #include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
 #include "QVMainWindow.h"
+#include "QVOverlayWindow.h"
 #include "QVQuarantineTab.h"
 #include "QVReportWindow.h"
 #include "QVReportsTab.h"
@@ -15,8 +16,11 @@
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "platform/QVDefaultApplication.h"
+#include "platform/QVLoginItem.h"
 #include "reports/QVReportManager.h"
 #include "settings/QVHelperCommunications.h"
+#include "settings/QVLog.h"
 #include "settings/QVNotificationCenter.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
@@ -59,6 +63,9 @@ bool QVAppDelegate::launch(const QStringList &folders)
     applicationWillFinishLaunching();
     applicationDidFinishLaunching();
     m_window->show();
+    // Folders named on the command line start a scan at once: no welcome then.
+    if (folders.isEmpty() && !m_settings->dontShowWelcomeScreenAtStartup())
+        m_overlayWindow->showOverWindow();
     return folders.isEmpty() || openFolders(folders);
 }
 
@@ -89,6 +96,9 @@ void QVAppDelegate::applicationDidFinishLaunching()
     m_reportsTab = new QVReportsTab;
     m_window->setViews(m_defaultScanViewController, m_diagnosisViewController, m_settingsTabItem,
         m_quarantineTab, m_reportsTab);
+    m_overlayWindow = new QVOverlayWindow(m_window.get());
+    m_overlayWindow->setSettings(m_settings.get());
+    connect(m_overlayWindow, &QVOverlayWindow::dismissed, this, &QVAppDelegate::resetButtons);
     connectDiagnosisView();
     QVReportManager::setShowReportHook([](const QVariantMap &record) { QVReportWindow::showReport(record); });
     connect(m_quarantineTab, &QVQuarantineTab::infoChanged, this,
@@ -121,6 +131,27 @@ void QVAppDelegate::applicationDidFinishLaunching()
     m_rootRepository = m_fileMgr->getRootRepository();
     selectButton(QVMainWindow::ScanView);
     m_settingsTabItem->setStateFromUserPrefs();
+
+    // Updates are announced by a feed whose address would come from the
+    // settings; none is configured, so nothing is fetched, and saying so once
+    // beats a silent check that cannot happen.
+    m_automaticallyChecksForUpdates = m_settings->checkForUpdates();
+    if (m_automaticallyChecksForUpdates)
+        qCInfo(lcHelpers) << "Update checks are on, but no update feed is configured: none is made";
+
+    connect(
+        m_helperCommunications, &QVHelperCommunications::responseReceived, this, &QVAppDelegate::gotResponse);
+    if (m_settings->autoScanEnabled())
+        launchHandlerApp();
+    if (m_settings->showHelperMenu())
+        launchScheduler();
+    if (m_settings->autoScanEnabled() || m_settings->showHelperMenu()) {
+        // On the first run the helpers were only just started: give them a moment.
+        if (m_settings->isInitialRun())
+            QTimer::singleShot(m_delay, this, &QVAppDelegate::askForPendingCommands);
+        else
+            askForPendingCommands();
+    }
     populateScanRecentsMenu();
     m_settings->setIsInitialRun(false);
     resetButtons();
@@ -153,6 +184,53 @@ void QVAppDelegate::connectDiagnosisView()
         &QVAppDelegate::presentDiagnosisActionWindow);
 }
 
+void QVAppDelegate::launchHandlerApp()
+{
+    launchHelper(QVSettings::kHandlerBundleIdentifier, QStringLiteral("quorvel-handler"),
+        "Failed to start kQuorvelHandlerID");
+}
+
+void QVAppDelegate::launchScheduler()
+{
+    launchHelper(QVSettings::kSchedulerBundleIdentifier, QStringLiteral("quorvel-scheduler"),
+        "Failed to start kQuorvelSchedulerID");
+}
+
+void QVAppDelegate::launchHelper(const char *bundleIdentifier, const QString &program, const char *failure)
+{
+    // The helpers are installed beside the application.
+    const QString identifier = QString::fromLatin1(bundleIdentifier);
+    if (QVLoginItem::isRunning(identifier)
+        || QVLoginItem::enable(
+            identifier, QCoreApplication::applicationDirPath() + QLatin1Char('/') + program))
+        ++m_pendingCommandTotal;
+    else
+        qCWarning(lcHelpers) << failure;
+}
+
+void QVAppDelegate::askForPendingCommands()
+{
+    // A short wait: an answer or a timeout arrives as an event, never blocking.
+    const int timeout = m_helperCommunications->timeoutInterval();
+    m_helperCommunications->setTimeoutInterval(1000);
+    m_helperCommunications->sendCommand(QStringLiteral("kCommand_HasPendingCommands"), QString(), {}, true);
+    m_helperCommunications->setTimeoutInterval(timeout);
+}
+
+void QVAppDelegate::gotResponse(const QString &response, const QString &, const QVariantMap &options)
+{
+    if (response != QLatin1String("kCommand_HasPendingCommands"))
+        return;
+    if (options.value(QStringLiteral("hasPending")).toString() == QLatin1String("YES"))
+        m_hasPendingCommand = true;
+    // Once every helper started has answered, they may send what they hold.
+    if (++m_pendingCommandCount == m_pendingCommandTotal)
+        m_helperCommunications->sendResponse(QStringLiteral("kResponse_Ready"), QString(),
+            { { QStringLiteral("kPayloadOptions"),
+                m_settings->autoScanEnabled() ? QStringLiteral("autoScanEnabled")
+                                              : QStringLiteral("autoScanDisabled") } });
+}
+
 QVDiagnosisActionWindow *QVAppDelegate::diagnosisActionWindow() const
 {
     return m_diagnosisActionWindow;
@@ -173,6 +251,9 @@ void QVAppDelegate::presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &
     });
     connect(resolution, &QVDiagnosisResolution::scanViewTextChanged, m_defaultScanViewController,
         &QVScanRootViewController::updateScanViewText);
+    // A run that saves its reports writes this one when the window is done.
+    connect(resolution, &QVDiagnosisResolution::reportRequested, this,
+        [this] { m_diagnosisViewController->generateReport(m_settings->showReports()); });
     connect(resolution, &QVDiagnosisResolution::helperResponse, this,
         [this](const QString &response, const QVariantMap &options) {
             if (m_helperCommunications)
@@ -198,6 +279,7 @@ bool QVAppDelegate::isShowingDoneButton() const
 
 void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButton)
 {
+    m_overlayWindow->fadeOut();
     for (const QString &path : paths)
         m_settings->addRecentScan(path);
     populateScanRecentsMenu();
@@ -217,8 +299,11 @@ void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButto
 
 void QVAppDelegate::scanFolders(const QStringList &paths)
 {
-    if (m_quitting)
+    if (m_quitting) {
+        // Quit was chosen before the scan began: nothing runs any more.
+        m_scanRequested = false;
         return;
+    }
     m_diagnosisViewController->diagnosis()->setDoCancel(false);
     m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
     m_diagnosisViewController->viewState()->setFindingFonts(true);
@@ -234,6 +319,7 @@ void QVAppDelegate::scanFolders(const QStringList &paths)
 
 void QVAppDelegate::handleScanButton()
 {
+    m_overlayWindow->fadeOut();
     selectButton(QVMainWindow::ScanView);
     m_fileMgr->setProgress(m_diagnosisViewController->diagnosis()->overallProgress());
     if (m_fileMgr->isFindingFonts()) {
@@ -266,6 +352,7 @@ void QVAppDelegate::handleScanButton()
 
 void QVAppDelegate::HandleManualScanMenuItem()
 {
+    m_overlayWindow->fadeOut();
     if (isBusy())
         return;
     auto *dialog
@@ -283,6 +370,7 @@ void QVAppDelegate::HandleManualScanMenuItem()
 
 void QVAppDelegate::handleRecentScanMenu(int index)
 {
+    m_overlayWindow->fadeOut();
     const QStringList recents = m_settings->recentScanFolderPaths().value_or(QStringList());
     if (index < 0 || index >= recents.size() || isBusy())
         return;
@@ -475,6 +563,7 @@ void QVAppDelegate::modalEnded(int returnCode, const QString &context)
 
 bool QVAppDelegate::windowShouldClose()
 {
+    m_overlayWindow->fadeOut();
     if (m_quitting || !isBusy()) {
         cleanUpBeforeClosing();
         return true;

@@ -23,6 +23,7 @@ class QVHelperCommunications;
 class QVMainWindow;
 class QVQuarantineTab;
 class QVReportsTab;
+class QVOverlayWindow;
 class QVScanRootViewController;
 class QVSettings;
 class QVSettingsTabItem;
@@ -81,6 +82,18 @@ public:
     // The localized name of a font type code; empty for an unknown code.
     static QString getFontTypeName(int fontType);
 
+    // Starts a helper unless it runs; either way it is then expected to answer
+    // the pending-command question.
+    void launchHandlerApp();
+    void launchScheduler();
+    // The helpers' answers to the pending-command question.
+    void gotResponse(const QString &response, const QString &sender, const QVariantMap &options);
+    bool hasPendingCommand() const { return m_hasPendingCommand; }
+    int pendingCommandCount() const { return m_pendingCommandCount; }
+    int pendingCommandTotal() const { return m_pendingCommandTotal; }
+    // Whether updates are looked for automatically (the checkForUpdates setting).
+    bool automaticallyChecksForUpdates() const { return m_automaticallyChecksForUpdates; }
+
     // A scan was asked for and has not yet ended, fonts are being found, or
     // a diagnosis runs.
     bool isBusy() const;
@@ -95,6 +108,8 @@ public:
     QVSettingsTabItem *settingsTabItem() const { return m_settingsTabItem; }
     QVQuarantineTab *quarantineTab() const { return m_quarantineTab; }
     QVReportsTab *reportsTab() const { return m_reportsTab; }
+    QVOverlayWindow *overlayWindow() const { return m_overlayWindow; }
+    QVHelperCommunications *helperCommunications() const { return m_helperCommunications; }
     QString rootRepository() const { return m_rootRepository; }
 
 Q_SIGNALS:
@@ -106,6 +121,8 @@ private:
     void showAlert(const QString &message, const QString &informativeText, const QStringList &buttonTitles,
         const QString &context);
     void connectDiagnosisView();
+    void launchHelper(const char *bundleIdentifier, const QString &program, const char *failure);
+    void askForPendingCommands();
 
     std::unique_ptr<QVSettings> m_settings;
     std::unique_ptr<QVFontDataManager> m_dataMgr;
@@ -119,9 +136,14 @@ private:
     QVReportsTab *m_reportsTab = nullptr;
     QPointer<QVDiagnosisActionWindow> m_diagnosisActionWindow;
     QPointer<QMessageBox> m_alertDialog;
+    QVOverlayWindow *m_overlayWindow = nullptr;
     QString m_rootRepository;
     int m_delay = 1000;
     bool m_scanRequested = false;
     bool m_userInterfaceEnabled = true;
     bool m_quitting = false;
+    bool m_hasPendingCommand = false;
+    int m_pendingCommandCount = 0;
+    int m_pendingCommandTotal = 0;
+    bool m_automaticallyChecksForUpdates = false;
 };

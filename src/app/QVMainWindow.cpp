@@ -2,6 +2,7 @@
 
 #include "QVAppDelegate.h"
 #include "QVImages.h"
+#include "QVOverlayWindow.h"
 #include "QVViewButton.h"
 #include "settings/QVStringTable.h"
 
@@ -154,6 +155,8 @@ void QVMainWindow::reportsButtonClicked()
 
 void QVMainWindow::selectButton(int index)
 {
+    if (QVOverlayWindow *overlay = m_delegate->overlayWindow())
+        overlay->fadeOut();
     // A view that is switched off keeps the current one (and its check mark).
     if (!m_buttons[size_t(index)]->isEnabled()) {
         m_viewActions[size_t(selectedIndex())]->setChecked(true);

@@ -6,23 +6,28 @@
 #include "app/QVAlertSheet.h"
 #include "app/QVDiagnosisViewController.h"
 #include "app/QVMainWindow.h"
+#include "app/QVOverlayWindow.h"
 #include "app/QVScanRootViewController.h"
 #include "app/QVSettingsTabItem.h"
 #include "app/QVViewButton.h"
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "support/QVFixtures.h"
+#include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
+#include <QDBusConnection>
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
@@ -30,6 +35,7 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTest>
 #include <QUrl>
 #include <gtest/gtest.h>
 #include <memory>
@@ -45,6 +51,16 @@ protected:
     void SetUp() override
     {
         QVSettings::unregisterUserPreferences();
+        // No helper is installed beside the tests: only the test of them starts them.
+        QVSettings::migratePreferences();
+        QVSettings settings;
+        settings.setAutoScanEnabled(false);
+        settings.setShowHelperMenu(false);
+        relaunch();
+    }
+    void relaunch()
+    {
+        app.reset();
         app = std::make_unique<QVAppDelegate>();
         app->setDelay(0);
         ASSERT_TRUE(app->launch());
@@ -159,6 +175,78 @@ TEST_F(AppTest, DropOfTwoFoldersScansBothOnceAndRemembersThem)
     EXPECT_FALSE(window->scanRecentMenu()->isEnabled());
 }
 
+TEST_F(AppTest, ADeletedRecentFolderLeavesTheMenuWithAnAlert)
+{
+    const QString gone = home.path() + QStringLiteral("/gone");
+    const QString kept = home.path() + QStringLiteral("/kept");
+    QDir().mkpath(gone);
+    copyFont(kDejaVuSans, kept);
+    app->settings()->setRecentScanFolderPaths({ gone, kept });
+    app->populateScanRecentsMenu();
+    ASSERT_TRUE(QDir(gone).removeRecursively());
+    QSignalSpy started(app.get(), &QVAppDelegate::scanStarted);
+
+    window->scanRecentMenu()->actions().first()->trigger();
+    QMessageBox *alert = QVAlertSheet::find(window, QStringLiteral("handleRecentScanMenu"));
+    ASSERT_NE(alert, nullptr);
+    EXPECT_EQ(alert->text(), QVStringTable::text(QStringLiteral("settings.missingFolder.title")));
+    EXPECT_EQ(app->settings()->recentScanFolderPaths().value_or(QStringList()), QStringList({ kept }));
+    QStringList titles;
+    for (const QAction *action : window->scanRecentMenu()->actions())
+        titles << action->text();
+    EXPECT_EQ(titles, QStringList({ QStringLiteral("kept"), QString(), QStringLiteral("Clear Menu") }));
+    alert->buttons().first()->click();
+    QApplication::processEvents();
+    EXPECT_EQ(started.count(), 0);
+    EXPECT_TRUE(app->isUserInterfaceEnabled());
+
+    // The folder still there is scanned.
+    window->scanRecentMenu()->actions().first()->trigger();
+    ASSERT_TRUE(waitForDone());
+    ASSERT_EQ(started.count(), 1);
+    EXPECT_EQ(started.at(0).at(0).toStringList(), QStringList({ kept }));
+}
+
+TEST_F(AppTest, QuittingDuringAScanAsksFirst)
+{
+    const QString folder = home.path() + QStringLiteral("/fonts");
+    copyFont(kDejaVuSans, folder);
+    copyFont(kDejaVuSerif, folder);
+    const auto askToQuit = [this] {
+        EXPECT_FALSE(window->close());
+        EXPECT_TRUE(window->isVisible());
+        EXPECT_EQ(window->selectedIndex(), int(QVMainWindow::ScanView));
+        return QVAlertSheet::find(window, QStringLiteral("windowShouldClose"));
+    };
+
+    // Continue: the scan and diagnosis carry on to their end.
+    ASSERT_TRUE(drop({ folder }));
+    QMessageBox *alert = askToQuit();
+    ASSERT_NE(alert, nullptr);
+    EXPECT_EQ(alert->text(), QVStringTable::text(QStringLiteral("search.cancel.message")));
+    ASSERT_EQ(alert->buttons().size(), 2);
+    EXPECT_EQ(alert->buttons().at(1)->text(), QVStringTable::text(QStringLiteral("any.quit.title")));
+    askToQuit();
+    EXPECT_EQ(window->findChildren<QMessageBox *>().size(), 1) << "a second close shows no second sheet";
+    alert->buttons().first()->click();
+    ASSERT_TRUE(waitForDone());
+    EXPECT_EQ(app->dataManager()->fontFileItems.size(), 2);
+    // Idle, the window closes at once.
+    EXPECT_TRUE(window->close());
+    window->show();
+
+    // Quit: nothing further starts and the window goes.
+    app->presentScanView();
+    QSignalSpy started(app.get(), &QVAppDelegate::scanStarted);
+    ASSERT_TRUE(drop({ folder }));
+    alert = askToQuit();
+    ASSERT_NE(alert, nullptr);
+    alert->buttons().at(1)->click();
+    EXPECT_FALSE(window->isVisible());
+    EXPECT_TRUE(waitFor([this] { return !app->isBusy(); }));
+    EXPECT_EQ(started.count(), 0);
+}
+
 TEST_F(AppTest, ScanToDoneMatchesTheCommandLine)
 {
     // Two copies of two fonts: duplicates for the diagnosis to find.
@@ -196,6 +284,91 @@ TEST_F(AppTest, ScanToDoneMatchesTheCommandLine)
     EXPECT_TRUE(app->defaultScanViewController()->scanText().contains(
         QStringLiteral("Total Font Problems Diagnosed: %1")
             .arg(expected.value(QStringLiteral("totalFontProblems")).toInt())));
+}
+
+TEST_F(AppTest, WelcomeShowsUntilToldNotToAndKeepsTheKeyboard)
+{
+    QVOverlayWindow *overlay = app->overlayWindow();
+    ASSERT_TRUE(overlay->isVisible());
+    EXPECT_EQ(overlay->geometry(), window->centralWidget()->geometry());
+    EXPECT_FALSE(overlay->accessibleName().isEmpty());
+    QCheckBox *dontShow = overlay->showWelcomeAtStartupButton();
+    EXPECT_FALSE(dontShow->isChecked());
+    EXPECT_EQ(window->focusWidget(), overlay->startButton());
+    QTest::keyClick(overlay->startButton(), Qt::Key_Tab);
+    EXPECT_EQ(window->focusWidget(), dontShow);
+    QTest::keyClick(dontShow, Qt::Key_Tab);
+    EXPECT_EQ(window->focusWidget(), overlay->startButton()) << "Tab stays on the overlay";
+    QTest::keyClick(overlay->startButton(), Qt::Key_Backtab);
+    EXPECT_EQ(window->focusWidget(), dontShow);
+
+    QSignalSpy dismissed(overlay, &QVOverlayWindow::dismissed);
+    dontShow->click();
+    EXPECT_TRUE(app->settings()->dontShowWelcomeScreenAtStartup());
+    EXPECT_TRUE(overlay->isVisible());
+    QTest::keyClick(dontShow, Qt::Key_Escape);
+    EXPECT_FALSE(overlay->isVisible());
+    overlay->showOverWindow();
+    QTest::mouseClick(overlay, Qt::LeftButton, {}, QPoint(4, 4));
+    EXPECT_FALSE(overlay->isVisible());
+    EXPECT_EQ(dismissed.count(), 2);
+    overlay->showOverWindow();
+    window->viewMenuItem(QVMainWindow::ReportsView)->trigger();
+    EXPECT_FALSE(overlay->isVisible()) << "a command dismisses it";
+
+    relaunch();
+    EXPECT_FALSE(app->overlayWindow()->isVisible());
+    EXPECT_TRUE(app->overlayWindow()->showWelcomeAtStartupButton()->isChecked());
+}
+
+// Stands in for the handler helper: records what the application sends it.
+struct HelperRecorder {
+    QStringList commands;
+    QList<QPair<QString, QVariantMap>> responses;
+    void gotCommand(const QString &c, const QString &, const QVariantMap &) { commands << c; }
+    void gotResponse(const QString &r, const QString &, const QVariantMap &o) { responses.append({ r, o }); }
+};
+
+TEST_F(AppTest, RunningHelpersAreAskedForPendingCommandsWithoutWaiting)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    ASSERT_TRUE(bus.isConnected()) << "run under dbus-run-session";
+    const QString handlerId = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
+    QVHelperCommunications handler(handlerId, bus);
+    HelperRecorder recorded;
+    qvtest::listen(handler, recorded);
+    app->settings()->setAutoScanEnabled(true);
+
+    // No helper runs, and none is installed here: asked all the same, and the
+    // question times out without holding up the start.
+    QElapsedTimer started;
+    started.start();
+    relaunch();
+    EXPECT_LT(started.elapsed(), 1000);
+    EXPECT_EQ(app->pendingCommandTotal(), 0);
+    EXPECT_TRUE(
+        waitFor([&] { return recorded.commands.contains(QStringLiteral("kCommand_HasPendingCommands")); }));
+    EXPECT_TRUE(waitFor([this] { return app->helperCommunications()->awaitedCommand().isEmpty(); }, 3000));
+    EXPECT_TRUE(recorded.responses.isEmpty());
+
+    // The handler runs: one answer saying it holds a command makes the application ready.
+    ASSERT_TRUE(bus.registerService(handlerId));
+    recorded.commands.clear();
+    relaunch();
+    EXPECT_EQ(app->pendingCommandTotal(), 1);
+    ASSERT_TRUE(
+        waitFor([&] { return recorded.commands.contains(QStringLiteral("kCommand_HasPendingCommands")); }));
+    handler.sendResponse(QStringLiteral("kCommand_HasPendingCommands"),
+        QString::fromLatin1(QVSettings::kBundleIdentifier),
+        { { QStringLiteral("hasPending"), QStringLiteral("YES") } });
+    EXPECT_TRUE(waitFor([&] { return !recorded.responses.isEmpty(); }));
+    bus.unregisterService(handlerId);
+    EXPECT_TRUE(app->hasPendingCommand());
+    EXPECT_EQ(app->pendingCommandCount(), 1);
+    ASSERT_EQ(recorded.responses.size(), 1);
+    EXPECT_EQ(recorded.responses.first().first, QStringLiteral("kResponse_Ready"));
+    EXPECT_EQ(recorded.responses.first().second.value(QStringLiteral("kPayloadOptions")).toString(),
+        QStringLiteral("autoScanEnabled"));
 }
 
 TEST_F(AppTest, OneDiagnosisStaysOn)

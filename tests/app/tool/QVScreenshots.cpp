@@ -1,9 +1,10 @@
 // qv-screenshots [OUTDIR]: pictures of every view of the main window, in a
-// light and a dark palette, idle and after a diagnosis of duplicated fonts,
-// and of the resolution window with a row expanded and its explanation open,
-// drawn off screen in a throw-away home (default OUTDIR: docs/screenshots).
-// On a display (xvfb-run, QT_QPA_PLATFORM=xcb) also the report window, at
-// 100% and 200%, and the first printed page of the report.
+// light and a dark palette: the welcome of a first start, idle, after a
+// diagnosis of duplicated fonts, and the resolution window with a row
+// expanded and its explanation open, drawn off screen in a throw-away home
+// (default OUTDIR: docs/screenshots). On a display (xvfb-run,
+// QT_QPA_PLATFORM=xcb) also the report window, at 100% and 200%, and the
+// first printed page of the report.
 #include "app/QVAppDelegate.h"
 #include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
@@ -128,6 +129,8 @@ int main(int argc, char **argv)
         delegate.launch();
         QVMainWindow *window = delegate.mainWindow();
         window->resize(880, 680);
+        // A first start: the welcome over the Scan view.
+        ok = save(window, out, QStringLiteral("welcome-%1").arg(scheme)) && ok;
         const char *const names[] = { "scan", "settings", "quarantine", "reports" };
         for (int i = 3; i >= 0; --i) {
             window->selectButton(i);

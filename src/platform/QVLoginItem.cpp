@@ -1,0 +1,44 @@
+#include "platform/QVLoginItem.h"
+
+#include "platform/QVAtomicFile.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+bool QVLoginItem::isRunning(const QString &bundleIdentifier)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    return bus.isConnected() && bus.interface()
+        && bus.interface()->isServiceRegistered(bundleIdentifier).value();
+}
+
+QString QVLoginItem::entryPath(const QString &bundleIdentifier)
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+        + QStringLiteral("/autostart/") + bundleIdentifier + QStringLiteral(".desktop");
+}
+
+bool QVLoginItem::enable(const QString &bundleIdentifier, const QString &program)
+{
+    if (!QFileInfo(program).isExecutable() || !QProcess::startDetached(program, {}))
+        return false;
+    const QString path = entryPath(bundleIdentifier);
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    // Exec takes a quoted path (the install prefix may hold spaces): quoting
+    // escapes first, then the value's own backslash escape, then field codes.
+    QString exec;
+    for (const QChar c : program) {
+        if (c == QLatin1Char('"') || c == QLatin1Char('`') || c == QLatin1Char('$') || c == QLatin1Char('\\'))
+            exec += QLatin1Char('\\');
+        exec += c;
+    }
+    exec.replace(QLatin1Char('\\'), QStringLiteral("\\\\")).replace(QLatin1Char('%'), QStringLiteral("%%"));
+    const QString entry = QStringLiteral("[Desktop Entry]\nType=Application\nName=%1\nExec=\"%2\"\n"
+                                         "NoDisplay=true\nX-GNOME-Autostart-enabled=true\n")
+                              .arg(QFileInfo(program).fileName(), exec);
+    return QVAtomicFile::write(path, entry.toUtf8()) == 0;
+}
