@@ -245,6 +245,10 @@ void QVAppDelegate::presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &
     const QVDiagnosisResolution *resolution = window->resolution();
     connect(window, &QVDiagnosisActionWindow::userInterfaceEnabled, this,
         &QVAppDelegate::setUserInterfaceEnabled);
+    // The report of this diagnosis counts what its resolutions moved.
+    m_fileMgr->qv_total_quarantined = 0;
+    connect(window, &QVDiagnosisActionWindow::fontsQuarantined, this,
+        [this](int count) { m_fileMgr->qv_total_quarantined += count; });
     connect(window, &QVDiagnosisActionWindow::quarantineChanged, this, [this] {
         // The quarantine view reloads, once it is one that lists.
         m_quarantineTab->refreshTableViewData();
@@ -280,6 +284,13 @@ bool QVAppDelegate::isShowingDoneButton() const
 void QVAppDelegate::startManualScan(const QStringList &paths, bool fromScanButton)
 {
     m_overlayWindow->fadeOut();
+    if (m_diagnosisActionWindow && m_diagnosisActionWindow->isVisible()) {
+        // The last diagnosis's fonts still wait for an answer: the window asks
+        // to be closed first, and no scan starts.
+        m_diagnosisActionWindow->setShowCloseWarning(true);
+        m_diagnosisActionWindow->close();
+        return;
+    }
     for (const QString &path : paths)
         m_settings->addRecentScan(path);
     populateScanRecentsMenu();

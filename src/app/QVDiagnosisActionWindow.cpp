@@ -480,6 +480,7 @@ void QVDiagnosisActionWindow::resolved(const QVDiagnosisResolution::Outcome &out
         m_progressBar = nullptr;
     }
     m_resolution->progress = nullptr;
+    Q_EMIT fontsQuarantined(quarantined);
     if (!outcome.quarantinedRows.isEmpty())
         Q_EMIT quarantineChanged();
     Q_EMIT userInterfaceEnabled(true);

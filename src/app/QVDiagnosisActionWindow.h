@@ -53,6 +53,7 @@ public:
 
     bool isDisabled() const { return m_isDisabled; }
     bool showCloseWarning() const { return m_showCloseWarning; }
+    void setShowCloseWarning(bool show) { m_showCloseWarning = show; }
     bool dontShowAgain() const { return m_dontShowAgain; }
     bool isResolving() const { return m_resolving; }
     // The rows now expanded, with the height their lines take.
@@ -92,6 +93,8 @@ public:
 Q_SIGNALS:
     // Fonts went into the quarantine: its view reloads.
     void quarantineChanged();
+    // After each resolution run: how many fonts it moved into the quarantine.
+    void fontsQuarantined(int count);
     void userInterfaceEnabled(bool enabled);
 
 protected:

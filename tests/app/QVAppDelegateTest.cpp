@@ -4,6 +4,7 @@
 #include "app/QVAppDelegate.h"
 
 #include "app/QVAlertSheet.h"
+#include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
 #include "app/QVMainWindow.h"
 #include "app/QVOverlayWindow.h"
@@ -284,6 +285,15 @@ TEST_F(AppTest, ScanToDoneMatchesTheCommandLine)
     EXPECT_TRUE(app->defaultScanViewController()->scanText().contains(
         QStringLiteral("Total Font Problems Diagnosed: %1")
             .arg(expected.value(QStringLiteral("totalFontProblems")).toInt())));
+
+    // While the problem fonts wait for an answer, a new scan asks first and does not start.
+    QVDiagnosisActionWindow *actions = app->diagnosisActionWindow();
+    ASSERT_NE(actions, nullptr);
+    ASSERT_TRUE(waitFor([&] { return actions->isVisible(); }));
+    app->startManualScan({ folder });
+    EXPECT_NE(QVAlertSheet::find(actions, QStringLiteral("windowShouldClose")), nullptr);
+    EXPECT_TRUE(actions->isVisible());
+    EXPECT_FALSE(app->isBusy());
 }
 
 TEST_F(AppTest, WelcomeShowsUntilToldNotToAndKeepsTheKeyboard)
