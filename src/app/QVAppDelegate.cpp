@@ -4,6 +4,8 @@
 #include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
 #include "QVMainWindow.h"
+#include "QVOrganizeOptionsWindowController.h"
+#include "QVOrganizeProgressWindow.h"
 #include "QVOverlayWindow.h"
 #include "QVQuarantineTab.h"
 #include "QVReportWindow.h"
@@ -16,7 +18,9 @@
 #include "diagnosis/QVDiagnosisViewState.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
+#include "organizer/QVFontOrganizer.h"
 #include "platform/QVDefaultApplication.h"
+#include "platform/QVFileReveal.h"
 #include "platform/QVLoginItem.h"
 #include "reports/QVReportManager.h"
 #include "settings/QVHelperCommunications.h"
@@ -25,6 +29,8 @@
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
+#include "store/QVQuarantineStore.h"
+#include "store/QVSuitcaseSurgery.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -34,6 +40,7 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QTimer>
+#include <QtConcurrent>
 #include <cstdio>
 
 namespace
@@ -41,6 +48,9 @@ namespace
 
 const QString kManualScan = QStringLiteral("Manual Scan");
 const QString kAutoScan = QStringLiteral("AutoScan");
+// How long an organizing run waits for another run to let go of the
+// quarantine before it gives up.
+constexpr int kOrganizeLockWaitMs = 60 * 1000;
 
 } // namespace
 
@@ -52,6 +62,10 @@ QVAppDelegate::QVAppDelegate(QObject *parent)
 QVAppDelegate::~QVAppDelegate()
 {
     cleanUpBeforeClosing();
+    // Its walk may be inside a copy: that copy ends before the surgery goes.
+    delete m_organizer;
+    m_organizer = nullptr;
+    m_organizeSurgery.reset();
     QVReportManager::setShowReportHook({});
     // The window's views refer to the data manager and file manager.
     m_window.reset();
@@ -111,6 +125,8 @@ void QVAppDelegate::applicationDidFinishLaunching()
         &QVAppDelegate::handleScanButton);
     connect(m_defaultScanViewController, &QVScanRootViewController::scanFolderButtonClicked, this,
         &QVAppDelegate::HandleManualScanMenuItem);
+    connect(m_defaultScanViewController, &QVScanRootViewController::organizeButtonClicked, this,
+        [this] { presentOrganizeOptionsWindow({}); });
     connect(m_defaultScanViewController, &QVScanRootViewController::showReportRequested, this,
         [](const QString &filePath, const QString &reportName) {
             QVReportWindow::showReport(
@@ -272,7 +288,7 @@ void QVAppDelegate::presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &
 
 bool QVAppDelegate::isBusy() const
 {
-    return m_scanRequested || (m_fileMgr && m_fileMgr->isFindingFonts())
+    return m_scanRequested || m_isOrganizingFonts || (m_fileMgr && m_fileMgr->isFindingFonts())
         || (m_diagnosisViewController && m_diagnosisViewController->viewState()->isDiagnosingFonts());
 }
 
@@ -460,9 +476,151 @@ void QVAppDelegate::handleDiagnosisActionEnded(const QVariantMap &)
 {
     // A resolution may have moved fonts into the quarantine.
     m_quarantineTab->refreshTableViewData();
-    // Organizing after a scan, and saving its report, come with the windows
-    // that set them up; the scan view shows the outcome meanwhile.
+    if (m_settings->organizeFonts() && !m_isOrganizingFonts
+        && !m_diagnosisViewController->viewState()->isAutoScanLaunch()
+        && m_settings->lastScanType() != kAutoScan) {
+        startOrganizing();
+        return;
+    }
     m_defaultScanViewController->updateScanViewText();
+}
+
+QVOrganizeOptionsWindowController *QVAppDelegate::organizeOptionsWindowController() const
+{
+    return m_organizeOptionsWindowController;
+}
+
+QVOrganizeProgressWindow *QVAppDelegate::organizeProgressWindow() const
+{
+    return m_organizeProgressWindow;
+}
+
+void QVAppDelegate::presentOrganizeOptionsWindow(const QStringList &folders)
+{
+    m_overlayWindow->fadeOut();
+    if (isBusy() || !m_userInterfaceEnabled)
+        return;
+    if (m_organizeOptionsWindowController) {
+        m_organizeOptionsWindowController->raise();
+        return;
+    }
+    auto *sheet = new QVOrganizeOptionsWindowController(this, m_settings.get(), m_window.get());
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    m_organizeOptionsWindowController = sheet;
+    if (!folders.isEmpty())
+        sheet->setInputFolderPath(folders.first());
+    sheet->windowDidLoad();
+    sheet->open();
+}
+
+void QVAppDelegate::closeOrganizeoptionsWindow()
+{
+    if (QVOrganizeOptionsWindowController *sheet = m_organizeOptionsWindowController) {
+        m_organizeOptionsWindowController.clear();
+        sheet->close();
+    }
+}
+
+void QVAppDelegate::startOrganizing()
+{
+    if (m_organizeOutputFolderURL.isEmpty()) {
+        // Only the organize sheet names a library; without one nothing moves.
+        qCWarning(lcOrganizer) << "Organizing was asked for without a library folder: nothing organized";
+        m_settings->setOrganizeFonts(false);
+        m_defaultScanViewController->updateScanViewText();
+        return;
+    }
+    setUserInterfaceEnabled(false);
+    m_isOrganizingFonts = true;
+    m_organizeRunEnded = false;
+    // Reading the quarantine's index and waiting for another run are file work.
+    QVFontDataManager *dataMgr = m_dataMgr.get();
+    (void)QtConcurrent::run([dataMgr] {
+        auto store = std::make_shared<QVQuarantineStore>(dataMgr);
+        const QString error = store->lockForRun(kOrganizeLockWaitMs);
+        return std::make_pair(store, error);
+    }).then(this, [this](const std::pair<std::shared_ptr<QVQuarantineStore>, QString> &handle) {
+        organizeFonts(handle.first, handle.second);
+    });
+}
+
+void QVAppDelegate::organizeFonts(const std::shared_ptr<QVQuarantineStore> &store, const QString &error)
+{
+    if (!error.isNull() || m_quitting) {
+        m_settings->setOrganizeFonts(false);
+        m_isOrganizingFonts = false;
+        setUserInterfaceEnabled(true);
+        (void)QtConcurrent::run([store] {});
+        if (!m_quitting)
+            showAlert(QStringLiteral("Fonts Not Organized"), error, { QVStringTable::text("any.ok.title") },
+                QStringLiteral("organizeFonts"));
+        return;
+    }
+    m_organizeStore = store;
+    m_organizeSurgery = std::make_unique<QVSuitcaseSurgery>(m_organizeStore.get());
+    m_organizer = new QVFontOrganizer(m_dataMgr.get(), m_organizeSurgery.get(), m_settings.get());
+    connect(m_organizer, &QVFontOrganizer::progressSheetRequested, this,
+        &QVAppDelegate::showOrganizeProgressWindow);
+    connect(m_organizer, &QVFontOrganizer::progressSheetClosed, this, [this] {
+        if (QVOrganizeProgressWindow *window = m_organizeProgressWindow) {
+            m_organizeProgressWindow.clear();
+            window->refresh();
+            window->hide();
+            window->deleteLater();
+        }
+        finishOrganizing();
+    });
+    connect(m_organizer, &QVFontOrganizer::alertRequested, this,
+        [this](const QString &message, const QString &informativeText, const QString &button) {
+            // With nothing placed, the "no fonts added" alert says what happened instead.
+            if (m_organizer && m_organizer->copiedOrMovedFonts())
+                showAlert(message, informativeText, { button }, QStringLiteral("organizeFonts"));
+        });
+    connect(m_organizer, &QVFontOrganizer::libraryFolderRevealRequested, this,
+        [](const QString &path) { QVFileReveal::revealInFinder(path); });
+    // The completion runs on the organizer's queue: the rest is the main thread's.
+    m_organizer->organizeFonts(m_organizeOutputFolderURL, [this] {
+        QMetaObject::invokeMethod(this, [this] {
+            m_organizeRunEnded = true;
+            finishOrganizing();
+        });
+    });
+}
+
+void QVAppDelegate::showOrganizeProgressWindow()
+{
+    auto *window = new QVOrganizeProgressWindow(m_organizer->progressWindow(), m_window.get());
+    m_organizeProgressWindow = window;
+    QPointer<QVFontOrganizer> organizer = m_organizer;
+    window->setCancelButtonBlock([organizer] {
+        if (organizer)
+            organizer->cancelOrganizing();
+    });
+    window->open();
+}
+
+void QVAppDelegate::finishOrganizing()
+{
+    // The run's end and its sheet's closing come in either order (a cancel
+    // closes the sheet 2 seconds after the walk stops).
+    if (!m_organizer || !m_organizeRunEnded || m_organizeProgressWindow)
+        return;
+    const bool placedFonts = m_organizer->copiedOrMovedFonts();
+    m_organizer->deleteLater();
+    m_organizer = nullptr;
+    m_organizeSurgery.reset();
+    // Letting go of the quarantine writes its index: off the main thread.
+    (void)QtConcurrent::run([store = std::move(m_organizeStore)] {});
+    m_isOrganizingFonts = false;
+    setUserInterfaceEnabled(true);
+    if (!placedFonts)
+        showAlert(QVStringTable::text("organize.noFontsAdded.title"),
+            QVStringTable::text("organize.noFontsAdded.message"), { QVStringTable::text("any.ok.title") },
+            QStringLiteral("organizeFonts"));
+    if (m_settings->automaticallySaveReports() && m_dataMgr->foundProblemFonts)
+        m_diagnosisViewController->generateReport(m_settings->showReports());
+    m_defaultScanViewController->updateScanViewText();
+    Q_EMIT organizeFinished();
 }
 
 void QVAppDelegate::presentScanView()
@@ -503,6 +661,8 @@ void QVAppDelegate::setUserInterfaceEnabled(bool enabled)
     m_window->scanRecentMenu()->setEnabled(enabled && hasRecents);
     m_defaultScanViewController->scanButton()->setEnabled(enabled);
     m_defaultScanViewController->scanFolderButton()->setEnabled(enabled);
+    m_defaultScanViewController->organizeButton()->setEnabled(enabled);
+    m_window->organizeFontsMenuItem()->setEnabled(enabled);
     for (int i = QVMainWindow::SettingsView; i <= QVMainWindow::ReportsView; ++i) {
         m_window->viewButton(i)->setEnabled(enabled);
         m_window->viewMenuItem(i)->setEnabled(enabled);
@@ -595,6 +755,8 @@ void QVAppDelegate::cleanUpBeforeClosing()
     }
     if (m_diagnosisViewController)
         m_diagnosisViewController->diagnosis()->setDoCancel(true);
+    if (m_organizer && !m_organizer->doCancel())
+        m_organizer->cancelOrganizing();
 }
 
 QString QVAppDelegate::getFontTypeName(int fontType)

@@ -19,14 +19,19 @@ class QVDiagnosisActionWindow;
 class QVDiagnosisViewController;
 class QVFileManager;
 class QVFontDataManager;
+class QVFontOrganizer;
 class QVHelperCommunications;
 class QVMainWindow;
 class QVQuarantineTab;
 class QVReportsTab;
+class QVOrganizeOptionsWindowController;
+class QVOrganizeProgressWindow;
 class QVOverlayWindow;
+class QVQuarantineStore;
 class QVScanRootViewController;
 class QVSettings;
 class QVSettingsTabItem;
+class QVSuitcaseSurgery;
 
 class QVAppDelegate : public QObject
 {
@@ -59,6 +64,21 @@ public:
     void handleSearchResults(const QVariantMap &userInfo);
     void handleDiagnosisEndedNotification(const QVariantMap &userInfo);
     void handleDiagnosisActionEnded(const QVariantMap &userInfo);
+
+    // The library folder the next organizing run fills (chosen in the
+    // organize sheet).
+    // The organize sheet over the main window, its source the first folder
+    // given, if any; nothing while the user interface is busy.
+    void presentOrganizeOptionsWindow(const QStringList &folders);
+    void closeOrganizeoptionsWindow();
+    QVOrganizeOptionsWindowController *organizeOptionsWindowController() const;
+    void setOrganizeOutputFolderURL(const QString &path) { m_organizeOutputFolderURL = path; }
+    QString organizeOutputFolderURL() const { return m_organizeOutputFolderURL; }
+    // From the diagnosis's end until the organizer's run has ended and its
+    // sheet has closed.
+    bool isOrganizingFonts() const { return m_isOrganizingFonts; }
+    QVFontOrganizer *fontOrganizer() const { return m_organizer; }
+    QVOrganizeProgressWindow *organizeProgressWindow() const;
 
     // The issue resolution window over the main window, on the problem list.
     void presentDiagnosisActionWindow(const QList<QVProblemFontPtr> &problemFonts);
@@ -115,6 +135,8 @@ public:
 Q_SIGNALS:
     // A scan of these folders began (the file manager was handed them).
     void scanStarted(const QStringList &folders);
+    // An organizing run has ended and the user interface is back.
+    void organizeFinished();
 
 private:
     void scanFolders(const QStringList &paths);
@@ -123,6 +145,12 @@ private:
     void connectDiagnosisView();
     void launchHelper(const char *bundleIdentifier, const QString &program, const char *failure);
     void askForPendingCommands();
+    // The organizer's run, once the quarantine (whose suitcase surgery it
+    // uses) is this process's; the end waits for the run and its sheet.
+    void startOrganizing();
+    void organizeFonts(const std::shared_ptr<QVQuarantineStore> &store, const QString &error);
+    void showOrganizeProgressWindow();
+    void finishOrganizing();
 
     std::unique_ptr<QVSettings> m_settings;
     std::unique_ptr<QVFontDataManager> m_dataMgr;
@@ -145,5 +173,14 @@ private:
     bool m_hasPendingCommand = false;
     int m_pendingCommandCount = 0;
     int m_pendingCommandTotal = 0;
+    QString m_organizeOutputFolderURL;
+    bool m_isOrganizingFonts = false;
+    bool m_organizeRunEnded = false;
+    std::shared_ptr<QVQuarantineStore> m_organizeStore;
+    std::unique_ptr<QVSuitcaseSurgery> m_organizeSurgery;
+    // Deleted before the surgery it uses.
+    QVFontOrganizer *m_organizer = nullptr;
+    QPointer<QVOrganizeProgressWindow> m_organizeProgressWindow;
+    QPointer<QVOrganizeOptionsWindowController> m_organizeOptionsWindowController;
     bool m_automaticallyChecksForUpdates = false;
 };

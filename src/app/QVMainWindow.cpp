@@ -82,6 +82,9 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     m_customScanMenuItem = file->addAction(QStringLiteral("Scan a F&older…"), QKeySequence::Open, m_delegate,
         &QVAppDelegate::HandleManualScanMenuItem);
     m_scanRecentMenu = file->addMenu(QStringLiteral("&Recent Scans"));
+    m_organizeFontsMenuItem
+        = file->addAction(QStringLiteral("Or&ganize Fonts…"), QKeySequence(QStringLiteral("Ctrl+Shift+O")),
+            m_delegate, [this] { m_delegate->presentOrganizeOptionsWindow({}); });
     file->addSeparator();
     file->addAction(QStringLiteral("&Quit"), QKeySequence::Quit, this, &QWidget::close);
 

@@ -48,6 +48,7 @@ public:
     QAction *viewMenuItem(int index) const { return m_viewActions[size_t(index)]; }
     QAction *scanFontsNowMenuItem() const { return m_scanFontsNowMenuItem; }
     QAction *customScanMenuItem() const { return m_customScanMenuItem; }
+    QAction *organizeFontsMenuItem() const { return m_organizeFontsMenuItem; }
     QMenu *scanRecentMenu() const { return m_scanRecentMenu; }
     QWidget *currentView() const;
 
@@ -69,6 +70,7 @@ private:
     std::array<QAction *, 4> m_viewActions {};
     QAction *m_scanFontsNowMenuItem = nullptr;
     QAction *m_customScanMenuItem = nullptr;
+    QAction *m_organizeFontsMenuItem = nullptr;
     QMenu *m_scanRecentMenu = nullptr;
     QStackedWidget *m_tabs;
     QStackedWidget *m_scanStack;

@@ -34,6 +34,10 @@ QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget
     m_scanFolderButton = new QPushButton(QStringLiteral("Scan a Folder…"), this);
     m_scanFolderButton->setAccessibleName(QStringLiteral("Scan a Folder"));
     m_scanFolderButton->setToolTip(QStringLiteral("Choose a folder of fonts to scan"));
+    m_organizeButton = new QPushButton(QStringLiteral("Organize Fonts…"), this);
+    m_organizeButton->setAccessibleName(QStringLiteral("Organize Fonts"));
+    m_organizeButton->setToolTip(QStringLiteral("Gather the healthy fonts of a folder into a library"));
+    connect(m_organizeButton, &QPushButton::clicked, this, &QVScanRootViewController::organizeButtonClicked);
     connect(m_scanButton, &QPushButton::clicked, this, &QVScanRootViewController::scanButtonClicked);
     connect(
         m_scanFolderButton, &QPushButton::clicked, this, &QVScanRootViewController::scanFolderButtonClicked);
@@ -48,6 +52,7 @@ QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget
     buttons->setSpacing(8);
     buttons->addWidget(m_scanButton);
     buttons->addWidget(m_scanFolderButton);
+    buttons->addWidget(m_organizeButton);
     buttons->addStretch();
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(24, 24, 24, 24);

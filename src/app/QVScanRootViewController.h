@@ -27,10 +27,12 @@ public:
     QString scanText() const;
     QPushButton *scanButton() const { return m_scanButton; }
     QPushButton *scanFolderButton() const { return m_scanFolderButton; }
+    QPushButton *organizeButton() const { return m_organizeButton; }
 
 Q_SIGNALS:
     void scanButtonClicked();
     void scanFolderButtonClicked();
+    void organizeButtonClicked();
     // The "report" link: the last report's file and name.
     void showReportRequested(const QString &filePath, const QString &reportName);
 
@@ -43,4 +45,5 @@ private:
     QLabel *m_autoScanLabel;
     QPushButton *m_scanButton;
     QPushButton *m_scanFolderButton;
+    QPushButton *m_organizeButton;
 };

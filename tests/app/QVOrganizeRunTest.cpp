@@ -1,0 +1,229 @@
+// Organizing from the application on real fixtures: the organize sheet keeps
+// its choices and refuses locked folders and a missing library; after the
+// scan and the resolution window, the organizer fills the library as the
+// command line does with the same choices, behind its progress sheet, and
+// gives the user interface back.
+#include "app/QVAlertSheet.h"
+#include "app/QVAppDelegate.h"
+#include "app/QVDiagnosisActionWindow.h"
+#include "app/QVMainWindow.h"
+#include "app/QVOrganizeOptionsWindowController.h"
+#include "app/QVOrganizeProgressWindow.h"
+#include "app/QVScanRootViewController.h"
+#include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
+#include "support/QVFixtures.h"
+#include "support/QVTestHome.h"
+
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QDirIterator>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QToolButton>
+#include <gtest/gtest.h>
+#include <memory>
+
+using namespace QVFixtures;
+
+namespace
+{
+
+// Two folders of TrueType fonts with a duplicate and a damaged font, a
+// suitcase of four TrueType faces, and a bitmap suitcase beside its outline.
+bool makeMixedFolder(const QString &folder, const QString &work)
+{
+    return !copyFont(kDejaVuSans, folder + QStringLiteral("/a")).isEmpty()
+        && !copyFont(kDejaVuSerif, folder + QStringLiteral("/a")).isEmpty()
+        && !copyFont(kDejaVuSans, folder + QStringLiteral("/b")).isEmpty()
+        && writeFile(folder + QStringLiteral("/b/Broken.ttf"), readFile(kDejaVuSans).left(3000))
+        && makeSuitcase(folder + QStringLiteral("/Panic Sans"), readFile(kPanicSansDfont))
+        && !makeLwfn(folder + QStringLiteral("/Type1"), QStringLiteral("C059Rom"), kC059RomanPfb).isEmpty()
+        && makeSuitcase(
+            folder + QStringLiteral("/Type1/C059"), withPostScriptName(c059Fork(work), "C059-Roman"));
+}
+
+// Every file below the folder (sidecars left out) with its data, fork and
+// Finder info hashes.
+QStringList tree(const QString &folder)
+{
+    QStringList lines;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (!QVForkStorage::isMetadataStore(path))
+            lines << path.mid(folder.size()) + QLatin1Char(' ') + forkHashes(path);
+    }
+    lines.sort();
+    return lines;
+}
+
+class OrganizeRunTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QVSettings::migratePreferences();
+        QVSettings settings;
+        settings.setShowReports(false);
+        settings.setAutoScanEnabled(false);
+        settings.setShowHelperMenu(false);
+        settings.setShowLibraryFolder(false);
+        app = std::make_unique<QVAppDelegate>();
+        app->setDelay(0);
+        ASSERT_TRUE(app->launch());
+    }
+    void TearDown() override { app.reset(); }
+
+    QVOrganizeOptionsWindowController *openSheet()
+    {
+        app->mainWindow()->organizeFontsMenuItem()->trigger();
+        return app->organizeOptionsWindowController();
+    }
+    // Presses the only button of the alert of that context on the sheet; its text.
+    static QString answer(QWidget *sheet, const QString &context)
+    {
+        QMessageBox *alert = QVAlertSheet::find(sheet, context);
+        if (!alert)
+            return QStringLiteral("no alert ") + context;
+        const QString text = alert->text() + QLatin1Char('|') + alert->informativeText();
+        alert->buttons().first()->click();
+        return text;
+    }
+    static void setChecked(QAbstractButton *box, bool on)
+    {
+        if (box->isChecked() != on)
+            box->click();
+    }
+
+    QVTestHome home;
+    std::unique_ptr<QVAppDelegate> app;
+};
+
+TEST_F(OrganizeRunTest, TheSheetKeepsItsChoicesAndRefusesLockedFoldersAndAMissingLibrary)
+{
+    const QString source = home.path() + QStringLiteral("/Locked Source"),
+                  locked = home.path() + QStringLiteral("/Locked Library"),
+                  library = home.path() + QStringLiteral("/Library");
+    ASSERT_FALSE(copyFont(kDejaVuSans, source).isEmpty());
+    QDir().mkpath(locked);
+    QDir().mkpath(library);
+    ASSERT_TRUE(lockFolder(source, true) && lockFolder(locked, true));
+    QSignalSpy scans(app.get(), &QVAppDelegate::scanStarted);
+
+    QVOrganizeOptionsWindowController *sheet = openSheet();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_TRUE(sheet->isVisible());
+    EXPECT_EQ(sheet->sourceFolderButton()->text(), QVStringTable::text("organize.selectSource.message"));
+    EXPECT_FALSE(sheet->sourcePathRevealButton()->isEnabled());
+    EXPECT_FALSE(sheet->continueButton()->isEnabled());
+    sheet->continueButtonAction();
+    EXPECT_EQ(answer(sheet, QStringLiteral("missingLocation")),
+        QVStringTable::text("organize.missingLocation.title") + QLatin1Char('|')
+            + QVStringTable::text("organize.missingLocation.message"));
+
+    // A locked source may be copied from, not moved from.
+    sheet->chooseSourceFolder(source);
+    EXPECT_EQ(sheet->sourceFolderButton()->text(), QStringLiteral("  ") + source);
+    EXPECT_TRUE(sheet->sourcePathRevealButton()->isEnabled());
+    sheet->fileCopyMoveMatrix()->button(1)->click();
+    EXPECT_EQ(answer(sheet, QStringLiteral("lockedSource")),
+        QStringLiteral("Source Files Locked|The source folder \"%1\" is locked and the files cannot be "
+                       "moved. Use the Copy option instead.")
+            .arg(source));
+    EXPECT_FALSE(QVSettings().copyFontFiles());
+    sheet->chooseLibraryFolder(locked);
+    EXPECT_TRUE(answer(sheet, QStringLiteral("lockedDestination")).startsWith("Destination Folder Locked|"));
+    EXPECT_FALSE(sheet->continueButton()->isEnabled());
+    sheet->chooseLibraryFolder(library);
+    EXPECT_TRUE(sheet->continueButton()->isEnabled());
+    EXPECT_TRUE(sheet->destinationPathRevealButton()->isEnabled());
+    sheet->continueButton()->click();
+    EXPECT_TRUE(answer(sheet, QStringLiteral("lockedSource")).startsWith("Source Files Locked|"));
+    EXPECT_TRUE(sheet->isVisible());
+
+    // Every choice is stored at once and outlives a cancel; organizing does not.
+    sheet->fileNameMatrix()->button(0)->click();
+    setChecked(sheet->foundryCheckbox(), true);
+    setChecked(sheet->createAlphaFoldersButton(), false);
+    setChecked(sheet->familyNameCheckbox(), true);
+    setChecked(sheet->showLibraryCheckbox(), true);
+    QVSettings().setOrganizeFonts(true);
+    sheet->doneButton()->click();
+    EXPECT_TRUE(waitFor([&] { return app->organizeOptionsWindowController() == nullptr; }));
+    QVSettings settings;
+    EXPECT_FALSE(settings.organizeFonts());
+    EXPECT_TRUE(settings.usePostscriptNameForFonts() && !settings.useFamilyNameForFonts());
+    EXPECT_TRUE(settings.createFoundryFolders() && !settings.createAlphabetFolders());
+    EXPECT_TRUE(settings.createFamilyFolders() && settings.showLibraryFolder());
+    EXPECT_TRUE(scans.isEmpty());
+
+    // The scan view's button opens it again, as it was left, without a library.
+    app->defaultScanViewController()->organizeButton()->click();
+    sheet = app->organizeOptionsWindowController();
+    ASSERT_NE(sheet, nullptr);
+    EXPECT_EQ(sheet->fileCopyMoveMatrix()->checkedId(), 1);
+    EXPECT_EQ(sheet->fileNameMatrix()->checkedId(), 0);
+    EXPECT_FALSE(sheet->continueButton()->isEnabled());
+    sheet->reject();
+    EXPECT_TRUE(lockFolder(source, false) && lockFolder(locked, false));
+}
+
+TEST_F(OrganizeRunTest, ACopyRunFromTheSheetFillsTheLibraryAsTheCommandLineDoes)
+{
+    const QString source = home.path() + QStringLiteral("/Source"),
+                  cliLibrary = home.path() + QStringLiteral("/CLI Library"),
+                  appLibrary = home.path() + QStringLiteral("/App Library");
+    ASSERT_TRUE(makeMixedFolder(source, home.path() + QStringLiteral("/work")));
+    QDir().mkpath(cliLibrary);
+    QDir().mkpath(appLibrary);
+    const QStringList sourceBefore = tree(source);
+    const CliRun cli = runCli(home,
+        { QStringLiteral("organize"), QStringLiteral("--library"), cliLibrary, QStringLiteral("--copy"),
+            QStringLiteral("--name"), QStringLiteral("family"), QStringLiteral("--foundry-folders"),
+            QStringLiteral("--letter-folders"), QStringLiteral("--family-folders"), source });
+    ASSERT_EQ(cli.exitCode, 1) << qPrintable(cli.out + cli.err); // the damaged font
+    const QStringList expected = tree(cliLibrary);
+    ASSERT_GE(expected.size(), 5) << qPrintable(cli.out);
+
+    QVOrganizeOptionsWindowController *sheet = openSheet();
+    ASSERT_NE(sheet, nullptr);
+    sheet->chooseSourceFolder(source);
+    sheet->chooseLibraryFolder(appLibrary);
+    sheet->fileCopyMoveMatrix()->button(0)->click();
+    sheet->fileNameMatrix()->button(1)->click();
+    for (QCheckBox *box :
+        { sheet->foundryCheckbox(), sheet->createAlphaFoldersButton(), sheet->familyNameCheckbox() })
+        setChecked(box, true);
+    setChecked(sheet->showLibraryCheckbox(), false);
+    QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
+    sheet->continueButton()->click();
+    EXPECT_EQ(app->organizeOutputFolderURL(), appLibrary);
+    ASSERT_TRUE(waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 120000));
+    // The damaged font is left as it is, as the command line leaves it.
+    app->diagnosisActionWindow()->ignoreIssuesButton()->click();
+
+    ASSERT_TRUE(waitFor([&] { return app->organizeProgressWindow() != nullptr; }, 60000));
+    QVOrganizeProgressWindow *progress = app->organizeProgressWindow();
+    EXPECT_TRUE(progress->isVisible());
+    EXPECT_EQ(progress->parentWidget(), app->mainWindow());
+    EXPECT_FALSE(app->isUserInterfaceEnabled());
+    EXPECT_FALSE(app->mainWindow()->organizeFontsMenuItem()->isEnabled());
+    ASSERT_TRUE(waitFor([&] { return !finished.isEmpty(); }, 120000));
+
+    EXPECT_EQ(app->organizeProgressWindow(), nullptr);
+    EXPECT_TRUE(app->isUserInterfaceEnabled());
+    EXPECT_FALSE(app->isOrganizingFonts());
+    EXPECT_FALSE(QVSettings().organizeFonts());
+    EXPECT_EQ(QVSettings().organizeFontsFolder(), appLibrary);
+    EXPECT_EQ(answer(app->mainWindow(), QStringLiteral("organizeFonts")),
+        QStringLiteral("Organize Fonts Completed|The fonts were successfully organized."));
+
+    const QStringList actual = tree(appLibrary);
+    EXPECT_EQ(actual, expected) << qPrintable(actual.join('\n') + "\n---\n" + expected.join('\n'));
+    EXPECT_EQ(tree(source), sourceBefore);
+}
+
+} // namespace
