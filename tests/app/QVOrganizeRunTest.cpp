@@ -171,59 +171,72 @@ TEST_F(OrganizeRunTest, TheSheetKeepsItsChoicesAndRefusesLockedFoldersAndAMissin
     EXPECT_TRUE(lockFolder(source, false) && lockFolder(locked, false));
 }
 
-TEST_F(OrganizeRunTest, ACopyRunFromTheSheetFillsTheLibraryAsTheCommandLineDoes)
+TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves)
 {
-    const QString source = home.path() + QStringLiteral("/Source"),
-                  cliLibrary = home.path() + QStringLiteral("/CLI Library"),
-                  appLibrary = home.path() + QStringLiteral("/App Library");
-    ASSERT_TRUE(makeMixedFolder(source, home.path() + QStringLiteral("/work")));
-    QDir().mkpath(cliLibrary);
-    QDir().mkpath(appLibrary);
-    const QStringList sourceBefore = tree(source);
-    const CliRun cli = runCli(home,
-        { QStringLiteral("organize"), QStringLiteral("--library"), cliLibrary, QStringLiteral("--copy"),
-            QStringLiteral("--name"), QStringLiteral("family"), QStringLiteral("--foundry-folders"),
-            QStringLiteral("--letter-folders"), QStringLiteral("--family-folders"), source });
-    ASSERT_EQ(cli.exitCode, 1) << qPrintable(cli.out + cli.err); // the damaged font
-    const QStringList expected = tree(cliLibrary);
-    ASSERT_GE(expected.size(), 5) << qPrintable(cli.out);
+    const QString pristine = home.path() + QStringLiteral("/pristine");
+    ASSERT_TRUE(makeMixedFolder(pristine, home.path() + QStringLiteral("/work")));
+    for (const bool copy : { true, false }) {
+        SCOPED_TRACE(copy ? "copy" : "move");
+        const QString run = home.path() + (copy ? QStringLiteral("/copy") : QStringLiteral("/move"));
+        const QString cliSource = run + QStringLiteral("/CLI Source"),
+                      cliLibrary = run + QStringLiteral("/CLI Library"),
+                      appSource = run + QStringLiteral("/App Source"),
+                      appLibrary = run + QStringLiteral("/App Library");
+        QDir().mkpath(cliLibrary);
+        QDir().mkpath(appLibrary);
+        for (const QString &source : { cliSource, appSource })
+            ASSERT_EQ(runTool(QStringLiteral("cp"), { QStringLiteral("-a"), pristine, source }).exitCode, 0);
+        const QStringList sourceBefore = tree(appSource);
+        const CliRun cli = runCli(home,
+            { QStringLiteral("organize"), QStringLiteral("--library"), cliLibrary,
+                copy ? QStringLiteral("--copy") : QStringLiteral("--move"), QStringLiteral("--name"),
+                QStringLiteral("family"), QStringLiteral("--foundry-folders"),
+                QStringLiteral("--letter-folders"), QStringLiteral("--family-folders"), cliSource });
+        ASSERT_EQ(cli.exitCode, 1) << qPrintable(cli.out + cli.err); // the damaged font
+        const QStringList expected = tree(cliLibrary);
+        ASSERT_GE(expected.size(), 9) << qPrintable(cli.out);
 
-    QVOrganizeOptionsWindowController *sheet = openSheet();
-    ASSERT_NE(sheet, nullptr);
-    sheet->chooseSourceFolder(source);
-    sheet->chooseLibraryFolder(appLibrary);
-    sheet->fileCopyMoveMatrix()->button(0)->click();
-    sheet->fileNameMatrix()->button(1)->click();
-    for (QCheckBox *box :
-        { sheet->foundryCheckbox(), sheet->createAlphaFoldersButton(), sheet->familyNameCheckbox() })
-        setChecked(box, true);
-    setChecked(sheet->showLibraryCheckbox(), false);
-    QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
-    sheet->continueButton()->click();
-    EXPECT_EQ(app->organizeOutputFolderURL(), appLibrary);
-    ASSERT_TRUE(waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 120000));
-    // The damaged font is left as it is, as the command line leaves it.
-    app->diagnosisActionWindow()->ignoreIssuesButton()->click();
+        QVOrganizeOptionsWindowController *sheet = openSheet();
+        ASSERT_NE(sheet, nullptr);
+        sheet->chooseSourceFolder(appSource);
+        sheet->chooseLibraryFolder(appLibrary);
+        sheet->fileCopyMoveMatrix()->button(copy ? 0 : 1)->click();
+        sheet->fileNameMatrix()->button(1)->click();
+        for (QCheckBox *box :
+            { sheet->foundryCheckbox(), sheet->createAlphaFoldersButton(), sheet->familyNameCheckbox() })
+            setChecked(box, true);
+        setChecked(sheet->showLibraryCheckbox(), false);
+        QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
+        sheet->continueButton()->click();
+        EXPECT_EQ(app->organizeOutputFolderURL(), appLibrary);
+        ASSERT_TRUE(waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 120000));
+        // The damaged font is left as it is, as the command line leaves it.
+        app->diagnosisActionWindow()->ignoreIssuesButton()->click();
 
-    ASSERT_TRUE(waitFor([&] { return app->organizeProgressWindow() != nullptr; }, 60000));
-    QVOrganizeProgressWindow *progress = app->organizeProgressWindow();
-    EXPECT_TRUE(progress->isVisible());
-    EXPECT_EQ(progress->parentWidget(), app->mainWindow());
-    EXPECT_FALSE(app->isUserInterfaceEnabled());
-    EXPECT_FALSE(app->mainWindow()->organizeFontsMenuItem()->isEnabled());
-    ASSERT_TRUE(waitFor([&] { return !finished.isEmpty(); }, 120000));
+        ASSERT_TRUE(waitFor([&] { return app->organizeProgressWindow() != nullptr; }, 60000));
+        QVOrganizeProgressWindow *progress = app->organizeProgressWindow();
+        EXPECT_TRUE(progress->isVisible());
+        EXPECT_EQ(progress->parentWidget(), app->mainWindow());
+        EXPECT_FALSE(app->isUserInterfaceEnabled());
+        EXPECT_FALSE(app->mainWindow()->organizeFontsMenuItem()->isEnabled());
+        ASSERT_TRUE(waitFor([&] { return !finished.isEmpty(); }, 120000));
 
-    EXPECT_EQ(app->organizeProgressWindow(), nullptr);
-    EXPECT_TRUE(app->isUserInterfaceEnabled());
-    EXPECT_FALSE(app->isOrganizingFonts());
-    EXPECT_FALSE(QVSettings().organizeFonts());
-    EXPECT_EQ(QVSettings().organizeFontsFolder(), appLibrary);
-    EXPECT_EQ(answer(app->mainWindow(), QStringLiteral("organizeFonts")),
-        QStringLiteral("Organize Fonts Completed|The fonts were successfully organized."));
+        EXPECT_EQ(app->organizeProgressWindow(), nullptr);
+        EXPECT_TRUE(app->isUserInterfaceEnabled());
+        EXPECT_FALSE(app->isOrganizingFonts());
+        EXPECT_FALSE(QVSettings().organizeFonts());
+        EXPECT_EQ(QVSettings().organizeFontsFolder(), appLibrary);
+        EXPECT_EQ(answer(app->mainWindow(), QStringLiteral("organizeFonts")),
+            QStringLiteral("Organize Fonts Completed|The fonts were successfully organized."));
 
-    const QStringList actual = tree(appLibrary);
-    EXPECT_EQ(actual, expected) << qPrintable(actual.join('\n') + "\n---\n" + expected.join('\n'));
-    EXPECT_EQ(tree(source), sourceBefore);
+        const QStringList actual = tree(appLibrary);
+        EXPECT_EQ(actual, expected) << qPrintable(actual.join('\n') + "\n---\n" + expected.join('\n'));
+        EXPECT_EQ(tree(appSource), tree(cliSource));
+        if (copy)
+            EXPECT_EQ(tree(appSource), sourceBefore);
+        else
+            EXPECT_LT(tree(appSource).size(), sourceBefore.size());
+    }
 }
 
 } // namespace
