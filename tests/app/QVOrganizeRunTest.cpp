@@ -10,6 +10,7 @@
 #include "app/QVOrganizeOptionsWindowController.h"
 #include "app/QVOrganizeProgressWindow.h"
 #include "app/QVScanRootViewController.h"
+#include "organizer/QVFontOrganizer.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "support/QVFixtures.h"
@@ -237,6 +238,63 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
         else
             EXPECT_LT(tree(appSource).size(), sourceBefore.size());
     }
+}
+
+TEST_F(OrganizeRunTest, ACancelledMoveLeavesEveryFontWholeInItsSourceOrInTheLibrary)
+{
+    const QString source = home.path() + QStringLiteral("/Source"),
+                  library = home.path() + QStringLiteral("/Library");
+    QDir().mkpath(library);
+    QStringList fonts;
+    for (const QString &folder : { QStringLiteral("/usr/share/fonts/truetype/dejavu"),
+             QStringLiteral("/usr/share/fonts/opentype/urw-base35") }) {
+        for (const QString &name :
+            QDir(folder).entryList({ QStringLiteral("*.ttf"), QStringLiteral("*.otf") }))
+            fonts << folder + QLatin1Char('/') + name;
+    }
+    ASSERT_GE(fonts.size(), 50);
+    for (int set = 0; set < 3; ++set) {
+        for (const QString &font : std::as_const(fonts))
+            ASSERT_FALSE(copyFont(font, source + QStringLiteral("/Set %1").arg(set)).isEmpty());
+    }
+    // What each file holds, wherever it is.
+    auto contents = [](const QStringList &lines) {
+        QStringList hashes;
+        for (const QString &line : lines)
+            hashes << line.mid(line.lastIndexOf(QStringLiteral(" data ")));
+        hashes.sort();
+        return hashes;
+    };
+    const QStringList before = contents(tree(source));
+
+    QVOrganizeOptionsWindowController *sheet = openSheet();
+    ASSERT_NE(sheet, nullptr);
+    sheet->chooseSourceFolder(source);
+    sheet->chooseLibraryFolder(library);
+    sheet->fileCopyMoveMatrix()->button(1)->click();
+    setChecked(sheet->showLibraryCheckbox(), false);
+    QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
+    sheet->continueButton()->click();
+    ASSERT_TRUE(waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 300000));
+    app->diagnosisActionWindow()->ignoreIssuesButton()->click();
+    ASSERT_TRUE(waitFor([&] { return app->organizeProgressWindow() != nullptr; }, 60000));
+    app->organizeProgressWindow()->cancelButton()->click();
+    ASSERT_NE(app->fontOrganizer(), nullptr);
+    EXPECT_TRUE(app->fontOrganizer()->doCancel());
+    EXPECT_FALSE(app->organizeProgressWindow()->cancelButton()->isEnabled());
+    EXPECT_TRUE(waitFor([&] {
+        return app->organizeProgressWindow()
+            && app->organizeProgressWindow()->progressLabel()->text()
+            == QVStringTable::text("organize.cancel.message");
+    }));
+    ASSERT_TRUE(waitFor([&] { return !finished.isEmpty(); }, 120000));
+    EXPECT_TRUE(app->isUserInterfaceEnabled());
+    EXPECT_EQ(QVAlertSheet::find(app->mainWindow(), QStringLiteral("organizeFonts")) == nullptr,
+        !QDir(library).isEmpty()); // "no fonts added" only when none was
+
+    const QStringList left = tree(source), placed = tree(library);
+    EXPECT_GT(left.size(), 0) << "the walk ended before the cancel";
+    EXPECT_EQ(contents(left + placed), before);
 }
 
 } // namespace
