@@ -1,7 +1,8 @@
 // qv-screenshots [OUTDIR]: pictures of every view of the main window, in a
 // light and a dark palette: the welcome of a first start, idle, after a
-// diagnosis of duplicated fonts, and the resolution window with a row
-// expanded and its explanation open, drawn off screen in a throw-away home
+// diagnosis of duplicated fonts, the resolution window with a row expanded
+// and its explanation open, the organize sheet and its progress sheet, drawn
+// off screen in a throw-away home
 // (default OUTDIR: docs/screenshots). On a display (xvfb-run,
 // QT_QPA_PLATFORM=xcb) also the report window, at 100% and 200%, and the
 // first printed page of the report.
@@ -9,11 +10,15 @@
 #include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
 #include "app/QVMainWindow.h"
+#include "app/QVOrganizeOptionsWindowController.h"
+#include "app/QVOrganizeProgressWindow.h"
 #include "app/QVPopover.h"
 #include "app/QVQuarantineTab.h"
 #include "app/QVReportWindow.h"
 #include "app/QVReportsTab.h"
+#include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
+#include "settings/QVStringTable.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVReportStore.h"
 #include "support/QVFixtures.h"
@@ -216,6 +221,26 @@ int main(int argc, char **argv)
         }
         delegate.diagnosisViewController()->cancelButton()->click();
         ok = save(window, out, QStringLiteral("scan-after-%1").arg(scheme)) && ok;
+
+        // The organize sheet with both folders chosen, and its progress sheet
+        // as it looks part way through a run.
+        const QString library = home.path() + QStringLiteral("/Font Library");
+        QDir().mkpath(library);
+        delegate.presentOrganizeOptionsWindow({ folder });
+        if (QVOrganizeOptionsWindowController *sheet = delegate.organizeOptionsWindowController()) {
+            sheet->chooseLibraryFolder(library);
+            ok = save(sheet, out, QStringLiteral("organize-%1").arg(scheme)) && ok;
+            sheet->doneButton()->click();
+        }
+        QVProgress progress;
+        progress.setTitle(QVStringTable::text("organize.organizing.message"));
+        progress.setLabel(QStringLiteral("Copying font file \"DejaVuSans-Bold.ttf\""));
+        progress.setMaximum(40);
+        progress.setValue(14);
+        QVOrganizeProgressWindow organizing(&progress, window);
+        organizing.show();
+        ok = save(&organizing, out, QStringLiteral("organize-progress-%1").arg(scheme)) && ok;
+        organizing.hide();
     }
     return ok ? 0 : 1;
 }
