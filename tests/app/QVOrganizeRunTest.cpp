@@ -98,6 +98,28 @@ protected:
         if (box->isChecked() != on)
             box->click();
     }
+    // Continue in the sheet with the choices the command line is given
+    // (family names, every folder level), and the damaged font left as it is
+    // in the resolution window, as the command line leaves it.
+    bool organizeFromSheet(const QString &source, const QString &library, bool copy)
+    {
+        QVOrganizeOptionsWindowController *sheet = openSheet();
+        if (!sheet)
+            return false;
+        sheet->chooseSourceFolder(source);
+        sheet->chooseLibraryFolder(library);
+        sheet->fileCopyMoveMatrix()->button(copy ? 0 : 1)->click();
+        sheet->fileNameMatrix()->button(1)->click();
+        for (QCheckBox *box :
+            { sheet->foundryCheckbox(), sheet->createAlphaFoldersButton(), sheet->familyNameCheckbox() })
+            setChecked(box, true);
+        setChecked(sheet->showLibraryCheckbox(), false);
+        sheet->continueButton()->click();
+        if (!waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 120000))
+            return false;
+        app->diagnosisActionWindow()->ignoreIssuesButton()->click();
+        return true;
+    }
 
     QVTestHome home;
     std::unique_ptr<QVAppDelegate> app;
@@ -197,23 +219,9 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
         const QStringList expected = tree(cliLibrary);
         ASSERT_GE(expected.size(), 9) << qPrintable(cli.out);
 
-        QVOrganizeOptionsWindowController *sheet = openSheet();
-        ASSERT_NE(sheet, nullptr);
-        sheet->chooseSourceFolder(appSource);
-        sheet->chooseLibraryFolder(appLibrary);
-        sheet->fileCopyMoveMatrix()->button(copy ? 0 : 1)->click();
-        sheet->fileNameMatrix()->button(1)->click();
-        for (QCheckBox *box :
-            { sheet->foundryCheckbox(), sheet->createAlphaFoldersButton(), sheet->familyNameCheckbox() })
-            setChecked(box, true);
-        setChecked(sheet->showLibraryCheckbox(), false);
         QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
-        sheet->continueButton()->click();
+        ASSERT_TRUE(organizeFromSheet(appSource, appLibrary, copy));
         EXPECT_EQ(app->organizeOutputFolderURL(), appLibrary);
-        ASSERT_TRUE(waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 120000));
-        // The damaged font is left as it is, as the command line leaves it.
-        app->diagnosisActionWindow()->ignoreIssuesButton()->click();
-
         ASSERT_TRUE(waitFor([&] { return app->organizeProgressWindow() != nullptr; }, 60000));
         QVOrganizeProgressWindow *progress = app->organizeProgressWindow();
         EXPECT_TRUE(progress->isVisible());
@@ -295,6 +303,28 @@ TEST_F(OrganizeRunTest, ACancelledMoveLeavesEveryFontWholeInItsSourceOrInTheLibr
     const QStringList left = tree(source), placed = tree(library);
     EXPECT_GT(left.size(), 0) << "the walk ended before the cancel";
     EXPECT_EQ(contents(left + placed), before);
+}
+
+TEST_F(OrganizeRunTest, OrganizingTheSameSourceTwiceIntoOneLibraryLosesAndOverwritesNothing)
+{
+    const QString source = home.path() + QStringLiteral("/Source"),
+                  library = home.path() + QStringLiteral("/Library");
+    ASSERT_TRUE(makeMixedFolder(source, home.path() + QStringLiteral("/work")));
+    QDir().mkpath(library);
+    QStringList runs[2];
+    for (QStringList &placed : runs) {
+        QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
+        ASSERT_TRUE(organizeFromSheet(source, library, true));
+        ASSERT_TRUE(waitFor([&] { return !finished.isEmpty(); }, 120000));
+        answer(app->mainWindow(), QStringLiteral("organizeFonts"));
+        placed = tree(library);
+    }
+    for (const QString &line : std::as_const(runs[0]))
+        EXPECT_TRUE(runs[1].contains(line)) << qPrintable(line);
+    // Every font arrives again under a numbered name, except the PostScript
+    // outline: the one already there serves both copies of its bitmap suitcase.
+    EXPECT_EQ(runs[1].size(), 2 * runs[0].size() - 1) << qPrintable(runs[1].join('\n'));
+    EXPECT_EQ(runs[1].filter(QStringLiteral("/C059Rom ")).size(), 1);
 }
 
 } // namespace
