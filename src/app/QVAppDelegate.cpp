@@ -3,6 +3,7 @@
 #include "QVAlertSheet.h"
 #include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
+#include "QVFolderChooser.h"
 #include "QVMainWindow.h"
 #include "QVOrganizeOptionsWindowController.h"
 #include "QVOrganizeProgressWindow.h"
@@ -382,17 +383,8 @@ void QVAppDelegate::HandleManualScanMenuItem()
     m_overlayWindow->fadeOut();
     if (isBusy())
         return;
-    auto *dialog
-        = new QFileDialog(m_window.get(), QVStringTable::text("any.select.folder.title"), QDir::homePath());
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    dialog->setLabelText(QFileDialog::Accept, QVStringTable::text("any.select.title"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &folders) {
-        if (!folders.isEmpty())
-            startManualScan(folders);
-    });
-    dialog->open();
+    QVFolderChooser::open(m_window.get(), QVStringTable::text("any.select.folder.title"), QDir::homePath(),
+        QString(), [this](const QString &folder) { startManualScan({ folder }); });
 }
 
 void QVAppDelegate::handleRecentScanMenu(int index)

@@ -2,6 +2,7 @@
 
 #include "QVAlertSheet.h"
 #include "QVAppDelegate.h"
+#include "QVFolderChooser.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFileReveal.h"
 #include "settings/QVSettings.h"
@@ -175,16 +176,8 @@ void QVOrganizeOptionsWindowController::windowDidLoad()
 void QVOrganizeOptionsWindowController::scanFolderButtonAction()
 {
     const QString start = m_inputFolderPath.isEmpty() ? QDir::homePath() : m_inputFolderPath;
-    auto *dialog = new QFileDialog(this, QVStringTable::text("any.select.folder.title"), start);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    dialog->setLabelText(QFileDialog::Accept, QVStringTable::text("any.select.title"));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &folders) {
-        if (!folders.isEmpty())
-            chooseSourceFolder(folders.first());
-    });
-    dialog->open();
+    QVFolderChooser::open(this, QVStringTable::text("any.select.folder.title"), start, QString(),
+        [this](const QString &folder) { chooseSourceFolder(folder); });
 }
 
 void QVOrganizeOptionsWindowController::chooseSourceFolder(const QString &path)
@@ -200,18 +193,9 @@ void QVOrganizeOptionsWindowController::libraryFolderButtonAction()
     QString desktop = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
     if (!QFileInfo(desktop).isDir())
         desktop = QDir::homePath();
-    auto *dialog = new QFileDialog(this, QVStringTable::text("any.select.folder.title"), desktop);
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    dialog->setLabelText(QFileDialog::Accept, QVStringTable::text("any.select.title"));
-    dialog->setLabelText(
-        QFileDialog::LookIn, QStringLiteral("Select a folder to contain the organized fonts..."));
-    dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QFileDialog::filesSelected, this, [this](const QStringList &folders) {
-        if (!folders.isEmpty())
-            chooseLibraryFolder(folders.first());
-    });
-    dialog->open();
+    QVFolderChooser::open(this, QVStringTable::text("any.select.folder.title"), desktop,
+        QStringLiteral("Select a folder to contain the organized fonts..."),
+        [this](const QString &folder) { chooseLibraryFolder(folder); });
 }
 
 void QVOrganizeOptionsWindowController::chooseLibraryFolder(const QString &path)

@@ -1,6 +1,7 @@
 #include "QVQuarantineTab.h"
 
 #include "QVAlertSheet.h"
+#include "QVFolderChooser.h"
 #include "QVRowDelegate.h"
 #include "engine/QVFontConstants.h"
 #include "settings/QVProgress.h"
@@ -459,21 +460,11 @@ void QVQuarantineTab::selectFolderToRestoreTo()
 {
     if (checkedRowsArray().isEmpty() || m_isDisabled)
         return;
-    auto *panel = new QFileDialog(this, QStringLiteral("Restore From Quarantine"));
-    panel->setObjectName(QStringLiteral("selectFolderToRestoreTo"));
-    panel->setFileMode(QFileDialog::Directory);
-    panel->setOption(QFileDialog::ShowDirsOnly);
-    panel->setLabelText(QFileDialog::Accept, QVStringTable::text("any.select.title"));
-    panel->setLabelText(
-        QFileDialog::LookIn, QStringLiteral("Select a folder to restore the selected fonts into"));
-    panel->setWindowModality(Qt::WindowModal);
-    panel->setAttribute(Qt::WA_DeleteOnClose);
     // Cancelling restores nothing.
-    connect(panel, &QFileDialog::fileSelected, this, [this](const QString &folder) {
-        if (!folder.isEmpty())
-            restoreQuarantinedFiles(folder);
-    });
-    panel->open();
+    QVFolderChooser::open(this, QStringLiteral("Restore From Quarantine"), QString(),
+        QStringLiteral("Select a folder to restore the selected fonts into"),
+        [this](const QString &folder) { restoreQuarantinedFiles(folder); })
+        ->setObjectName(QStringLiteral("selectFolderToRestoreTo"));
 }
 
 void QVQuarantineTab::restoreQuarantinedFiles(const QString &folder)
