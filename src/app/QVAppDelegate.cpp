@@ -644,6 +644,11 @@ void QVAppDelegate::resetButtons()
 
 void QVAppDelegate::setUserInterfaceEnabled(bool enabled)
 {
+    // The resolution window and the diagnosis view give the controls back
+    // when they end, which can come after an organize run has begun: only the
+    // run's own end gives them back then, or a second scan could start over it.
+    if (enabled && m_isOrganizingFonts)
+        return;
     m_userInterfaceEnabled = enabled;
     if (enabled)
         m_scanRequested = false;

@@ -262,7 +262,13 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
         if (getActionTitleForErrors(entry->fontStatus) == kQuarantine) {
             if (k >= plannedUpTo)
                 plannedUpTo = planMoves(checked, k);
-            quarantineFile(entry);
+            if (!quarantineFile(entry)) {
+                // Stopped between the check above and the move: the row
+                // stays listed, as the fonts after it do.
+                failed = true;
+                didCancel = true;
+                break;
+            }
             outcome.quarantinedRows << row;
             Q_EMIT rowResolved(row, quarantineError(entry));
         }
@@ -273,6 +279,8 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
         outcome.error = commitError;
     // Each font moved in counts once, however many of its problems led there.
     m_store->setQv_total_quarantined(int(m_store->addedRecords.size() - recordsBefore));
+    // A row stopped half-way may have moved some of its duplicates.
+    const bool movedAny = m_store->addedRecords.size() > recordsBefore;
     checkedRowsArray.clear();
     if (withProgress)
         progress->setValue(100);
@@ -280,7 +288,7 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     if (!failed) {
         showCloseWarning = false;
         isDisabled = false;
-        if (!outcome.quarantinedRows.isEmpty())
+        if (movedAny)
             Q_EMIT quarantineChanged();
         return outcome;
     }
@@ -296,7 +304,7 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     for (int i = 0; i < rowArray.size(); ++i)
         rowArray.at(i)->row = i;
     isDisabled = false;
-    if (!outcome.quarantinedRows.isEmpty())
+    if (movedAny)
         Q_EMIT quarantineChanged();
     return outcome;
 }
@@ -362,7 +370,7 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
     // The other members of a duplicate group go first; this one is the kept copy.
     for (const QVFontRef &member : std::as_const(entry->duplicatesArray)) {
         if (mustStop())
-            return true;
+            return false;
         const QString memberReason = getDiagnosisReasons(member.fontStatus->fontErrorsInfo);
         QString error;
         if (isSuitcaseFont(member.fontFile, member.fontStatus)) {
@@ -380,8 +388,10 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
             QVQuarantineStore::updateFileMovedStatus(file, true);
     }
 
-    if (keptInPlace(status) || mustStop())
+    if (keptInPlace(status))
         return true;
+    if (mustStop())
+        return false;
 
     QString error;
     if (isSuitcaseFont(file, status)) {

@@ -80,7 +80,8 @@ public:
     bool isResolving() const { return m_running.load(); }
     // Blocks until a background resolution has returned (for shutdown).
     void waitForResolving();
-    // Always true: failures are stored on the statuses.
+    // False when a stop came before the row's work was done: the row is not
+    // resolved then. Failures to move are stored on the statuses.
     bool quarantineFile(const QVProblemFontPtr &entry);
     // Null, or the error of the last repair made.
     QString repairFile(const QVProblemFontPtr &entry);

@@ -8,16 +8,15 @@
 #include "app/QVMainWindow.h"
 #include "app/QVPopover.h"
 #include "app/QVProblemFontModel.h"
-#include "platform/QVFileReveal.h"
 #include "settings/QVSettings.h"
 #include "store/QVPropertyList.h"
+#include "support/QVFakeFileManager.h"
 #include "support/QVFixtures.h"
 #include "support/QVStallWatch.h"
 #include "support/QVTestHome.h"
 
 #include <QApplication>
 #include <QCheckBox>
-#include <QDBusConnection>
 #include <QDir>
 #include <QDirIterator>
 #include <QElapsedTimer>
@@ -87,19 +86,6 @@ QStringList snapshot(const QString &fonts, const QString &dataHome)
             QJsonDocument(QJsonObject::fromVariantMap(record.toMap())).toJson(QJsonDocument::Compact));
     return lines;
 }
-
-// Stands in for the desktop's file manager on the session bus.
-class FakeFileManager : public QObject
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
-
-public:
-    QStringList shown;
-
-public Q_SLOTS:
-    void ShowItems(const QStringList &uris, const QString &) { shown += uris; }
-};
 
 class ActionWindowTest : public ::testing::Test
 {
@@ -257,19 +243,12 @@ TEST_F(ActionWindowTest, RowsExpandExplainAndRevealAndAnUncheckedFontStays)
     EXPECT_FALSE(window->popover()->popoverInfoLabel()->text().contains(QStringLiteral("Style:")));
 
     // A double click shows the row's file in the file manager.
-    FakeFileManager fileManager;
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (bus.isConnected()
-        && bus.registerObject(
-            QString::fromLatin1(QVFileReveal::kPath), &fileManager, QDBusConnection::ExportAllSlots)
-        && bus.registerService(QString::fromLatin1(QVFileReveal::kService))) {
+    if (QVFakeFileManager fileManager; fileManager.isRegistered()) {
         table->setCurrentIndex(window->model()->index(outline, 1));
         Q_EMIT table->doubleClicked(table->currentIndex());
         EXPECT_TRUE(waitFor([&] { return !fileManager.shown.isEmpty(); }));
         EXPECT_EQ(fileManager.shown,
             QStringList { QUrl::fromLocalFile(fonts + "/Type1/Nimbus Wrong").toString(QUrl::FullyEncoded) });
-        bus.unregisterService(QString::fromLatin1(QVFileReveal::kService));
-        bus.unregisterObject(QString::fromLatin1(QVFileReveal::kPath));
     }
 
     // Two rows selected: one box click sets both; space turns them back; the last box alone.

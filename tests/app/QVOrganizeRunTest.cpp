@@ -6,13 +6,17 @@
 #include "app/QVAlertSheet.h"
 #include "app/QVAppDelegate.h"
 #include "app/QVDiagnosisActionWindow.h"
+#include "app/QVDiagnosisViewController.h"
 #include "app/QVMainWindow.h"
 #include "app/QVOrganizeOptionsWindowController.h"
 #include "app/QVOrganizeProgressWindow.h"
 #include "app/QVScanRootViewController.h"
+#include "diagnosis/QVDiagnosisViewState.h"
 #include "organizer/QVFontOrganizer.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
+#include "store/QVReportStore.h"
+#include "support/QVFakeFileManager.h"
 #include "support/QVFixtures.h"
 #include "support/QVTestHome.h"
 
@@ -24,6 +28,7 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QToolButton>
+#include <array>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -98,10 +103,11 @@ protected:
         if (box->isChecked() != on)
             box->click();
     }
-    // Continue in the sheet with the choices the command line is given
-    // (family names, every folder level), and the damaged font left as it is
-    // in the resolution window, as the command line leaves it.
-    bool organizeFromSheet(const QString &source, const QString &library, bool copy)
+    // Continue in the sheet with the choices the command line is given, and
+    // the damaged font left as it is in the resolution window, as the command
+    // line leaves it. naming: 0 PostScript name, 1 family name, 2 neither.
+    bool organizeFromSheet(const QString &source, const QString &library, bool copy, int naming = 1,
+        std::array<bool, 3> levels = { true, true, true }, bool showLibrary = false)
     {
         QVOrganizeOptionsWindowController *sheet = openSheet();
         if (!sheet)
@@ -109,11 +115,11 @@ protected:
         sheet->chooseSourceFolder(source);
         sheet->chooseLibraryFolder(library);
         sheet->fileCopyMoveMatrix()->button(copy ? 0 : 1)->click();
-        sheet->fileNameMatrix()->button(1)->click();
-        for (QCheckBox *box :
-            { sheet->foundryCheckbox(), sheet->createAlphaFoldersButton(), sheet->familyNameCheckbox() })
-            setChecked(box, true);
-        setChecked(sheet->showLibraryCheckbox(), false);
+        sheet->fileNameMatrix()->button(naming)->click();
+        setChecked(sheet->foundryCheckbox(), levels[0]);
+        setChecked(sheet->createAlphaFoldersButton(), levels[1]);
+        setChecked(sheet->familyNameCheckbox(), levels[2]);
+        setChecked(sheet->showLibraryCheckbox(), showLibrary);
         sheet->continueButton()->click();
         if (!waitFor([&] { return app->diagnosisActionWindow() && !app->isBusy(); }, 120000))
             return false;
@@ -198,9 +204,24 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
 {
     const QString pristine = home.path() + QStringLiteral("/pristine");
     ASSERT_TRUE(makeMixedFolder(pristine, home.path() + QStringLiteral("/work")));
-    for (const bool copy : { true, false }) {
-        SCOPED_TRACE(copy ? "copy" : "move");
-        const QString run = home.path() + (copy ? QStringLiteral("/copy") : QStringLiteral("/move"));
+    // Each naming and each folder level once, against the same choices given
+    // to the command line.
+    struct Choice {
+        bool copy;
+        int naming;
+        std::array<bool, 3> levels;
+    };
+    static const char *const names[] = { "postscript", "family", "file" };
+    for (const Choice &choice : { Choice { true, 1, { true, true, true } },
+             Choice { false, 0, { true, false, true } }, Choice { true, 2, { false, true, false } } }) {
+        const bool copy = choice.copy;
+        const QString run = home.path()
+            + QStringLiteral("/%1-%2-%3%4%5")
+                  .arg(copy ? "copy" : "move", names[choice.naming])
+                  .arg(int(choice.levels[0]))
+                  .arg(int(choice.levels[1]))
+                  .arg(int(choice.levels[2]));
+        SCOPED_TRACE(qPrintable(run));
         const QString cliSource = run + QStringLiteral("/CLI Source"),
                       cliLibrary = run + QStringLiteral("/CLI Library"),
                       appSource = run + QStringLiteral("/App Source"),
@@ -213,14 +234,27 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
         const CliRun cli = runCli(home,
             { QStringLiteral("organize"), QStringLiteral("--library"), cliLibrary,
                 copy ? QStringLiteral("--copy") : QStringLiteral("--move"), QStringLiteral("--name"),
-                QStringLiteral("family"), QStringLiteral("--foundry-folders"),
-                QStringLiteral("--letter-folders"), QStringLiteral("--family-folders"), cliSource });
+                QLatin1String(names[choice.naming]),
+                choice.levels[0] ? QStringLiteral("--foundry-folders")
+                                 : QStringLiteral("--no-foundry-folders"),
+                choice.levels[1] ? QStringLiteral("--letter-folders") : QStringLiteral("--no-letter-folders"),
+                choice.levels[2] ? QStringLiteral("--family-folders") : QStringLiteral("--no-family-folders"),
+                cliSource });
         ASSERT_EQ(cli.exitCode, 1) << qPrintable(cli.out + cli.err); // the damaged font
         const QStringList expected = tree(cliLibrary);
         ASSERT_GE(expected.size(), 9) << qPrintable(cli.out);
 
+        // The last run also saves its report and shows the library at the end.
+        const bool atEnd = choice.naming == 2;
+        QVSettings().setAutomaticallySaveReports(atEnd);
+        QVSettings().setShowLibraryFolder(atEnd);
+        const auto reportCount = [] {
+            return QDir(QVReportStore().reportFolderPath()).entryList({ QStringLiteral("*.html") }).size();
+        };
+        const qsizetype reportsBefore = reportCount();
+        QVFakeFileManager fileManager;
         QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);
-        ASSERT_TRUE(organizeFromSheet(appSource, appLibrary, copy));
+        ASSERT_TRUE(organizeFromSheet(appSource, appLibrary, copy, choice.naming, choice.levels, atEnd));
         EXPECT_EQ(app->organizeOutputFolderURL(), appLibrary);
         ASSERT_TRUE(waitFor([&] { return app->organizeProgressWindow() != nullptr; }, 60000));
         QVOrganizeProgressWindow *progress = app->organizeProgressWindow();
@@ -228,6 +262,10 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
         EXPECT_EQ(progress->parentWidget(), app->mainWindow());
         EXPECT_FALSE(app->isUserInterfaceEnabled());
         EXPECT_FALSE(app->mainWindow()->organizeFontsMenuItem()->isEnabled());
+        // A late "controls back" from the diagnosis does not end the run's lock-out.
+        Q_EMIT app->diagnosisViewController()->viewState()->userInterfaceEnabled(true);
+        EXPECT_FALSE(app->isUserInterfaceEnabled());
+        EXPECT_FALSE(app->mainWindow()->scanFontsNowMenuItem()->isEnabled());
         ASSERT_TRUE(waitFor([&] { return !finished.isEmpty(); }, 120000));
 
         EXPECT_EQ(app->organizeProgressWindow(), nullptr);
@@ -237,6 +275,19 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
         EXPECT_EQ(QVSettings().organizeFontsFolder(), appLibrary);
         EXPECT_EQ(answer(app->mainWindow(), QStringLiteral("organizeFonts")),
             QStringLiteral("Organize Fonts Completed|The fonts were successfully organized."));
+
+        if (atEnd) {
+            EXPECT_TRUE(waitFor([&] { return reportCount() > reportsBefore; }));
+        }
+        EXPECT_EQ(reportCount() - reportsBefore, atEnd ? 1 : 0);
+        if (fileManager.isRegistered()) {
+            if (atEnd) {
+                EXPECT_TRUE(waitFor([&] { return !fileManager.shown.isEmpty(); }));
+            }
+            EXPECT_EQ(fileManager.shown,
+                atEnd ? QStringList { QUrl::fromLocalFile(appLibrary).toString(QUrl::FullyEncoded) }
+                      : QStringList());
+        }
 
         const QStringList actual = tree(appLibrary);
         EXPECT_EQ(actual, expected) << qPrintable(actual.join('\n') + "\n---\n" + expected.join('\n'));

@@ -225,3 +225,24 @@ TEST_F(ResolutionTest, SweepsRunInCheckedOrderAndLeaveUncheckedRowsAlone)
     EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/F1.otf") && QFileInfo::exists(home.path() + "/f/D.otf"));
     EXPECT_FALSE(resolution.canResolve());
 }
+
+TEST_F(ResolutionTest, AStopBetweenTheRowCheckAndTheMoveLeavesTheRowListedAndItsFontInPlace)
+{
+    resolution.setProblemFontsArray(damagedFonts(home, 3));
+    // Three checks before the repair sweep's rows and one before the first
+    // quarantine row pass; the stop arrives while that row is in hand.
+    int calls = 0;
+    resolution.stopRequested = [&calls] { return ++calls > 4; };
+    QList<int> resolvedRows;
+    QObject::connect(&resolution, &QVDiagnosisResolution::rowResolved,
+        [&resolvedRows](int row, const QString &) { resolvedRows << row; });
+    const auto outcome = resolution.resolveIssues();
+    EXPECT_GT(calls, 4);
+    EXPECT_TRUE(outcome.cancelled);
+    EXPECT_TRUE(outcome.quarantinedRows.isEmpty());
+    EXPECT_TRUE(resolvedRows.isEmpty());
+    EXPECT_EQ(resolution.rowArray.size(), 3);
+    EXPECT_TRUE(store.quarantinedFilesDataArray.isEmpty());
+    for (int i = 0; i < 3; ++i)
+        EXPECT_TRUE(QFileInfo::exists(home.path() + QStringLiteral("/f/F%1.otf").arg(i))) << i;
+}
