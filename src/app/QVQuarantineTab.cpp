@@ -13,6 +13,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QBoxLayout>
+#include <QCheckBox>
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
@@ -27,6 +28,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMutex>
+#include <QPointer>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QStandardItemModel>
@@ -450,6 +452,8 @@ void QVQuarantineTab::setDisabled(bool disabled)
 
 void QVQuarantineTab::restoreButtonaction(Qt::KeyboardModifiers modifiers)
 {
+    m_applyToAll = false;
+    m_isHandlingError = false;
     if (modifiers & Qt::AltModifier)
         selectFolderToRestoreTo();
     else
@@ -470,6 +474,36 @@ void QVQuarantineTab::selectFolderToRestoreTo()
 void QVQuarantineTab::restoreQuarantinedFiles(const QString &folder)
 {
     startRun(QStringLiteral("restore"), folder);
+}
+
+void QVQuarantineTab::showRestoreAlert(const QString &error)
+{
+    QMessageBox *alert = QVAlertSheet::show(window(), QStringLiteral("A File Error Occurred"),
+        QStringLiteral("The original font folders could not be restored because an error occurred (%1). "
+                       "Please select a folder to restore the font files to.")
+            .arg(error),
+        { QStringLiteral("Select Folder"), QVStringTable::text("any.cancel.title") },
+        QStringLiteral("restoreQuarantinedFiles"), [](int) {});
+    auto *box = new QCheckBox(QStringLiteral("Apply to all"), alert);
+    box->setAccessibleName(box->text());
+    alert->setCheckBox(box);
+    QPointer<QCheckBox> applyBox = box;
+    connect(alert, &QMessageBox::buttonClicked, this, [this, alert, applyBox](QAbstractButton *button) {
+        if (alert->buttons().indexOf(button) != 0)
+            return;
+        m_applyToAll = applyBox && applyBox->isChecked();
+        QFileDialog *chooser = QVFolderChooser::open(this, QStringLiteral("Restore From Quarantine"),
+            QString(), QStringLiteral("Select a folder to restore the selected fonts into"),
+            [this](const QString &folder) {
+                m_isHandlingError = true;
+                restoreQuarantinedFiles(folder);
+            });
+        chooser->setObjectName(QStringLiteral("showRestoreAlert"));
+        connect(chooser, &QDialog::rejected, this, [this] {
+            m_applyToAll = false;
+            m_isHandlingError = false;
+        });
+    });
 }
 
 void QVQuarantineTab::removeButtonaction()
@@ -548,10 +582,14 @@ void QVQuarantineTab::startRun(const QString &kind, const QString &folder)
         sheet->open();
     }
     std::shared_ptr<Shared> shared = m_shared;
-    m_moveFontsQueue.start([this, shared, kind, folder, requested, progress, restoring] {
+    const bool applyToAll = m_applyToAll, isHandlingError = m_isHandlingError;
+    m_moveFontsQueue.start([this, shared, kind, folder, requested, progress, restoring, applyToAll,
+                               isHandlingError] {
         QVQuarantineStore store;
         QVSuitcaseSurgery surgery(&store);
         QVQuarantineRuns runs(&store, &surgery);
+        runs.applyToAll = applyToAll;
+        runs.isHandlingError = isHandlingError;
         // The checked rows found again in the index as it is now.
         QHash<QString, QList<int>> positions;
         for (int i = 0; i < runs.rowArray.size(); ++i)

@@ -55,6 +55,13 @@ public:
     void selectFolderToRestoreTo();
     // The checked rows back to their folders, or into folder when one is given.
     void restoreQuarantinedFiles(const QString &folder = QString());
+    // Offers another folder after a restore failed: "Select Folder" runs the
+    // checked rows' restore again into the chosen folder, for the first row
+    // only unless "Apply to all" is checked. Restore runs report their errors
+    // in the info text and never show it themselves.
+    void showRestoreAlert(const QString &error);
+    bool applyToAll() const { return m_applyToAll; }
+    bool isHandlingError() const { return m_isHandlingError; }
     // Asks first; Continue deletes the checked rows' files.
     void removeButtonaction();
     void removeQuaratinedFiles();
@@ -109,6 +116,8 @@ private:
     // Rows by key, in the order they were checked.
     QStringList m_checkedKeys;
     bool m_isDisabled = false;
+    bool m_applyToAll = false;
+    bool m_isHandlingError = false;
     bool m_loading = false;
     bool m_reloadWanted = false;
     bool m_fillingModel = false;

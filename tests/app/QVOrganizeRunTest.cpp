@@ -248,9 +248,7 @@ TEST_F(OrganizeRunTest, CopyAndMoveRunsFromTheSheetLeaveWhatTheCommandLineLeaves
         const bool atEnd = choice.naming == 2;
         QVSettings().setAutomaticallySaveReports(atEnd);
         QVSettings().setShowLibraryFolder(atEnd);
-        const auto reportCount = [] {
-            return QDir(QVReportStore().reportFolderPath()).entryList({ QStringLiteral("*.html") }).size();
-        };
+        const auto reportCount = [] { return QVReportStore().reportFilesDataArray().size(); };
         const qsizetype reportsBefore = reportCount();
         QVFakeFileManager fileManager;
         QSignalSpy finished(app.get(), &QVAppDelegate::organizeFinished);

@@ -18,6 +18,7 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDir>
+#include <QCheckBox>
 #include <QFileDialog>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -202,6 +203,29 @@ TEST_F(QuarantineTabTest, ARefusedRestoreKeepsItsRowAndRemovalAsksFirstAndDelete
     quarantine({ examined(mono) });
     QVNotificationCenter::defaultCenter()->postEndDiagnosisAction();
     EXPECT_TRUE(waitFor([&] { return tab->rowArray().size() == 2; }));
+
+    // The error alert's folder takes the first checked row only; the next
+    // goes back to its own folder, unless "Apply to all" is checked.
+    const QString chosen = home.path() + "/Chosen";
+    ASSERT_TRUE(QDir().mkpath(chosen));
+    const int serifRow = rowOf("DejaVu Serif");
+    tab->setRowChecked(1 - serifRow, true);
+    tab->setRowChecked(serifRow, true);
+    tab->showRestoreAlert("Not a directory");
+    QMessageBox *alert = QVAlertSheet::find(window, "restoreQuarantinedFiles");
+    ASSERT_NE(alert, nullptr);
+    EXPECT_EQ(alert->checkBox()->text(), "Apply to all");
+    alert->buttons().at(0)->click();
+    auto *panel = window->findChild<QFileDialog *>("showRestoreAlert");
+    ASSERT_NE(panel, nullptr);
+    panel->selectFile(chosen);
+    static_cast<QDialog *>(panel)->accept();
+    EXPECT_TRUE(tab->isHandlingError() && !tab->applyToAll());
+    ASSERT_TRUE(waitForRun());
+    EXPECT_TRUE(tab->rowArray().isEmpty());
+    EXPECT_EQ(fileSha256(chosen + "/DejaVuSans-Bold.ttf"), fileSha256(kDejaVuSansBold));
+    EXPECT_EQ(fileSha256(serif), serifHash);
+    EXPECT_FALSE(QFileInfo::exists(chosen + "/DejaVuSerif.ttf"));
 }
 
 #include "QVQuarantineTabTest.moc"
