@@ -16,12 +16,14 @@ BUILD_PACKAGES=(
   libgtest-dev googletest
 )
 
-# Fonts and font tools made by others: the tests read what they write. clang
+# Fonts and font tools made by others: the tests read what they write. The
+# accessibility bus and its Python client watch the real window. clang
 # and its libFuzzer runtime build the fuzz harnesses.
 TEST_PACKAGES=(
   fonts-dejavu-core fonts-urw-base35 fonts-noto-core
   t1utils fondu otf2bdf python3-fonttools ruby-prawn
   attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils libglib2.0-bin
+  at-spi2-core python3-pyatspi
   clang libclang-rt-14-dev
 )
 

@@ -61,6 +61,8 @@ struct Gap {
 
 struct Lateness {
     QList<qint64> gaps;
+    // The most processor time the main thread itself spent between two ticks.
+    qint64 worstBusy = 0;
     QList<Gap> worstGaps;
     qint64 worst() const { return gaps.isEmpty() ? 0 : *std::max_element(gaps.cbegin(), gaps.cend()); }
     qint64 percentile(double p) const
@@ -132,6 +134,7 @@ int main(int argc, char **argv)
         const qint64 late = std::max<qint64>(0, now - last - kInterval);
         if (phase) {
             phase->gaps.append(late);
+            phase->worstBusy = std::max(phase->worstBusy, cpu - lastCpu);
             if (late >= 50)
                 phase->worstGaps.append({ now, late, cpu - lastCpu, wait - lastWait,
                     delegate.fileMgr()->isFindingFonts() ? "finding fonts"
@@ -165,6 +168,7 @@ int main(int argc, char **argv)
     std::printf("scan and diagnosis:             %.1f s\n", double(done) / 1000.0);
     std::printf("main thread, worst lateness:    %lld ms (99th percentile %lld ms, %lld ticks)\n",
         qlonglong(scanning.worst()), qlonglong(scanning.percentile(0.99)), qlonglong(scanning.gaps.size()));
+    std::printf("main thread, most own work between two ticks: %lld ms\n", qlonglong(scanning.worstBusy));
     std::printf("next 3 s (resolution window %s): worst %lld ms\n",
         actions && actions->isVisible() ? "open" : "not open", qlonglong(after.worst()));
     for (const Gap &gap : scanning.worstGaps)

@@ -162,7 +162,7 @@ QVDiagnosisActionWindow::QVDiagnosisActionWindow(QVFontDataManager *dataMgr, QWi
 
     m_statusLabel = new QLabel(this);
     m_statusLabel->setWordWrap(true);
-    m_statusLabel->setAccessibleName(QStringLiteral("Resolution status"));
+    m_statusLabel->setAccessibleDescription(QStringLiteral("Resolution status"));
     m_statusLabel->hide();
 
     m_ignoreIssuesButton = new QPushButton(QStringLiteral("Ignore Issues"), this);

@@ -40,7 +40,9 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
     big.setBold(true);
     big.setPointSizeF(big.pointSizeF() * 1.25);
     m_overallLabel->setFont(big);
-    m_overallLabel->setAccessibleName(QStringLiteral("Diagnosis status"));
+    // Labels that change keep their text as their accessible name, so that a
+    // screen reader reads the status itself; the description says what it is.
+    m_overallLabel->setAccessibleDescription(QStringLiteral("Diagnosis status"));
     m_overallBar = new QProgressBar(this);
     m_overallBar->setTextVisible(false);
     m_overallBar->setAccessibleName(QStringLiteral("Overall progress"));
@@ -74,7 +76,7 @@ QVDiagnosisViewController::QVDiagnosisViewController(QVFontDataManager *dataMgr,
     m_settingsText->setAlignment(Qt::AlignTop | Qt::AlignLeft);
     m_settingsText->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
     m_settingsText->setFocusPolicy(Qt::StrongFocus);
-    m_settingsText->setAccessibleName(QStringLiteral("Scan settings"));
+    m_settingsText->setAccessibleDescription(QStringLiteral("Scan settings"));
 
     m_reportButton = new QPushButton(QStringLiteral("Report"), this);
     m_reportButton->setAccessibleName(QStringLiteral("Report"));

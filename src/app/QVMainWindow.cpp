@@ -59,7 +59,7 @@ QVMainWindow::QVMainWindow(QVAppDelegate *delegate, QWidget *parent)
     m_infoIcon->setFixedSize(24, 24);
     m_infoLabel = new QLabel(this);
     m_infoLabel->setWordWrap(true);
-    m_infoLabel->setAccessibleName(QStringLiteral("Info"));
+    m_infoLabel->setAccessibleDescription(QStringLiteral("Info"));
     auto *info = new QHBoxLayout;
     info->setContentsMargins(24, 8, 24, 16);
     info->setSpacing(8);

@@ -46,7 +46,7 @@ QVOverlayWindow::QVOverlayWindow(QWidget *window)
     auto *message = new QLabel(QVStringTable::text(QStringLiteral("overlay.welcome.message")), m_card);
     message->setWordWrap(true);
     message->setTextFormat(Qt::RichText);
-    message->setAccessibleName(QStringLiteral("Welcome text"));
+    message->setAccessibleDescription(QStringLiteral("Welcome text"));
     m_showWelcomeAtStartupButton
         = new QCheckBox(QVStringTable::text(QStringLiteral("overlay.dontShowAgain.title")), m_card);
     m_showWelcomeAtStartupButton->setAccessibleName(QStringLiteral("Don't show the welcome at start-up"));

@@ -116,7 +116,7 @@ QVQuarantineTab::QVQuarantineTab(QWidget *parent)
     connect(m_searchField, &QLineEdit::textChanged, this, &QVQuarantineTab::handleSearch);
     m_countLabel = new QLabel(this);
     m_countLabel->setForegroundRole(QPalette::PlaceholderText);
-    m_countLabel->setAccessibleName(QStringLiteral("Fonts in the quarantine"));
+    m_countLabel->setAccessibleDescription(QStringLiteral("Fonts in the quarantine"));
 
     m_model = new QStandardItemModel(0, 4, this);
     m_model->setHorizontalHeaderLabels(

@@ -20,12 +20,12 @@ QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget
     m_textLabel->setTextFormat(Qt::RichText);
     m_textLabel->setTextInteractionFlags(Qt::TextBrowserInteraction);
     m_textLabel->setAlignment(Qt::AlignTop | Qt::AlignLeft);
-    m_textLabel->setAccessibleName(QStringLiteral("Last scan"));
+    m_textLabel->setAccessibleDescription(QStringLiteral("Last scan"));
     connect(m_textLabel, &QLabel::linkActivated, this, &QVScanRootViewController::linkActivated);
     m_autoScanLabel = new QLabel(this);
     m_autoScanLabel->setWordWrap(true);
     m_autoScanLabel->setForegroundRole(QPalette::PlaceholderText);
-    m_autoScanLabel->setAccessibleName(QStringLiteral("Font folders"));
+    m_autoScanLabel->setAccessibleDescription(QStringLiteral("Font folders"));
 
     m_scanButton = new QPushButton(QVStringTable::text(QStringLiteral("scan.button.title.default")), this);
     m_scanButton->setAccessibleName(m_scanButton->text());
