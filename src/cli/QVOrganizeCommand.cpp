@@ -240,3 +240,27 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
         return UsageError;
     return diagnosis.totalFontProblems() > 0 || organizer.problemFontCount() > 0 ? ProblemsFound : Success;
 }
+
+QVCliHelp::Command QVOrganizeCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral(
+            "organize --library DIR [--copy|--move] [--name postscript|family|file] "
+            "[--[no-]foundry-folders] [--[no-]letter-folders] [--[no-]family-folders] [--jobs N] "
+            "SOURCE") },
+        QStringLiteral(
+            "Scans and diagnoses SOURCE, then copies or moves its healthy fonts into a library tree "
+            "(foundry / letter / family folders, as chosen); fonts with problems stay where they "
+            "are. The choices are kept in the settings, as the organize sheet keeps them. Exits with "
+            "1 when a problem was found or a font did not arrive."),
+        { { QStringLiteral("--library DIR"), QStringLiteral("The library folder.") },
+            { QStringLiteral("--copy, --move"), QStringLiteral("Copy the fonts, or move them.") },
+            { QStringLiteral("--name HOW"),
+                QStringLiteral("Name files by postscript name, family name, or keep "
+                               "the file name.") },
+            { QStringLiteral("--[no-]foundry-folders"), QStringLiteral("A folder per foundry, or not.") },
+            { QStringLiteral("--[no-]letter-folders"), QStringLiteral("A folder per first letter, or not.") },
+            { QStringLiteral("--[no-]family-folders"), QStringLiteral("A folder per family, or not.") },
+            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") } },
+        { QStringLiteral("organize --library /srv/library --copy --name family /srv/incoming") } };
+}

@@ -219,3 +219,18 @@ int QVReportsCommand::remove(QVReportStore &store, const QStringList &arguments)
     out().flush();
     return errors.isEmpty() ? Success : ProblemsFound;
 }
+
+QVCliHelp::Command QVReportsCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral("reports list [--json]"), QStringLiteral("reports show N [--open]"),
+            QStringLiteral("reports rename N NAME"), QStringLiteral("reports remove [--yes] N...") },
+        QStringLiteral(
+            "Lists the saved reports, numbered oldest first as the Reports view lists them; prints a "
+            "report's file (or opens it in the browser); renames a report; removes reports after "
+            "asking."),
+        { { QStringLiteral("--json"), QStringLiteral("List the reports as JSON.") },
+            { QStringLiteral("--open"), QStringLiteral("Open the report in the browser.") },
+            { QStringLiteral("-y, --yes"), QStringLiteral("Remove without asking.") } },
+        { QStringLiteral("reports show 3 --open") } };
+}

@@ -11,6 +11,7 @@ class QVReportsCommand : public QVCliCommand
 public:
     QString name() const override { return QStringLiteral("reports"); }
     QString summary() const override { return QStringLiteral("list, show, rename or remove saved reports"); }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 
 private:

@@ -1,5 +1,6 @@
 #include "cli/QVTerminalProgress.h"
 
+#include "cli/QVCliCommand.h"
 #include "settings/QVProgress.h"
 
 #include <algorithm>
@@ -17,7 +18,7 @@ QVTerminalProgress::QVTerminalProgress(QVProgress *progress, FILE *stream, QObje
     : QObject(parent)
     , m_progress(progress)
     , m_stream(stream)
-    , m_enabled(stream && isatty(fileno(stream)))
+    , m_enabled(stream && isatty(fileno(stream)) && !QVCliCommand::quiet())
 {
     if (m_progress)
         connect(m_progress, &QVProgress::changed, this, &QVTerminalProgress::changed);
@@ -70,8 +71,10 @@ void QVTerminalProgress::draw()
 {
     if (!m_enabled || !m_progress)
         return;
-    const QString line
-        = formatLine(m_progress->value(), m_progress->maximum(), m_progress->label(), terminalWidth());
+    QString label = m_progress->label();
+    if (const QString phase = m_phase ? m_phase() : QString(); !phase.isEmpty())
+        label = label.isEmpty() ? phase : phase + QStringLiteral(" - ") + label;
+    const QString line = formatLine(m_progress->value(), m_progress->maximum(), label, terminalWidth());
     // Return to the start of the line and erase what was there.
     std::fprintf(m_stream, "\r\033[K%s", line.toLocal8Bit().constData());
     std::fflush(m_stream);
