@@ -120,10 +120,15 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
             if (added)
                 added(file);
         };
-        terminal.setPhase([&examined] {
+        terminal.setPhase([&examined](const QString &label) {
             const qsizetype count = examined.load();
-            return count == 0 ? QStringLiteral("Looking for fonts")
-                              : QStringLiteral("Examining (%1 font files)").arg(count);
+            if (count == 0)
+                return QStringLiteral("Looking for fonts");
+            // The estimate of the time left, once there is one, takes the
+            // place of the count.
+            if (label.startsWith(QLatin1String("Estimated")))
+                return QString(QStringLiteral("Examining - ") + label);
+            return QStringLiteral("Examining (%1 font files)").arg(count);
         });
         QEventLoop loop;
         QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kScanFolderComplete,
@@ -168,7 +173,7 @@ QVDiagnosis &QVCliScanRun::diagnose(const QStringList &folders)
     diagnosis.setManualScanFolders(folders);
     QVTerminalProgress terminal(diagnosis.overallProgress(), m_progressStream);
     // The passes run side by side: the phase names those under way.
-    terminal.setPhase([&diagnosis] {
+    terminal.setPhase([&diagnosis](const QString &) {
         QStringList running;
         for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass) {
             const QVProgress *bar = diagnosis.progressForPass(pass);

@@ -120,7 +120,11 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
         err().flush();
         return Cancelled;
     }
-    QVDiagnosis &diagnosis = run.diagnose(folders);
+    // The report names the folders wherever the command was run from.
+    QStringList absoluteFolders;
+    for (const QString &folder : std::as_const(folders))
+        absoluteFolders << QFileInfo(folder).absoluteFilePath();
+    QVDiagnosis &diagnosis = run.diagnose(absoluteFolders);
 
     if (!run.alert().isEmpty()) {
         // No font files: nothing to diagnose, nothing wrong.
@@ -167,6 +171,7 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
             diagnosis.totalFontProblems(), diagnosis.problemFontsArray(), *diagnosis.qvDataMgr(),
             diagnosis.manualScanFolders());
         input.qv_total_quarantined = resolution.value(QStringLiteral("qv_total_quarantined")).toInt();
+        input.resolved = resolving;
         QVReportStore reportStore;
         QVReportManager reportManager;
         reportManager.setFileMgr(&reportStore);

@@ -6,6 +6,7 @@
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "organizer/QVFontOrganizer.h"
+#include "platform/QVFileSystem.h"
 #include "settings/QVSettings.h"
 #include "store/QVOperationQueue.h"
 #include "store/QVQuarantineStore.h"
@@ -109,13 +110,32 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
-    if (const QString error = QVCliScanRun::folderError({ source, library }); !error.isEmpty()) {
+    if (const QString error = QVCliScanRun::folderError({ source }); !error.isEmpty()) {
         err() << "quorvel-cli: " << error << '\n';
         err().flush();
         return UsageError;
     }
     source = QFileInfo(source).absoluteFilePath();
     library = QFileInfo(library).absoluteFilePath();
+    // A library not made yet is made, after saying so (and never inside the
+    // source, where its fonts would be organized again).
+    const QString cleanLibrary = QDir::cleanPath(library) + QLatin1Char('/');
+    if (!QVFileSystem::exists(library) && !QFileInfo(library).isSymLink()
+        && !cleanLibrary.startsWith(QDir::cleanPath(source) + QLatin1Char('/'))
+        && !cleanLibrary.startsWith(QDir(source).canonicalPath() + QLatin1Char('/'))) {
+        err() << "quorvel-cli: creating the library folder " << library << '\n';
+        err().flush();
+        if (!QDir().mkpath(library)) {
+            err() << "quorvel-cli: " << library << ": cannot be created\n";
+            err().flush();
+            return UsageError;
+        }
+    }
+    if (const QString error = QVCliScanRun::folderError({ library }); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
+    }
     if (isInside(library, source)) {
         err() << "quorvel-cli: the library folder " << library << " is inside the source folder " << source
               << "; its fonts would be organized again\n";

@@ -275,7 +275,7 @@ QJsonObject QVQuarantineCommand::resolve(QVQuarantineStore *store,
     QVProgress bar;
     resolution.progress = &bar;
     QVTerminalProgress terminal(&bar, stderr);
-    terminal.setPhase([] { return QStringLiteral("Resolving"); });
+    terminal.setPhase([](const QString &) { return QStringLiteral("Resolving"); });
     step(QStringLiteral("resolving %1 problem fonts").arg(resolution.checkedRowsArray.size()));
     QObject::connect(
         &resolution, &QVDiagnosisResolution::rowResolved, [&rows](int row, const QString &error) {

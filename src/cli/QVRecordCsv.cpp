@@ -23,7 +23,7 @@ QString QVRecordCsv::field(const QString &text)
 QString QVRecordCsv::write(const QVFontDataManager &dataMgr, const QStringList &extraColumns,
     const QHash<const QVStatus *, QStringList> &extra)
 {
-    auto line = [](const QStringList &cells) {
+    auto line = [](const QStringList &cells) -> QString {
         QStringList fields;
         for (const QString &cell : cells)
             fields << field(cell);

@@ -18,6 +18,7 @@ private:
     int list(QVReportStore &store, bool json);
     int show(QVReportStore &store, const QStringList &arguments);
     int rename(QVReportStore &store, const QStringList &arguments);
+    int exportCopy(QVReportStore &store, const QStringList &arguments);
     int remove(QVReportStore &store, const QStringList &arguments);
     int usage();
 };

@@ -112,6 +112,8 @@ QJsonArray QVResolutionPlan::toJson(const Steps &steps)
                 object.insert(QStringLiteral("newPath"),
                     QString(QFileInfo(pathOf(step.font)).absolutePath() + QLatin1Char('/') + step.newName));
         }
+        if (step.kind == Step::TakeOutOfSuitcase)
+            object.insert(QStringLiteral("emptiesSuitcase"), step.emptiesSuitcase);
         if (step.duplicateOf.fontStatus)
             object.insert(QStringLiteral("duplicateOf"), fontJson(step.duplicateOf));
         if (step.outlineOf.fontStatus)
@@ -137,8 +139,11 @@ QString QVResolutionPlan::toText(const Steps &steps)
             break;
         case Step::TakeOutOfSuitcase:
             ++moves;
-            lines += QStringLiteral("  Take %1 out of suitcase %2 into the quarantine: %3\n")
-                         .arg(name, QFileInfo(step.font.fontFile->URL).fileName(), defects);
+            lines += QStringLiteral("  Take %1 out of suitcase %2 into the quarantine%3: %4\n")
+                         .arg(name, QFileInfo(step.font.fontFile->URL).fileName(),
+                             step.emptiesSuitcase ? QStringLiteral(" (the suitcase, left empty, goes)")
+                                                  : QString(),
+                             defects);
             break;
         case Step::Keep:
             ++kept;

@@ -23,8 +23,9 @@ public:
     ~QVTerminalProgress() override;
 
     bool isEnabled() const { return m_enabled; }
-    // Names the phase at each drawing ("Looking for fonts", "Examining").
-    void setPhase(std::function<QString()> phase) { m_phase = std::move(phase); }
+    // Makes the text beside the bar from the progress's label at each
+    // drawing, naming the phase the run is in ("Examining (N font files)").
+    void setPhase(std::function<QString(const QString &label)> phase) { m_phase = std::move(phase); }
     void setEnabled(bool enabled) { m_enabled = enabled; }
     // Redraws now, whatever the time since the last drawing.
     void draw();
@@ -42,7 +43,7 @@ private:
     FILE *m_stream;
     bool m_enabled;
     bool m_drawn = false;
-    std::function<QString()> m_phase;
+    std::function<QString(const QString &label)> m_phase;
     QTimer m_redrawTimer;
     QElapsedTimer m_sinceDraw;
 };

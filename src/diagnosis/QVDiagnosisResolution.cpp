@@ -317,6 +317,24 @@ QList<QVDiagnosisResolution::PlannedStep> QVDiagnosisResolution::plan(const QVFo
     };
     auto markMoved = [&](const QVFontRef &font, bool wholeFile) {
         movedFonts.insert(font.fontStatus.get());
+        if (!wholeFile) {
+            // A suitcase gives up every size of the font's kind under its
+            // PostScript name, and the whole family when nothing else of it
+            // stays.
+            const QVStatus &taken = *font.fontStatus;
+            const bool outline = taken.fontSize == 0;
+            bool familyGone = true;
+            for (const QVStatusPtr &status : std::as_const(font.fontFile->fontStatusArray)) {
+                if (status->fontName == taken.fontName && !isMoved({ font.fontFile, status })
+                    && (status->PSname != taken.PSname || (status->fontSize == 0) != outline))
+                    familyGone = false;
+            }
+            for (const QVStatusPtr &status : std::as_const(font.fontFile->fontStatusArray)) {
+                if (status->fontName == taken.fontName
+                    && (familyGone || (status->PSname == taken.PSname && (status->fontSize == 0) == outline)))
+                    movedFonts.insert(status.get());
+            }
+        }
         bool all = true;
         for (const QVStatusPtr &status : std::as_const(font.fontFile->fontStatusArray))
             all = all && (wholeFile || movedFonts.contains(status.get()));
@@ -376,6 +394,7 @@ QList<QVDiagnosisResolution::PlannedStep> QVDiagnosisResolution::plan(const QVFo
         markMoved(font, step.kind == PlannedStep::Quarantine);
         if (step.kind != PlannedStep::TakeOutOfSuitcase)
             return;
+        steps.last().emptiesSuitcase = movedFiles.contains(font.fontFile.get());
         for (const QVFontRef &outline : outlinesOf(font)) {
             if (isMoved(outline) || QVPackageFiles::isPackageFile(outline.fontFile->URL))
                 continue;

@@ -62,6 +62,9 @@ public:
         QVFontRef duplicateOf;
         // The PostScript outline file that goes with a bitmap font taken out.
         QVFontRef outlineOf;
+        // Taking the font out leaves its suitcase with no font: the empty
+        // file is deleted.
+        bool emptiesSuitcase = false;
         // Keep: why the font stays.
         QString why;
     };
