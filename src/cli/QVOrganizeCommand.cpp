@@ -208,13 +208,19 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
         err().flush();
         return Cancelled;
     }
-    out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
-    if (!run.alert().isEmpty())
-        out() << run.alert() << '\n';
-    else
-        out() << QVDiagnosisSummary::toText(diagnosis);
+    if (!quiet()) {
+        out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
+        if (!run.alert().isEmpty())
+            out() << run.alert() << '\n';
+        else
+            out() << QVDiagnosisSummary::toText(diagnosis);
+    } else if (diagnosis.totalFontProblems() > 0) {
+        out() << QVDiagnosisSummary::toText(diagnosis).section(QStringLiteral("\n\n"), 2);
+    }
     out().flush();
 
+    step((settings.copyFontFiles() ? QStringLiteral("copying") : QStringLiteral("moving"))
+        + QStringLiteral(" the healthy fonts into ") + library);
     // No resolution: fonts with problems stay where they are.
     QVSuitcaseSurgery surgery(&store);
     QVFontOrganizer organizer(&dataManager, &surgery, &settings);
@@ -233,11 +239,13 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
     }
 
     const QList<QVFontOrganizer::Placement> placements = organizer.placements();
-    out() << '\n'
-          << (settings.copyFontFiles() ? "Copied " : "Moved ") << placements.size()
-          << (placements.size() == 1 ? " file" : " files") << " into " << library << ":\n";
-    for (const QVFontOrganizer::Placement &placement : placements)
-        out() << "  " << placement.source << " -> " << placement.destination << '\n';
+    if (!quiet()) {
+        out() << '\n'
+              << (settings.copyFontFiles() ? "Copied " : "Moved ") << placements.size()
+              << (placements.size() == 1 ? " file" : " files") << " into " << library << ":\n";
+        for (const QVFontOrganizer::Placement &placement : placements)
+            out() << "  " << placement.source << " -> " << placement.destination << '\n';
+    }
     QStringList failures;
     for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems)) {
         for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
@@ -249,7 +257,8 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
                                 .arg(QVQuarantineStore::displayName(file, status), status->fontURL, error);
         }
     }
-    out() << "Failures: " << failures.size() << '\n';
+    if (!quiet() || !failures.isEmpty())
+        out() << "Failures: " << failures.size() << '\n';
     for (const QString &failure : std::as_const(failures))
         out() << failure << '\n';
     out().flush();

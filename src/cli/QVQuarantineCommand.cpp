@@ -46,11 +46,12 @@ int QVQuarantineCommand::usage()
 
 QString QVQuarantineCommand::rowId(const QVariantMap &row)
 {
-    // The row's identity in the index: its quarantined file and, for a
-    // suitcase's fonts, which font. Restores and removals of other rows
-    // leave it as it is.
+    // The row's identity in the index: its quarantined file, where it came
+    // from and, for a suitcase's fonts, which font. Restores and removals of
+    // other rows leave it as it is; a font quarantined later from elsewhere
+    // under a freed name gets another.
     QCryptographicHash hash(QCryptographicHash::Sha1);
-    for (const char *key : { "quarantineFileName", "fontName", "psName", "fontStyle" }) {
+    for (const char *key : { "quarantineFileName", "originalFilePath", "fontName", "psName", "fontStyle" }) {
         hash.addData(field(row, key).toUtf8());
         hash.addData(QByteArrayView("\0", 1));
     }
