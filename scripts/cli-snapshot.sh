@@ -114,10 +114,12 @@ run resolve diagnose --resolve --report "$work/r"
 tree "$work/r" >"$out/tree-resolved.txt"
 run quarantine-list quarantine list
 run quarantine-json quarantine list --json
-run quarantine-restore quarantine restore 1
+# The id of the first font the quarantine lists (ids do not shift; the first row does).
+first_id() { "$cli" quarantine list --json | python3 -c 'import json, sys; print(json.load(sys.stdin)[0]["id"])'; }
+run quarantine-restore quarantine restore "$(first_id)"
 mkdir -p "$work/elsewhere"
-run quarantine-restore-to quarantine restore --to "$work/elsewhere" 1
-run quarantine-remove quarantine remove --yes 1
+run quarantine-restore-to quarantine restore --to "$work/elsewhere" "$(first_id)"
+run quarantine-remove quarantine remove --yes "$(first_id)"
 tree "$work/r" >"$out/tree-restored.txt"
 tree "$work/elsewhere" >"$out/tree-elsewhere.txt"
 run reports-list reports list
@@ -130,4 +132,20 @@ run organize-move organize --library "$work/lib-move" --move --name family "$wor
 tree "$work/lib-move" >"$out/tree-library-move.txt"
 tree "$work/o" >"$out/tree-organize-source.txt"
 tree "$work/home/.local/share" | grep -v -e '\.lock' -e 'dataSource' -e 'Reports/' >"$out/tree-data.txt" || true
+
+# Help, the plan and the CSV (after the others, so that their numbers stay).
+run help --help
+run help-diagnose diagnose --help
+run help-quarantine-restore quarantine restore --help
+run diagnose-plan diagnose --plan "$work/f"
+run diagnose-plan-json diagnose --plan --json "$work/f"
+run diagnose-only-plan diagnose --resolve --dry-run --only duplicates,repairs "$work/f"
+run scan-csv scan --format csv "$work/f"
+run diagnose-csv diagnose --format csv "$work/f"
+cp -a "$work/f" "$work/p"
+run resolve-only diagnose --resolve --yes --only damaged "$work/p"
+tree "$work/p" >"$out/tree-resolved-only.txt"
+run quarantine-match quarantine list --match sans
+run quarantine-restore-match quarantine restore --match sans
+run quarantine-remove-all quarantine remove --yes --all
 echo "snapshot of $(ls "$out" | wc -l) files in $out"

@@ -20,3 +20,11 @@ int QVCleanCachesCommand::run(const QStringList &arguments)
     out().flush();
     return Success;
 }
+
+QVCliHelp::Command QVCleanCachesCommand::help() const
+{
+    return { {}, {}, { QStringLiteral("clean-caches") },
+        QStringLiteral("Clears your fontconfig cache and rebuilds the system's, with administrator rights "
+                       "(asked for through pkexec)."),
+        {}, { QStringLiteral("clean-caches") } };
+}

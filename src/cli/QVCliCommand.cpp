@@ -7,6 +7,34 @@
 #include <cerrno>
 #include <cstdio>
 
+namespace
+{
+QVCliCommand::Verbosity currentVerbosity = QVCliCommand::Verbosity::Normal;
+} // namespace
+
+void QVCliCommand::setVerbosity(Verbosity verbosity)
+{
+    currentVerbosity = verbosity;
+}
+
+bool QVCliCommand::quiet()
+{
+    return currentVerbosity == Verbosity::Quiet;
+}
+
+bool QVCliCommand::verbose()
+{
+    return currentVerbosity == Verbosity::Verbose;
+}
+
+void QVCliCommand::step(const QString &text)
+{
+    if (!verbose())
+        return;
+    err() << "quorvel-cli: " << text << '\n';
+    err().flush();
+}
+
 QTextStream &QVCliCommand::out()
 {
     static QVCliOutputDevice device(stdout);
@@ -30,6 +58,25 @@ bool QVCliCommand::confirm(const QString &question)
         return false;
     const QString reply = QString::fromLocal8Bit(answer).trimmed().toLower();
     return reply == QLatin1String("y") || reply == QLatin1String("yes");
+}
+
+bool QVCliCommand::takeFormatOption(QStringList *arguments, QString *format)
+{
+    QStringList given;
+    if (arguments->removeAll(QStringLiteral("--json")) > 0)
+        given << QStringLiteral("json");
+    for (qsizetype at = arguments->indexOf(QStringLiteral("--format")); at >= 0;
+         at = arguments->indexOf(QStringLiteral("--format"))) {
+        if (at + 1 >= arguments->size())
+            return false;
+        given << arguments->at(at + 1);
+        arguments->remove(at, 2);
+    }
+    given.removeDuplicates();
+    *format = given.value(0, QStringLiteral("text"));
+    return given.size() <= 1
+        && (*format == QLatin1String("text") || *format == QLatin1String("json")
+            || *format == QLatin1String("csv"));
 }
 
 bool QVCliCommand::reportUnreadable(const QVFontDataManager &dataManager)

@@ -1,10 +1,12 @@
 #include "cli/QVCliScanRun.h"
 
+#include "cli/QVCliCommand.h"
 #include "cli/QVTerminalProgress.h"
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFileAccess.h"
 #include "platform/QVFileSystem.h"
 #include "settings/QVNotificationCenter.h"
+#include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 #include "store/QVFileManager.h"
@@ -13,6 +15,7 @@
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QTimer>
+#include <atomic>
 
 namespace
 {
@@ -106,7 +109,27 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
     if (!folders.isEmpty()) {
         QVFileManager fileManager(m_dataManager);
         fileManager.setJobs(jobsOption);
+        QVCliCommand::step(QStringLiteral("looking for fonts in ") + folders.join(QStringLiteral(", ")));
         QVTerminalProgress terminal(fileManager.progress(), m_progressStream);
+        // Files are examined as the walk finds them: the phase turns once
+        // the first one is in.
+        std::atomic<qsizetype> examined = 0;
+        auto added = m_dataManager->fontFileAdded;
+        m_dataManager->fontFileAdded = [&examined, added](const QVFontFilePtr &file) {
+            ++examined;
+            if (added)
+                added(file);
+        };
+        terminal.setPhase([&examined](const QString &label) {
+            const qsizetype count = examined.load();
+            if (count == 0)
+                return QStringLiteral("Looking for fonts");
+            // The estimate of the time left, once there is one, takes the
+            // place of the count.
+            if (label.startsWith(QLatin1String("Estimated")))
+                return QString(QStringLiteral("Examining - ") + label);
+            return QStringLiteral("Examining (%1 font files)").arg(count);
+        });
         QEventLoop loop;
         QObject::connect(QVNotificationCenter::defaultCenter(), &QVNotificationCenter::kScanFolderComplete,
             &loop, [&](const QVariantMap &userInfo) {
@@ -124,7 +147,11 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
         loop.exec();
         // The walk may still be finishing its current file.
         fileManager.findFontsGlobalQueue()->waitUntilAllOperationsAreFinished();
+        m_dataManager->fontFileAdded = added;
         terminal.clear();
+        QVCliCommand::step(QStringLiteral("examined %1 font files, %2 fonts")
+                               .arg(m_dataManager->fontFileItems.size())
+                               .arg(m_dataManager->totalFonts));
     }
     return !scanCancelled && !interruptedFlag;
 }
@@ -144,7 +171,27 @@ QVDiagnosis &QVCliScanRun::diagnose(const QStringList &folders)
     view.setPacingEnabled(false);
     view.setFinishDelay(0);
     diagnosis.setManualScanFolders(folders);
-    QVTerminalProgress terminal(diagnosis.overallProgress(), stderr);
+    QVTerminalProgress terminal(diagnosis.overallProgress(), m_progressStream);
+    // The passes run side by side: the phase names those under way.
+    terminal.setPhase([&diagnosis](const QString &) {
+        QStringList running;
+        for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass) {
+            const QVProgress *bar = diagnosis.progressForPass(pass);
+            if (diagnosis.isProgressEnabled(pass) && bar->label() == diagnosis.titleForProgress(pass)
+                && bar->value() > 0)
+                running << diagnosis.titleForProgress(pass);
+        }
+        return running.isEmpty() ? QStringLiteral("Diagnosing")
+                                 : QStringLiteral("Diagnosing: ") + running.join(QStringLiteral(", "));
+    });
+    {
+        QStringList passes;
+        for (int pass = 0; pass < QVDiagnosis::kPassCount; ++pass) {
+            if (diagnosis.isProgressEnabled(pass))
+                passes << diagnosis.titleForProgress(pass);
+        }
+        QVCliCommand::step(QStringLiteral("diagnosing: ") + passes.join(QStringLiteral(", ")));
+    }
     QEventLoop loop;
     bool finished = false;
     QObject::connect(&view, &QVDiagnosisViewState::diagnosisFinished, &loop, [&] { finished = true; });

@@ -3,7 +3,9 @@
 #include "cli/QVCliScanRun.h"
 #include "cli/QVJsonStream.h"
 #include "cli/QVQuarantineCommand.h"
+#include "cli/QVRecordCsv.h"
 #include "cli/QVRecordJson.h"
+#include "cli/QVResolutionPlan.h"
 #include "diagnosis/QVDiagnosis.h"
 #include "diagnosis/QVDiagnosisSummary.h"
 #include "engine/QVFontDataManager.h"
@@ -18,6 +20,16 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <memory>
+#include <unistd.h>
+
+namespace
+{
+
+const char kUsage[]
+    = "usage: quorvel-cli diagnose [--json | --format text|json|csv] [--plan | --resolve [--dry-run] "
+      "[--yes]] [--only KIND[,KIND]] [--report [--open]] [--jobs N] [FOLDER...]\n";
+
+} // namespace
 
 int QVDiagnoseCommand::run(const QStringList &givenArguments)
 {
@@ -27,30 +39,60 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
-    bool json = false;
+    QString format;
+    if (!takeFormatOption(&arguments, &format)) {
+        err() << kUsage;
+        err().flush();
+        return UsageError;
+    }
+    const bool json = format == QLatin1String("json");
     bool resolve = false;
+    bool planOnly = false;
+    bool dryRun = false;
+    bool yes = false;
     bool report = false;
     bool open = false;
+    QStringList only;
     QStringList folders;
-    for (const QString &argument : arguments) {
-        if (argument == QLatin1String("--json")) {
-            json = true;
-        } else if (argument == QLatin1String("--resolve")) {
+    for (int i = 0; i < arguments.size(); ++i) {
+        const QString &argument = arguments.at(i);
+        if (argument == QLatin1String("--resolve")) {
             resolve = true;
+        } else if (argument == QLatin1String("--plan")) {
+            planOnly = true;
+        } else if (argument == QLatin1String("--dry-run")) {
+            dryRun = true;
+        } else if (argument == QLatin1String("--yes") || argument == QLatin1String("-y")) {
+            yes = true;
+        } else if (argument == QLatin1String("--only") && i + 1 < arguments.size()) {
+            if (!QVResolutionPlan::parseKinds(arguments.at(++i), &only)) {
+                err() << "quorvel-cli: --only takes " << QVResolutionPlan::kinds().join(QStringLiteral(", "))
+                      << " (several joined with commas)\n";
+                err().flush();
+                return UsageError;
+            }
         } else if (argument == QLatin1String("--report")) {
             report = true;
         } else if (argument == QLatin1String("--open")) {
             report = true;
             open = true;
         } else if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli diagnose [--json] [--resolve] [--report [--open]] [--jobs N] "
-                     "[FOLDER...]\n";
+            err() << kUsage;
             err().flush();
             return UsageError;
         } else {
             folders.append(argument);
         }
     }
+    // --resolve --dry-run is the plan, and only the plan.
+    planOnly = planOnly || dryRun;
+    if ((dryRun && !resolve) || (!only.isEmpty() && !resolve && !planOnly)) {
+        err() << "quorvel-cli: " << (dryRun ? "--dry-run" : "--only") << " goes with --resolve"
+              << (dryRun ? "" : " or --plan") << '\n';
+        err().flush();
+        return UsageError;
+    }
+    resolve = resolve && !planOnly;
     QVSettings settings;
     if (const QString error = QVCliScanRun::prepareFolders(&folders); !error.isEmpty()) {
         err() << "quorvel-cli: " << error << '\n';
@@ -78,7 +120,11 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
         err().flush();
         return Cancelled;
     }
-    QVDiagnosis &diagnosis = run.diagnose(folders);
+    // The report names the folders wherever the command was run from.
+    QStringList absoluteFolders;
+    for (const QString &folder : std::as_const(folders))
+        absoluteFolders << QFileInfo(folder).absoluteFilePath();
+    QVDiagnosis &diagnosis = run.diagnose(absoluteFolders);
 
     if (!run.alert().isEmpty()) {
         // No font files: nothing to diagnose, nothing wrong.
@@ -96,10 +142,23 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
         return reportUnreadable(dataManager) ? UsageError : Success;
     }
 
-    // Every problem font resolved by its recommended action.
-    const bool resolving = resolve && !diagnosis.doCancel();
+    // What a resolution would do, for the plan, the question and the CSV.
+    const QVResolutionPlan::Steps plan
+        = QVResolutionPlan::make(diagnosis.problemFontsArray(), only, &dataManager);
+    // Every problem font (of the kinds asked for) resolved by its recommended
+    // action; on a terminal, after showing the plan and asking.
+    bool resolving = resolve && !diagnosis.doCancel();
+    if (resolving && !yes && !plan.isEmpty() && isatty(STDIN_FILENO)) {
+        err() << QVResolutionPlan::toText(plan).mid(1) << '\n';
+        if (!confirm(QStringLiteral("Resolve the problem fonts as planned?"))) {
+            err() << "Nothing was changed.\n";
+            err().flush();
+            resolving = false;
+        }
+    }
     const QJsonObject resolution = resolving
-        ? QVQuarantineCommand::resolve(store.get(), diagnosis.problemFontsArray(), &QVCliScanRun::interrupted)
+        ? QVQuarantineCommand::resolve(store.get(), diagnosis.problemFontsArray(), &QVCliScanRun::interrupted,
+            [&only](const QVProblemFontPtr &entry) { return QVResolutionPlan::matches(entry, only); })
         : QJsonObject();
     // Stopped by Ctrl-C or SIGTERM: what was done is committed and printed.
     const bool stopped = resolving && QVCliScanRun::interrupted();
@@ -112,6 +171,7 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
             diagnosis.totalFontProblems(), diagnosis.problemFontsArray(), *diagnosis.qvDataMgr(),
             diagnosis.manualScanFolders());
         input.qv_total_quarantined = resolution.value(QStringLiteral("qv_total_quarantined")).toInt();
+        input.resolved = resolving;
         QVReportStore reportStore;
         QVReportManager reportManager;
         reportManager.setFileMgr(&reportStore);
@@ -144,6 +204,8 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
             QStringLiteral("unreadable"), QJsonArray::fromStringList(dataManager.unreadablePaths()));
         if (resolving)
             object.insert(QStringLiteral("resolution"), resolution);
+        if (planOnly)
+            object.insert(QStringLiteral("plan"), QVResolutionPlan::toJson(plan));
         if (!reportPath.isEmpty())
             object.insert(QStringLiteral("report"), reportPath);
         QVJsonStream stream(out());
@@ -163,9 +225,32 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
                      s.endArray();
                  } } });
         stream.endObject();
+    } else if (format == QLatin1String("csv")) {
+        // Each font with its problems and what a resolution does (or did) with it.
+        QHash<const QVStatus *, QStringList> extra;
+        const QHash<const QVStatus *, QString> actions = QVResolutionPlan::actions(plan);
+        for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems)) {
+            for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
+                QStringList problems;
+                for (const int errorClass : std::as_const(status->fontErrors))
+                    problems << QVDiagnosisResolution::getDiagnosisDescription(errorClass);
+                problems.removeAll(QString());
+                problems.removeDuplicates();
+                extra.insert(
+                    status.get(), { problems.join(QStringLiteral("; ")), actions.value(status.get()) });
+            }
+        }
+        out() << QVRecordCsv::write(
+            dataManager, { QStringLiteral("diagnosis"), QStringLiteral("action") }, extra);
     } else {
-        out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
-        out() << QVDiagnosisSummary::toText(diagnosis);
+        if (!quiet())
+            out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts
+                  << " fonts\n"
+                  << QVDiagnosisSummary::toText(diagnosis);
+        else if (diagnosis.totalFontProblems() > 0)
+            out() << QVDiagnosisSummary::toText(diagnosis).section(QStringLiteral("\n\n"), 2);
+        if (planOnly)
+            out() << QVResolutionPlan::toText(plan);
         if (resolving)
             out() << QVQuarantineCommand::resolutionText(resolution);
         if (stopped)
@@ -181,4 +266,47 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
     if (resolution.contains(QStringLiteral("error")))
         return ProblemsFound;
     return diagnosis.totalFontProblems() > 0 ? ProblemsFound : Success;
+}
+
+QVCliHelp::Command QVDiagnoseCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral("diagnose [--json | --format text|json|csv] [--jobs N] [FOLDER...]"),
+            QStringLiteral("diagnose --plan [--only KIND] [--json] [FOLDER...]"),
+            QStringLiteral(
+                "diagnose --resolve [--dry-run] [--yes] [--only KIND] [--report [--open]] [--json] "
+                "[FOLDER...]") },
+        QStringLiteral(
+            "Scans the folders (by default the configured font folders) and looks for damaged fonts, "
+            "fonts missing their bitmap or PostScript counterpart, and duplicate fonts, with the "
+            "diagnosis settings in force. It prints the outcome, the counters and the problem fonts."
+            "\n\nWith --resolve, every problem font is resolved by its recommended action: a bad file "
+            "name or wrong Finder flags are repaired where the font lies, everything else is moved "
+            "into the quarantine (the copy of a duplicate group that is kept stays). On a terminal "
+            "the plan is shown first and nothing moves until you answer yes; --yes skips the "
+            "question. Files that belong to an installed package are never moved or changed."
+            "\n\nExits with 0 when no problem was found, 1 when problems were found, 2 on bad usage "
+            "or unreadable input, 130 when stopped by Ctrl-C."),
+        { { QStringLiteral("--plan"),
+              QStringLiteral("Print, per problem font, what a resolution would do "
+                             "(repair, quarantine, take out of its suitcase) and what "
+                             "would stay, and change nothing.") },
+            { QStringLiteral("--resolve"), QStringLiteral("Repair or quarantine every problem font.") },
+            { QStringLiteral("--dry-run"), QStringLiteral("With --resolve: the same as --plan.") },
+            { QStringLiteral("-y, --yes"), QStringLiteral("Resolve without asking, even on a terminal.") },
+            { QStringLiteral("--only KIND[,KIND]"),
+                QStringLiteral(
+                    "Resolve (or plan) only one kind of problem: damaged (quarantined for their "
+                    "defects), orphans (missing their bitmap or PostScript counterpart), duplicates, "
+                    "or repairs (repaired in place).") },
+            { QStringLiteral("--report"), QStringLiteral("Write the HTML report of the run.") },
+            { QStringLiteral("--open"), QStringLiteral("Write the report and open it in the browser.") },
+            { QStringLiteral("--json"), QStringLiteral("The same as --format json.") },
+            { QStringLiteral("--format FORMAT"),
+                QStringLiteral(
+                    "text (the default), json, or csv (one line per font, the columns of scan's csv "
+                    "with the diagnosis and the action planned).") },
+            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") } },
+        { QStringLiteral("diagnose --plan /srv/fonts"),
+            QStringLiteral("diagnose --resolve --only duplicates --yes --report /srv/fonts") } };
 }

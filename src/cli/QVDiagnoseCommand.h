@@ -19,5 +19,6 @@ public:
     {
         return QStringLiteral("find damaged, orphaned and duplicate fonts in folders");
     }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 };

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <algorithm>
 
 QJsonObject QVExamineCommand::toJson(const QVFontDataManager &dataMgr)
 {
@@ -27,10 +28,16 @@ void QVExamineCommand::printTable(const QVFontDataManager &dataMgr)
                                      : cells.at(i).rightJustified(widths[i]));
         return padded.join(QStringLiteral("  ")) + QLatin1Char('\n');
     };
-    out() << row(
-        { QStringLiteral("#"), QStringLiteral("Type"), QStringLiteral("Size"), QStringLiteral("Style"),
-            QStringLiteral("Font"), QStringLiteral("PostScript name"), QStringLiteral("Defects") });
+    if (!quiet())
+        out() << row(
+            { QStringLiteral("#"), QStringLiteral("Type"), QStringLiteral("Size"), QStringLiteral("Style"),
+                QStringLiteral("Font"), QStringLiteral("PostScript name"), QStringLiteral("Defects") });
     for (const QVFontFilePtr &file : dataMgr.fontFileItems) {
+        // Quiet: only the files with a problem.
+        if (quiet()
+            && std::none_of(file->fontStatusArray.cbegin(), file->fontStatusArray.cend(),
+                [](const QVStatusPtr &status) { return !status->fontErrorsInfo.isEmpty(); }))
+            continue;
         out() << file->URL;
         if (!file->macTypeCode.isEmpty())
             out() << "  [" << file->macTypeCode << ']';
@@ -46,6 +53,8 @@ void QVExamineCommand::printTable(const QVFontDataManager &dataMgr)
                                                      : status->fontErrorsInfo.join(QStringLiteral("; ")) });
         }
     }
+    if (quiet())
+        return;
     out() << dataMgr.totalFonts << (dataMgr.totalFonts == 1 ? " font" : " fonts") << " in "
           << dataMgr.fontFileItems.size() << (dataMgr.fontFileItems.size() == 1 ? " file" : " files") << ", "
           << (dataMgr.foundProblemFonts ? "problems found" : "no problems found") << '\n';
@@ -96,4 +105,15 @@ int QVExamineCommand::run(const QStringList &arguments)
     if (reportUnreadable(dataMgr))
         return UsageError;
     return dataMgr.foundProblemFonts ? ProblemsFound : Success;
+}
+
+QVCliHelp::Command QVExamineCommand::help() const
+{
+    return { {}, {}, { QStringLiteral("examine [--json] FILE...") },
+        QStringLiteral(
+            "Examines font files as a scan does (resource forks included, wherever they are stored) "
+            "and prints every font found in them, one line a font, with its defects beside it."),
+        { { QStringLiteral("--json"),
+            QStringLiteral("Write each file's record, with the record's field names.") } },
+        { QStringLiteral("examine --json /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf") } };
 }

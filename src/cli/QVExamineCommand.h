@@ -13,6 +13,7 @@ class QVExamineCommand final : public QVCliCommand
 public:
     QString name() const override { return QStringLiteral("examine"); }
     QString summary() const override { return QStringLiteral("examine font files and list their defects"); }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 
     // The data manager's records as one JSON object, keyed by field name.

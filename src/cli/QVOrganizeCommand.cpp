@@ -6,6 +6,7 @@
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "organizer/QVFontOrganizer.h"
+#include "platform/QVFileSystem.h"
 #include "settings/QVSettings.h"
 #include "store/QVOperationQueue.h"
 #include "store/QVQuarantineStore.h"
@@ -109,13 +110,32 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
-    if (const QString error = QVCliScanRun::folderError({ source, library }); !error.isEmpty()) {
+    if (const QString error = QVCliScanRun::folderError({ source }); !error.isEmpty()) {
         err() << "quorvel-cli: " << error << '\n';
         err().flush();
         return UsageError;
     }
     source = QFileInfo(source).absoluteFilePath();
     library = QFileInfo(library).absoluteFilePath();
+    // A library not made yet is made, after saying so (and never inside the
+    // source, where its fonts would be organized again).
+    const QString cleanLibrary = QDir::cleanPath(library) + QLatin1Char('/');
+    if (!QVFileSystem::exists(library) && !QFileInfo(library).isSymLink()
+        && !cleanLibrary.startsWith(QDir::cleanPath(source) + QLatin1Char('/'))
+        && !cleanLibrary.startsWith(QDir(source).canonicalPath() + QLatin1Char('/'))) {
+        err() << "quorvel-cli: creating the library folder " << library << '\n';
+        err().flush();
+        if (!QDir().mkpath(library)) {
+            err() << "quorvel-cli: " << library << ": cannot be created\n";
+            err().flush();
+            return UsageError;
+        }
+    }
+    if (const QString error = QVCliScanRun::folderError({ library }); !error.isEmpty()) {
+        err() << "quorvel-cli: " << error << '\n';
+        err().flush();
+        return UsageError;
+    }
     if (isInside(library, source)) {
         err() << "quorvel-cli: the library folder " << library << " is inside the source folder " << source
               << "; its fonts would be organized again\n";
@@ -188,13 +208,19 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
         err().flush();
         return Cancelled;
     }
-    out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
-    if (!run.alert().isEmpty())
-        out() << run.alert() << '\n';
-    else
-        out() << QVDiagnosisSummary::toText(diagnosis);
+    if (!quiet()) {
+        out() << dataManager.fontFileItems.size() << " font files, " << dataManager.totalFonts << " fonts\n";
+        if (!run.alert().isEmpty())
+            out() << run.alert() << '\n';
+        else
+            out() << QVDiagnosisSummary::toText(diagnosis);
+    } else if (diagnosis.totalFontProblems() > 0) {
+        out() << QVDiagnosisSummary::toText(diagnosis).section(QStringLiteral("\n\n"), 2);
+    }
     out().flush();
 
+    step((settings.copyFontFiles() ? QStringLiteral("copying") : QStringLiteral("moving"))
+        + QStringLiteral(" the healthy fonts into ") + library);
     // No resolution: fonts with problems stay where they are.
     QVSuitcaseSurgery surgery(&store);
     QVFontOrganizer organizer(&dataManager, &surgery, &settings);
@@ -213,11 +239,13 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
     }
 
     const QList<QVFontOrganizer::Placement> placements = organizer.placements();
-    out() << '\n'
-          << (settings.copyFontFiles() ? "Copied " : "Moved ") << placements.size()
-          << (placements.size() == 1 ? " file" : " files") << " into " << library << ":\n";
-    for (const QVFontOrganizer::Placement &placement : placements)
-        out() << "  " << placement.source << " -> " << placement.destination << '\n';
+    if (!quiet()) {
+        out() << '\n'
+              << (settings.copyFontFiles() ? "Copied " : "Moved ") << placements.size()
+              << (placements.size() == 1 ? " file" : " files") << " into " << library << ":\n";
+        for (const QVFontOrganizer::Placement &placement : placements)
+            out() << "  " << placement.source << " -> " << placement.destination << '\n';
+    }
     QStringList failures;
     for (const QVFontFilePtr &file : std::as_const(dataManager.fontFileItems)) {
         for (const QVStatusPtr &status : std::as_const(file->fontStatusArray)) {
@@ -229,7 +257,8 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
                                 .arg(QVQuarantineStore::displayName(file, status), status->fontURL, error);
         }
     }
-    out() << "Failures: " << failures.size() << '\n';
+    if (!quiet() || !failures.isEmpty())
+        out() << "Failures: " << failures.size() << '\n';
     for (const QString &failure : std::as_const(failures))
         out() << failure << '\n';
     out().flush();
@@ -239,4 +268,28 @@ int QVOrganizeCommand::run(const QStringList &givenArguments)
     if (reportUnreadable(dataManager))
         return UsageError;
     return diagnosis.totalFontProblems() > 0 || organizer.problemFontCount() > 0 ? ProblemsFound : Success;
+}
+
+QVCliHelp::Command QVOrganizeCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral(
+            "organize --library DIR [--copy|--move] [--name postscript|family|file] "
+            "[--[no-]foundry-folders] [--[no-]letter-folders] [--[no-]family-folders] [--jobs N] "
+            "SOURCE") },
+        QStringLiteral(
+            "Scans and diagnoses SOURCE, then copies or moves its healthy fonts into a library tree "
+            "(foundry / letter / family folders, as chosen); fonts with problems stay where they "
+            "are. The choices are kept in the settings, as the organize sheet keeps them. Exits with "
+            "1 when a problem was found or a font did not arrive."),
+        { { QStringLiteral("--library DIR"), QStringLiteral("The library folder.") },
+            { QStringLiteral("--copy, --move"), QStringLiteral("Copy the fonts, or move them.") },
+            { QStringLiteral("--name HOW"),
+                QStringLiteral("Name files by postscript name, family name, or keep "
+                               "the file name.") },
+            { QStringLiteral("--[no-]foundry-folders"), QStringLiteral("A folder per foundry, or not.") },
+            { QStringLiteral("--[no-]letter-folders"), QStringLiteral("A folder per first letter, or not.") },
+            { QStringLiteral("--[no-]family-folders"), QStringLiteral("A folder per family, or not.") },
+            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") } },
+        { QStringLiteral("organize --library /srv/library --copy --name family /srv/incoming") } };
 }

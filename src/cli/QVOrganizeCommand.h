@@ -19,6 +19,7 @@ public:
     {
         return QStringLiteral("copy or move the healthy fonts of a folder into a library");
     }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 
     // Whether files can be created in the folder (tried, not guessed from

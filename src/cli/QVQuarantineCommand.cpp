@@ -1,12 +1,16 @@
 #include "cli/QVQuarantineCommand.h"
 
+#include "cli/QVResolutionPlan.h"
+#include "cli/QVTerminalProgress.h"
 #include "diagnosis/QVDiagnosisResolution.h"
 #include "engine/QVFontDataManager.h"
 #include "platform/QVFileSystem.h"
+#include "settings/QVProgress.h"
 #include "store/QVQuarantineRuns.h"
 #include "store/QVQuarantineStore.h"
 #include "store/QVSuitcaseSurgery.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -32,12 +36,26 @@ QJsonObject fontJson(const QVFontFilePtr &file, const QVStatusPtr &status)
 
 int QVQuarantineCommand::usage()
 {
-    err() << "usage: quorvel-cli quarantine list [--json]\n"
-             "       quorvel-cli quarantine restore [--to DIR] ROW...\n"
-             "       quorvel-cli quarantine remove [--yes] ROW...\n"
-             "Rows are numbered as \"quarantine list\" shows them.\n";
+    err() << "usage: quorvel-cli quarantine list [--json] [--match TEXT]\n"
+             "       quorvel-cli quarantine restore [--to DIR] (--all | --match TEXT | ID...)\n"
+             "       quorvel-cli quarantine remove [--yes] (--all | --match TEXT | ID...)\n"
+             "Each font has the id \"quarantine list\" shows.\n";
     err().flush();
     return UsageError;
+}
+
+QString QVQuarantineCommand::rowId(const QVariantMap &row)
+{
+    // The row's identity in the index: its quarantined file, where it came
+    // from and, for a suitcase's fonts, which font. Restores and removals of
+    // other rows leave it as it is; a font quarantined later from elsewhere
+    // under a freed name gets another.
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    for (const char *key : { "quarantineFileName", "originalFilePath", "fontName", "psName", "fontStyle" }) {
+        hash.addData(field(row, key).toUtf8());
+        hash.addData(QByteArrayView("\0", 1));
+    }
+    return QString::fromLatin1(hash.result().toHex().left(8));
 }
 
 int QVQuarantineCommand::run(const QStringList &arguments)
@@ -51,6 +69,11 @@ int QVQuarantineCommand::run(const QStringList &arguments)
     QVQuarantineRuns runs(&store, &surgery);
     if (action == QLatin1String("list")) {
         const bool json = rest.removeAll(QStringLiteral("--json")) > 0;
+        const qsizetype match = rest.indexOf(QStringLiteral("--match"));
+        if (match >= 0 && match + 1 < rest.size()) {
+            runs.handleSearch(rest.at(match + 1));
+            rest.remove(match, 2);
+        }
         return rest.isEmpty() ? list(runs, json) : usage();
     }
     if (action == QLatin1String("restore"))
@@ -64,43 +87,75 @@ int QVQuarantineCommand::list(QVQuarantineRuns &runs, bool json)
 {
     if (json) {
         QJsonArray rows;
-        int number = 0;
         for (const QVariantMap &row : std::as_const(runs.rowArray)) {
             QJsonObject object = QJsonObject::fromVariantMap(row);
-            object.insert(QStringLiteral("number"), ++number);
+            object.remove(QStringLiteral("reason"));
+            object.insert(QStringLiteral("reasons"), QVResolutionPlan::reasons(field(row, "reason")));
+            object.insert(QStringLiteral("id"), rowId(row));
             rows.append(object);
         }
         out() << QJsonDocument(rows).toJson(QJsonDocument::Indented);
     } else if (runs.rowArray.isEmpty()) {
-        out() << "The quarantine is empty.\n";
+        out() << (runs.rowSearchArray.isEmpty() ? "The quarantine is empty.\n" : "No font matches.\n");
     } else {
-        int number = 0;
         for (const QVariantMap &row : std::as_const(runs.rowArray)) {
-            out() << QString::number(++number).rightJustified(4) << "  " << field(row, "fontName") << "  ("
-                  << field(row, "fileName") << ")\n      from " << field(row, "originalFilePath") << '\n';
+            out() << rowId(row) << "  " << field(row, "fontName") << "  (" << field(row, "fileName")
+                  << ")\n          from " << field(row, "originalFilePath") << '\n';
             for (const QString &line : field(row, "reason").split(QLatin1Char('\n')))
-                out() << "      " << line << '\n';
+                out() << "          " << line << '\n';
         }
     }
     out().flush();
     return Success;
 }
 
-bool QVQuarantineCommand::parseRows(
-    const QVQuarantineRuns &runs, const QStringList &arguments, QList<int> *rows)
+bool QVQuarantineCommand::selectRows(QVQuarantineRuns &runs, QStringList arguments, QList<int> *rows)
 {
-    for (const QString &text : arguments) {
-        bool ok = false;
-        const int number = text.toInt(&ok);
-        if (!ok || number < 1 || number > runs.rowArray.size()) {
-            err() << "quorvel-cli: no row " << text << " (see: quorvel-cli quarantine list)\n";
+    const bool all = arguments.removeAll(QStringLiteral("--all")) > 0;
+    const qsizetype match = arguments.indexOf(QStringLiteral("--match"));
+    if (match >= 0) {
+        if (match + 1 >= arguments.size() || all) {
+            usage();
+            return false;
+        }
+        runs.handleSearch(arguments.at(match + 1));
+        arguments.remove(match, 2);
+    }
+    if (all || match >= 0) {
+        if (!arguments.isEmpty()) {
+            usage();
+            return false;
+        }
+        for (int row = 0; row < runs.rowArray.size(); ++row)
+            rows->append(row);
+        if (rows->isEmpty()) {
+            err() << "quorvel-cli: no font in the quarantine" << (all ? "" : " matches") << '\n';
+            err().flush();
+        }
+        return !rows->isEmpty();
+    }
+    if (arguments.isEmpty()) {
+        usage();
+        return false;
+    }
+    for (const QString &id : std::as_const(arguments)) {
+        // An id, or a beginning of one long enough not to be a row number.
+        QList<int> found;
+        for (int row = 0; row < runs.rowArray.size(); ++row) {
+            if (id.size() >= 4 && rowId(runs.rowArray.at(row)).startsWith(id.toLower()))
+                found.append(row);
+        }
+        if (found.size() != 1) {
+            err() << "quorvel-cli: "
+                  << (found.isEmpty() ? "no font has the id " : "several fonts have ids beginning ") << id
+                  << " (see: quorvel-cli quarantine list)\n";
             err().flush();
             return false;
         }
-        if (!rows->contains(number - 1))
-            rows->append(number - 1);
+        if (!rows->contains(found.first()))
+            rows->append(found.first());
     }
-    return !rows->isEmpty();
+    return true;
 }
 
 int QVQuarantineCommand::restore(QVQuarantineRuns &runs, const QStringList &arguments)
@@ -120,19 +175,21 @@ int QVQuarantineCommand::restore(QVQuarantineRuns &runs, const QStringList &argu
         }
     }
     QList<int> rows;
-    if (rest.isEmpty())
-        return usage();
-    if (!parseRows(runs, rest, &rows))
+    if (!selectRows(runs, rest, &rows))
         return UsageError;
     runs.checkedRowsArray = rows;
+    for (const int row : std::as_const(rows))
+        step(QStringLiteral("restoring %1 (%2)")
+                 .arg(field(runs.rowArray.at(row), "fontName"), rowId(runs.rowArray.at(row))));
     const QVQuarantineRuns::RunResult result = runs.restoreQuarantinedFiles(folder);
     for (const QString &error : result.errors)
         err() << "quorvel-cli: " << error << '\n';
     if (!result.commitError.isNull())
         err() << "quorvel-cli: " << result.commitError << '\n';
     err().flush();
-    out() << "Restored " << result.handledRows.size() << " of " << rows.size()
-          << (rows.size() == 1 ? " font.\n" : " fonts.\n");
+    if (!quiet())
+        out() << "Restored " << result.handledRows.size() << " of " << rows.size()
+              << (rows.size() == 1 ? " font.\n" : " fonts.\n");
     out().flush();
     return result.errors.isEmpty() && result.commitError.isNull() ? Success : ProblemsFound;
 }
@@ -142,13 +199,12 @@ int QVQuarantineCommand::remove(QVQuarantineRuns &runs, const QStringList &argum
     QStringList rest = arguments;
     const bool yes = rest.removeAll(QStringLiteral("--yes")) + rest.removeAll(QStringLiteral("-y")) > 0;
     QList<int> rows;
-    if (rest.isEmpty())
-        return usage();
-    if (!parseRows(runs, rest, &rows))
+    if (!selectRows(runs, rest, &rows))
         return UsageError;
     if (!yes) {
         for (const int row : std::as_const(rows))
-            err() << "  " << row + 1 << "  " << field(runs.rowArray.at(row), "fontName") << '\n';
+            err() << "  " << rowId(runs.rowArray.at(row)) << "  " << field(runs.rowArray.at(row), "fontName")
+                  << '\n';
         if (!confirm(QStringLiteral("Are you sure you want to remove the selected files? Click Continue to "
                                     "permanently delete the "
                                     "font files."))) {
@@ -164,8 +220,9 @@ int QVQuarantineCommand::remove(QVQuarantineRuns &runs, const QStringList &argum
     if (!result.commitError.isNull())
         err() << "quorvel-cli: " << result.commitError << '\n';
     err().flush();
-    out() << "Removed " << result.handledRows.size() << " of " << rows.size()
-          << (rows.size() == 1 ? " font.\n" : " fonts.\n");
+    if (!quiet())
+        out() << "Removed " << result.handledRows.size() << " of " << rows.size()
+              << (rows.size() == 1 ? " font.\n" : " fonts.\n");
     out().flush();
     return result.errors.isEmpty() && result.commitError.isNull() ? Success : ProblemsFound;
 }
@@ -203,15 +260,41 @@ bool QVQuarantineCommand::lockQuarantine(
 }
 
 QJsonObject QVQuarantineCommand::resolve(QVQuarantineStore *store,
-    const QList<QVProblemFontPtr> &problemFonts, const std::function<bool()> &stopRequested)
+    const QList<QVProblemFontPtr> &problemFonts, const std::function<bool()> &stopRequested,
+    const std::function<bool(const QVProblemFontPtr &)> &include)
 {
     QVSuitcaseSurgery surgery(store);
     QVDiagnosisResolution resolution(store, &surgery);
     resolution.stopRequested = stopRequested;
     resolution.setProblemFontsArray(problemFonts);
     const QList<QVProblemFontPtr> rows = resolution.rowArray;
+    for (int row = 0; row < rows.size(); ++row) {
+        if (include && !include(rows.at(row)))
+            resolution.setRowChecked(row, false);
+    }
+    // Long resolutions show their bar, like the window's.
+    QVProgress bar;
+    resolution.progress = &bar;
+    QVTerminalProgress terminal(&bar, stderr);
+    terminal.setPhase([](const QString &) { return QStringLiteral("Resolving"); });
+    step(QStringLiteral("resolving %1 problem fonts").arg(resolution.checkedRowsArray.size()));
+    QObject::connect(
+        &resolution, &QVDiagnosisResolution::rowResolved, [&rows](int row, const QString &error) {
+            const QVProblemFontPtr &entry = rows.at(row);
+            const QString name = QVQuarantineStore::displayName(entry->fontFile, entry->fontStatus);
+            if (!error.isNull())
+                step(name + QStringLiteral(": ") + error);
+            else if (QVDiagnosisResolution::getActionTitleForErrors(entry->fontStatus)
+                == QLatin1String("Repair"))
+                step(QStringLiteral("repaired ") + name);
+            else if (!entry->duplicatesArray.isEmpty())
+                step(QStringLiteral("quarantined the other copies of ") + name);
+            else
+                step(QStringLiteral("quarantined ") + name);
+        });
     const qsizetype recordsBefore = store->addedRecords.size();
     const QVDiagnosisResolution::Outcome outcome = resolution.resolveIssues();
+    terminal.clear();
 
     QJsonArray repaired, quarantined, errors;
     for (const int row : outcome.repairedRows) {
@@ -239,7 +322,9 @@ QJsonObject QVQuarantineCommand::resolve(QVQuarantineStore *store,
             { QStringLiteral("fontName"), record.value(QStringLiteral("fontNames")).toStringList().value(0) },
             { QStringLiteral("path"), record.value(QStringLiteral("originalFilePath")).toString() },
             { QStringLiteral("quarantineFileName"),
-                record.value(QStringLiteral("quarantineFileName")).toString() } });
+                record.value(QStringLiteral("quarantineFileName")).toString() },
+            { QStringLiteral("reasons"),
+                QVResolutionPlan::reasons(record.value(QStringLiteral("reason")).toString()) } });
     }
     // A font in several rows (a damaged font that is also a duplicate) is one font.
     QSet<const QVStatus *> seen;
@@ -303,4 +388,28 @@ QString QVQuarantineCommand::resolutionText(const QJsonObject &resolution)
         }
     }
     return text;
+}
+
+QVCliHelp::Command QVQuarantineCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral("quarantine list [--json] [--match TEXT]"),
+            QStringLiteral("quarantine restore [--to DIR] (--all | --match TEXT | ID...)"),
+            QStringLiteral("quarantine remove [--yes] (--all | --match TEXT | ID...)") },
+        QStringLiteral(
+            "Lists the fonts held in the quarantine, sorted by name, each with its id, the file it "
+            "was in and why it was moved; puts fonts back where they came from (or into a folder); "
+            "or deletes them for good, after asking. An id stays the same as long as its font is in "
+            "the quarantine, whatever is restored or removed before it; a unique beginning of an id "
+            "is enough."),
+        { { QStringLiteral("--match TEXT"),
+              QStringLiteral("The fonts whose name contains TEXT, ignoring case and "
+                             "accents (the Quarantine view's search).") },
+            { QStringLiteral("--all"), QStringLiteral("Every font in the quarantine.") },
+            { QStringLiteral("--to DIR"),
+                QStringLiteral("Restore into DIR instead of the original folders.") },
+            { QStringLiteral("-y, --yes"), QStringLiteral("Remove without asking.") },
+            { QStringLiteral("--json"), QStringLiteral("List the rows as JSON.") } },
+        { QStringLiteral("quarantine restore --match \"DejaVu Sans\""),
+            QStringLiteral("quarantine remove --yes 3f9a1c") } };
 }

@@ -5,6 +5,7 @@
 #include "store/QVReportStore.h"
 
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -45,6 +46,8 @@ int QVReportsCommand::run(const QStringList &arguments)
         return show(store, rest);
     if (action == QLatin1String("rename"))
         return rename(store, rest);
+    if (action == QLatin1String("export"))
+        return exportCopy(store, rest);
     if (action == QLatin1String("remove") || action == QLatin1String("rm"))
         return remove(store, rest);
     return usage();
@@ -53,7 +56,8 @@ int QVReportsCommand::run(const QStringList &arguments)
 int QVReportsCommand::usage()
 {
     err() << "usage: quorvel-cli reports list [--json]\n"
-             "       quorvel-cli reports show N [--open]\n"
+             "       quorvel-cli reports show [--path | --open] N\n"
+             "       quorvel-cli reports export N FILE.html\n"
              "       quorvel-cli reports rename N NAME\n"
              "       quorvel-cli reports remove N... [--yes]\n"
              "Reports are numbered oldest first, as \"reports list\" shows them.\n";
@@ -118,8 +122,10 @@ int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
 {
     QStringList rest = arguments;
     const bool open = rest.removeAll(QStringLiteral("--open")) > 0;
+    // The path is what show prints; --path says so for scripts.
+    const bool pathOnly = rest.removeAll(QStringLiteral("--path")) > 0;
     const QList<QVariantMap> records = store.recordsByDate();
-    if (rest.size() != 1)
+    if (rest.size() != 1 || (open && pathOnly))
         return usage();
     const int number = parseNumber(rest.first(), records.size());
     if (number == 0) {
@@ -146,6 +152,41 @@ int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
             return ProblemsFound;
         }
     }
+    return Success;
+}
+
+int QVReportsCommand::exportCopy(QVReportStore &store, const QStringList &arguments)
+{
+    if (arguments.size() != 2)
+        return usage();
+    const QList<QVariantMap> records = store.recordsByDate();
+    const int number = parseNumber(arguments.first(), records.size());
+    if (number == 0) {
+        err() << "quorvel-cli: no report number " << arguments.first()
+              << " (see: quorvel-cli reports list)\n";
+        err().flush();
+        return UsageError;
+    }
+    // The stored report has no extension; the copy gets one a browser knows.
+    QString target = QFileInfo(arguments.at(1)).absoluteFilePath();
+    const QString suffix = QFileInfo(target).suffix().toLower();
+    if (suffix != QLatin1String("html") && suffix != QLatin1String("htm"))
+        target += QStringLiteral(".html");
+    if (QVFileSystem::exists(target)) {
+        err() << "quorvel-cli: " << target << " exists already; nothing was written\n";
+        err().flush();
+        return UsageError;
+    }
+    const QString source = field(records.at(number - 1), "filePath");
+    QFile file(source);
+    if (!file.copy(target)) {
+        err() << "quorvel-cli: could not copy the report " << source << " to " << target << ": "
+              << file.errorString() << '\n';
+        err().flush();
+        return ProblemsFound;
+    }
+    out() << target << '\n';
+    out().flush();
     return Success;
 }
 
@@ -218,4 +259,19 @@ int QVReportsCommand::remove(QVReportStore &store, const QStringList &arguments)
     out() << "Removed " << numbers.size() << (numbers.size() == 1 ? " report.\n" : " reports.\n");
     out().flush();
     return errors.isEmpty() ? Success : ProblemsFound;
+}
+
+QVCliHelp::Command QVReportsCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral("reports list [--json]"), QStringLiteral("reports show N [--open]"),
+            QStringLiteral("reports rename N NAME"), QStringLiteral("reports remove [--yes] N...") },
+        QStringLiteral(
+            "Lists the saved reports, numbered oldest first as the Reports view lists them; prints a "
+            "report's file (or opens it in the browser); renames a report; removes reports after "
+            "asking."),
+        { { QStringLiteral("--json"), QStringLiteral("List the reports as JSON.") },
+            { QStringLiteral("--open"), QStringLiteral("Open the report in the browser.") },
+            { QStringLiteral("-y, --yes"), QStringLiteral("Remove without asking.") } },
+        { QStringLiteral("reports export 3 ~/last-run.html") } };
 }

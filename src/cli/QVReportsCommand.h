@@ -11,12 +11,14 @@ class QVReportsCommand : public QVCliCommand
 public:
     QString name() const override { return QStringLiteral("reports"); }
     QString summary() const override { return QStringLiteral("list, show, rename or remove saved reports"); }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 
 private:
     int list(QVReportStore &store, bool json);
     int show(QVReportStore &store, const QStringList &arguments);
     int rename(QVReportStore &store, const QStringList &arguments);
+    int exportCopy(QVReportStore &store, const QStringList &arguments);
     int remove(QVReportStore &store, const QStringList &arguments);
     int usage();
 };

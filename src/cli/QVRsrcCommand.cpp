@@ -174,3 +174,13 @@ int QVRsrcCommand::run(const QStringList &arguments)
     out().flush();
     return Success;
 }
+
+QVCliHelp::Command QVRsrcCommand::help() const
+{
+    return { {}, {}, { QStringLiteral("rsrc [--json] FILE") },
+        QStringLiteral("Says where a file's resource fork and Finder info live (extended attributes, an "
+                       "AppleDouble ._FILE beside it, netatalk's .AppleDouble folder, or the data fork of a "
+                       ".dfont), its type, creator and Finder flags, and lists every resource of the fork."),
+        { { QStringLiteral("--json"), QStringLiteral("Write the listing as JSON.") } },
+        { QStringLiteral("rsrc \"/srv/fonts/Times/Times\"") } };
+}

@@ -11,6 +11,7 @@ class QVRsrcCommand final : public QVCliCommand
 public:
     QString name() const override { return QStringLiteral("rsrc"); }
     QString summary() const override { return QStringLiteral("list a file's resource fork and Finder info"); }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 
     // The listing as JSON; *error gets a message when the file cannot be read.

@@ -13,5 +13,6 @@ public:
 
     QString name() const override { return QStringLiteral("scan"); }
     QString summary() const override { return QStringLiteral("find and examine the fonts in folders"); }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 };

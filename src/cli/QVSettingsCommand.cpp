@@ -161,3 +161,15 @@ int QVSettingsCommand::reset()
     out().flush();
     return Success;
 }
+
+QVCliHelp::Command QVSettingsCommand::help() const
+{
+    return { {}, {},
+        { QStringLiteral("settings list"), QStringLiteral("settings get KEY"),
+            QStringLiteral("settings set KEY VALUE..."), QStringLiteral("settings reset") },
+        QStringLiteral(
+            "Lists every preference with its value, prints one, sets one, or puts everything back to "
+            "the defaults (keeping your name and company). A value is read by the key's type: "
+            "true or false, a number, an ISO date, or a list of several words."),
+        {}, { QStringLiteral("settings set fontFolderPaths /srv/fonts /home/shared/fonts") } };
+}

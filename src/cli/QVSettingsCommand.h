@@ -11,6 +11,7 @@ class QVSettingsCommand final : public QVCliCommand
 public:
     QString name() const override { return QStringLiteral("settings"); }
     QString summary() const override { return QStringLiteral("list, get, set or reset the preferences"); }
+    QVCliHelp::Command help() const override;
     int run(const QStringList &arguments) override;
 
     // Parses text as a value of the key's type; std::nullopt when it does not fit.

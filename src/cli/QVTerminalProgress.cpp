@@ -1,5 +1,6 @@
 #include "cli/QVTerminalProgress.h"
 
+#include "cli/QVCliCommand.h"
 #include "settings/QVProgress.h"
 
 #include <algorithm>
@@ -17,7 +18,7 @@ QVTerminalProgress::QVTerminalProgress(QVProgress *progress, FILE *stream, QObje
     : QObject(parent)
     , m_progress(progress)
     , m_stream(stream)
-    , m_enabled(stream && isatty(fileno(stream)))
+    , m_enabled(stream && isatty(fileno(stream)) && !QVCliCommand::quiet())
 {
     if (m_progress)
         connect(m_progress, &QVProgress::changed, this, &QVTerminalProgress::changed);
@@ -33,15 +34,22 @@ QVTerminalProgress::~QVTerminalProgress()
 QString QVTerminalProgress::formatLine(double value, double maximum, const QString &label, int width)
 {
     const double fraction = maximum > 0 ? std::clamp(value / maximum, 0.0, 1.0) : 0.0;
-    const int filled = int(fraction * kBarWidth + 0.5);
-    QString line = QLatin1Char('[') + QString(filled, QLatin1Char('#'))
-        + QString(kBarWidth - filled, QLatin1Char('-')) + QStringLiteral("] ")
-        + QStringLiteral("%1%").arg(int(fraction * 100 + 0.5), 3);
-    if (!label.isEmpty())
-        line += QStringLiteral("  ") + label;
-    if (width > 0 && line.size() > width)
-        line.truncate(width);
-    return line;
+    auto line = [&](int barWidth) {
+        const int filled = int(fraction * barWidth + 0.5);
+        QString text = QLatin1Char('[') + QString(filled, QLatin1Char('#'))
+            + QString(barWidth - filled, QLatin1Char('-')) + QStringLiteral("] ")
+            + QStringLiteral("%1%").arg(int(fraction * 100 + 0.5), 3);
+        if (!label.isEmpty())
+            text += QStringLiteral("  ") + label;
+        return text;
+    };
+    // A narrow terminal gets a shorter bar before the text is cut.
+    QString text = line(kBarWidth);
+    if (width > 0 && text.size() > width)
+        text = line(kBarWidth / 2);
+    if (width > 0 && text.size() > width)
+        text.truncate(width);
+    return text;
 }
 
 int QVTerminalProgress::terminalWidth() const
@@ -70,8 +78,8 @@ void QVTerminalProgress::draw()
 {
     if (!m_enabled || !m_progress)
         return;
-    const QString line
-        = formatLine(m_progress->value(), m_progress->maximum(), m_progress->label(), terminalWidth());
+    const QString label = m_phase ? m_phase(m_progress->label()) : m_progress->label();
+    const QString line = formatLine(m_progress->value(), m_progress->maximum(), label, terminalWidth());
     // Return to the start of the line and erase what was there.
     std::fprintf(m_stream, "\r\033[K%s", line.toLocal8Bit().constData());
     std::fflush(m_stream);

@@ -1,6 +1,6 @@
-// Draws a QVProgress as one line on the terminal: a bar, the percentage and
-// the label ("Estimated time remaining: ..."). Draws nothing when standard
-// output is not a terminal, so piped output stays clean.
+// Draws a QVProgress as one line on the terminal: a bar, the percentage, the
+// phase the run is in and the label ("Estimated time remaining: ..."). Draws
+// nothing when its stream is not a terminal, so piped output stays clean.
 #pragma once
 
 #include <QElapsedTimer>
@@ -9,6 +9,7 @@
 #include <QString>
 #include <QTimer>
 #include <cstdio>
+#include <functional>
 
 class QVProgress;
 
@@ -22,6 +23,9 @@ public:
     ~QVTerminalProgress() override;
 
     bool isEnabled() const { return m_enabled; }
+    // Makes the text beside the bar from the progress's label at each
+    // drawing, naming the phase the run is in ("Examining (N font files)").
+    void setPhase(std::function<QString(const QString &label)> phase) { m_phase = std::move(phase); }
     void setEnabled(bool enabled) { m_enabled = enabled; }
     // Redraws now, whatever the time since the last drawing.
     void draw();
@@ -39,6 +43,7 @@ private:
     FILE *m_stream;
     bool m_enabled;
     bool m_drawn = false;
+    std::function<QString(const QString &label)> m_phase;
     QTimer m_redrawTimer;
     QElapsedTimer m_sinceDraw;
 };

@@ -1,6 +1,7 @@
 #include "diagnosis/QVDiagnosisResolution.h"
 
 #include "engine/QVFontConstants.h"
+#include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
@@ -13,7 +14,9 @@
 #include "store/QVSuitcaseSurgery.h"
 
 #include <QFileInfo>
+#include <QHash>
 #include <QMetaObject>
+#include <QSet>
 #include <QtConcurrent/QtConcurrentRun>
 
 namespace
@@ -307,6 +310,148 @@ QVDiagnosisResolution::Outcome QVDiagnosisResolution::resolveIssues()
     if (movedAny)
         Q_EMIT quarantineChanged();
     return outcome;
+}
+
+QList<QVDiagnosisResolution::PlannedStep> QVDiagnosisResolution::plan(const QVFontDataManager *dataMgr) const
+{
+    QList<PlannedStep> steps;
+    // What the steps so far would have moved: a second move of the same font
+    // or file does nothing.
+    QSet<const QVStatus *> movedFonts;
+    QSet<const QVFontFile *> movedFiles;
+    auto isMoved = [&](const QVFontRef &font) {
+        return font.fontStatus->movedToQuarantine || font.fontFile->fileMovedToQuarantine
+            || movedFonts.contains(font.fontStatus.get()) || movedFiles.contains(font.fontFile.get());
+    };
+    auto markMoved = [&](const QVFontRef &font, bool wholeFile) {
+        movedFonts.insert(font.fontStatus.get());
+        if (!wholeFile) {
+            // A suitcase gives up every size of the font's kind under its
+            // PostScript name, and the whole family when nothing else of it
+            // stays.
+            const QVStatus &taken = *font.fontStatus;
+            const bool outline = taken.fontSize == 0;
+            bool familyGone = true;
+            for (const QVStatusPtr &status : std::as_const(font.fontFile->fontStatusArray)) {
+                if (status->fontName == taken.fontName && !isMoved({ font.fontFile, status })
+                    && (status->PSname != taken.PSname || (status->fontSize == 0) != outline))
+                    familyGone = false;
+            }
+            for (const QVStatusPtr &status : std::as_const(font.fontFile->fontStatusArray)) {
+                if (status->fontName == taken.fontName
+                    && (familyGone || (status->PSname == taken.PSname && (status->fontSize == 0) == outline)))
+                    movedFonts.insert(status.get());
+            }
+        }
+        bool all = true;
+        for (const QVStatusPtr &status : std::as_const(font.fontFile->fontStatusArray))
+            all = all && (wholeFile || movedFonts.contains(status.get()));
+        if (all)
+            movedFiles.insert(font.fontFile.get());
+    };
+    QHash<QString, QList<QVFontFilePtr>> filesByFolder;
+    if (dataMgr) {
+        for (const QVFontFilePtr &item : dataMgr->fontFileItems)
+            filesByFolder[QFileInfo(item->URL).absolutePath()].append(item);
+    }
+    // The outline files that leave with a bitmap font, unless another bitmap
+    // font that stays still uses them.
+    auto outlinesOf = [&](const QVFontRef &font) {
+        QList<QVFontRef> outlines;
+        if (font.fontFile->fontFileType != 0 || font.fontStatus->fontType != 0)
+            return outlines;
+        for (const QVFontFilePtr &item : filesByFolder.value(QFileInfo(font.fontFile->URL).absolutePath())) {
+            for (const QVStatusPtr &status : std::as_const(item->fontStatusArray)) {
+                if (status->PSname != font.fontStatus->PSname || item->fontFileType != 0)
+                    continue;
+                if (status->fontType == 1 || status->fontType == 2)
+                    outlines.append({ item, status });
+                else if (status->fontType == 0 && status->index != font.fontStatus->index
+                    && !isMoved({ item, status }))
+                    return QList<QVFontRef>();
+            }
+        }
+        return outlines;
+    };
+    auto keep = [&](int row, const QVFontRef &font, const QString &why) {
+        PlannedStep step;
+        step.kind = PlannedStep::Keep;
+        step.row = row;
+        step.font = font;
+        step.defects = font.fontStatus->fontErrorsInfo;
+        step.why = why;
+        steps.append(step);
+    };
+    auto move = [&](int row, const QVFontRef &font, const QVFontRef &duplicateOf) {
+        if (isMoved(font))
+            return;
+        const QString path
+            = font.fontStatus->fontURL.isEmpty() ? font.fontFile->URL : font.fontStatus->fontURL;
+        if (QVPackageFiles::isPackageFile(path)) {
+            keep(row, font, QVPackageFiles::refusal(path));
+            return;
+        }
+        PlannedStep step;
+        step.kind = isSuitcaseFont(font.fontFile, font.fontStatus) ? PlannedStep::TakeOutOfSuitcase
+                                                                   : PlannedStep::Quarantine;
+        step.row = row;
+        step.font = font;
+        step.defects = font.fontStatus->fontErrorsInfo;
+        step.duplicateOf = duplicateOf;
+        steps.append(step);
+        markMoved(font, step.kind == PlannedStep::Quarantine);
+        if (step.kind != PlannedStep::TakeOutOfSuitcase)
+            return;
+        steps.last().emptiesSuitcase = movedFiles.contains(font.fontFile.get());
+        for (const QVFontRef &outline : outlinesOf(font)) {
+            if (isMoved(outline) || QVPackageFiles::isPackageFile(outline.fontFile->URL))
+                continue;
+            PlannedStep sister;
+            sister.row = row;
+            sister.font = outline;
+            sister.defects = font.fontStatus->fontErrorsInfo;
+            sister.outlineOf = font;
+            steps.append(sister);
+            markMoved(outline, true);
+        }
+    };
+
+    for (const int row : checkedRowsArray) {
+        if (row < 0 || row >= rowArray.size())
+            continue;
+        const QVProblemFontPtr &entry = rowArray.at(row);
+        if (getActionTitleForErrors(entry->fontStatus) == kQuarantine)
+            continue;
+        PlannedStep step;
+        step.kind = PlannedStep::Repair;
+        step.row = row;
+        step.font = { entry->fontFile, entry->fontStatus };
+        step.defects = entry->fontStatus->fontErrorsInfo;
+        step.renames = step.defects.contains(QLatin1String(QVDefect::BadFileName));
+        step.newName = step.renames ? entry->fontStatus->PS533name : QString();
+        step.fixesFlags = step.defects.contains(QLatin1String(QVDefect::IncorrectFileFlags));
+        if (QVPackageFiles::isPackageFile(entry->fontStatus->fontURL))
+            keep(row, step.font, QVPackageFiles::refusal(entry->fontStatus->fontURL));
+        else
+            steps.append(step);
+    }
+    for (const int row : checkedRowsArray) {
+        if (row < 0 || row >= rowArray.size())
+            continue;
+        const QVProblemFontPtr &entry = rowArray.at(row);
+        if (getActionTitleForErrors(entry->fontStatus) != kQuarantine)
+            continue;
+        const QVFontRef font { entry->fontFile, entry->fontStatus };
+        for (const QVFontRef &member : std::as_const(entry->duplicatesArray))
+            move(row, member, font);
+        if (keptInPlace(entry->fontStatus)) {
+            if (!entry->duplicatesArray.isEmpty() && !isMoved(font))
+                keep(row, font, QStringLiteral("the copy kept"));
+            continue;
+        }
+        move(row, font, {});
+    }
+    return steps;
 }
 
 qsizetype QVDiagnosisResolution::planMoves(const QList<int> &checked, qsizetype from)

@@ -19,6 +19,7 @@
 #include <atomic>
 #include <functional>
 
+class QVFontDataManager;
 class QVProgress;
 class QVQuarantineStore;
 class QVSuitcaseSurgery;
@@ -44,6 +45,30 @@ public:
         QString error;
     };
 
+    // One thing resolveIssues() would do, or leave, for the checked rows.
+    struct PlannedStep {
+        enum Kind { Repair, Quarantine, TakeOutOfSuitcase, Keep };
+        Kind kind = Quarantine;
+        int row = -1;
+        QVFontRef font;
+        // The defects that lead here (the reasons recorded with a move).
+        QStringList defects;
+        // Repair: the name a bad file name becomes (empty when the font has
+        // none to give), and whether Finder flags are set right.
+        QString newName;
+        bool fixesFlags = false;
+        bool renames = false;
+        // Quarantine of a duplicate: the copy that stays.
+        QVFontRef duplicateOf;
+        // The PostScript outline file that goes with a bitmap font taken out.
+        QVFontRef outlineOf;
+        // Taking the font out leaves its suitcase with no font: the empty
+        // file is deleted.
+        bool emptiesSuitcase = false;
+        // Keep: why the font stays.
+        QString why;
+    };
+
     // A window may make its store on a worker and hand it over later
     // (setStore); nothing is resolved without one.
     QVDiagnosisResolution(QVQuarantineStore *store, QVSuitcaseSurgery *surgery, QObject *parent = nullptr);
@@ -67,6 +92,14 @@ public:
     static QString getDiagnosisReasons(const QStringList &errors);
     // The text of the row's diagnosis column (also stored as its "title").
     static QString rowTitle(const QVProblemFontPtr &entry);
+
+    // What resolveIssues() would do with the checked rows, in its order,
+    // changing nothing: each repair, each font moved (a suitcase member taken
+    // out, an outline file going with its bitmap font), and the fonts that
+    // stay (the kept copy of a duplicate group, a file of an installed
+    // package). dataMgr holds the scan's files, where outline files are looked
+    // for. A move that fails when it is tried is not foreseen.
+    QList<PlannedStep> plan(const QVFontDataManager *dataMgr) const;
 
     // Repairs the checked rows, then quarantines the checked rows, each sweep
     // in the order the rows were checked, and commits the quarantine once.

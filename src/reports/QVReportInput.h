@@ -41,6 +41,10 @@ struct QVReportInput {
     // The file manager's running count of items moved into the quarantine.
     qint64 qv_total_quarantined = 0;
 
+    // False for a run that nobody resolved (the command line without
+    // --resolve): its problem fonts are "Not resolved" rather than "Ignored".
+    bool resolved = true;
+
     // "Manual Scan" or "AutoScan", and the folders examined.
     QString scanType;
     QStringList scanFolders;

@@ -27,6 +27,10 @@ QVReportManager::ShowReportHook showReportHook;
 const QString kRed = QStringLiteral("<span style=\"color:red;\">%1</span>");
 const QString kIgnored
     = QStringLiteral("<span style=\"color:red;\"><p style=\"text-align:center;\">Ignored</p></span>");
+// A run that nobody resolved (the command line without --resolve): nothing
+// was decided, so nothing is shown as turned down.
+const QString kNotResolved
+    = QStringLiteral("<span style=\"color:#777;\"><p style=\"text-align:center;\">Not resolved</p></span>");
 const QString kRepaired
     = QStringLiteral("<span style=\"color:green;\"><p style=\"text-align:center;\">Repaired</p></span>");
 const QString kMovedStar = QStringLiteral("<p style=\"text-align:center;\">Moved to<br>Quarantine*</p>");
@@ -81,13 +85,14 @@ QString locationCell(const QVStatus &status, bool noneAsText)
         .arg(esc(path), esc(status.PSname));
 }
 
-QString quarantineRule(const QVFontFile &file, const QVStatus &status, bool starAllowed, bool *usedStar)
+QString quarantineRule(
+    const QVFontFile &file, const QVStatus &status, bool starAllowed, bool *usedStar, bool resolved)
 {
     const bool moved = status.movedToQuarantine || file.fileMovedToQuarantine;
     if (!status.movedToQuarantineErrorInfo.isEmpty())
         return kRed.arg(esc(status.movedToQuarantineErrorInfo));
     if (!moved)
-        return kIgnored;
+        return resolved ? kIgnored : kNotResolved;
     if (starAllowed && status.movedSisterToQuarantine) {
         *usedStar = true;
         return kMovedStar;
@@ -95,7 +100,7 @@ QString quarantineRule(const QVFontFile &file, const QVStatus &status, bool star
     return kMoved;
 }
 
-QString corruptAction(const QVFontFile &file, const QVStatus &status, bool *usedStar)
+QString corruptAction(const QVFontFile &file, const QVStatus &status, bool *usedStar, bool resolved)
 {
     const qsizetype index = status.fontErrors.indexOf(QVErrorClass::Defect);
     if (index >= 0) {
@@ -105,7 +110,7 @@ QString corruptAction(const QVFontFile &file, const QVStatus &status, bool *used
         if (status.fixedErrors.value(index, false))
             return kRepaired;
     }
-    return quarantineRule(file, status, true, usedStar);
+    return quarantineRule(file, status, true, usedStar, resolved);
 }
 
 QString heading(qsizetype count, const char *plural, const char *singular)
@@ -248,7 +253,7 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
             = status.fontStyle.isEmpty() ? twoLineCell(file, status) : threeLineCell(file, status);
         row.qv_diagnosis_location = locationCell(status, false);
         row.qv_diagnosis_condition = esc(status.fontErrorsInfo.value(0));
-        row.qv_diagnosis_action = corruptAction(file, status, &usedStar);
+        row.qv_diagnosis_action = corruptAction(file, status, &usedStar, m_input.resolved);
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),
@@ -272,7 +277,7 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
                                  "%2<br><span style=\"color:#777;\">%3</span></div>")
                       .arg(esc(ownerStatus.fontErrorsInfo.value(e)), esc(displayName(file, status)),
                           esc(pathOf(owner.fontFile->URL)));
-            row.qv_diagnosis_action = quarantineRule(file, status, true, &usedStar);
+            row.qv_diagnosis_action = quarantineRule(file, status, true, &usedStar, m_input.resolved);
             section.append(std::move(row));
         }
     }
@@ -289,7 +294,7 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         row.qv_diagnosis_location = locationCell(status, false);
         row.qv_diagnosis_condition
             = esc(status.fontErrorsInfo.value(status.fontErrors.indexOf(QVErrorClass::MissingBitmap)));
-        row.qv_diagnosis_action = quarantineRule(file, status, false, &usedStar);
+        row.qv_diagnosis_action = quarantineRule(file, status, false, &usedStar, m_input.resolved);
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),
@@ -306,7 +311,7 @@ QVReportData QVReportManager::createReportDataDictionary(const QDateTime &date) 
         row.qv_diagnosis_location = locationCell(status, false);
         row.qv_diagnosis_condition
             = esc(status.fontErrorsInfo.value(status.fontErrors.indexOf(QVErrorClass::MissingPostScript)));
-        row.qv_diagnosis_action = quarantineRule(file, status, false, &usedStar);
+        row.qv_diagnosis_action = quarantineRule(file, status, false, &usedStar, m_input.resolved);
         section.append(std::move(row));
     }
     appendSection(rows, std::move(section),

@@ -9,12 +9,14 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QDirIterator>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTest>
 #include <csignal>
 #include <fcntl.h>
@@ -70,6 +72,37 @@ QByteArray damagedSans()
     return font.replace(font.indexOf("kern") + 4, 4, QByteArray(4, '\0'));
 }
 
+// A damaged font, a misnamed outline beside its invisible bitmap suitcase (two
+// repairs), an orphaned outline, an orphaned bitmap suitcase, a duplicate pair
+// and a name with a comma.
+bool makeMixedFolder(const QString &folder, const QString &work)
+{
+    const QString suitcase = folder + "/Type1/Nimbus Sans";
+    return writeFile(folder + "/Damaged/Sans.ttf", damagedSans())
+        && !makeLwfn(
+            folder + "/Type1", "Nimbus Wrong", "/usr/share/fonts/type1/urw-base35/NimbusSans-Regular.t1")
+                .isEmpty()
+        && makeSuitcase(
+            suitcase, withPostScriptName(ufondFork(work, { { kNimbusOtf, 10 } }), "NimbusSans-Regular"))
+        && setFinderInfo(suitcase, "FFILDMOV", 0x4000) && !makeLwfn(folder + "/Orphans", "C059Ita").isEmpty()
+        && makeSuitcase(folder + "/Orphans/C059", withPostScriptName(c059Fork(work), "C059-Roman"))
+        && !copyFont(kDejaVuSerif, folder + "/A").isEmpty()
+        && !copyFont(kDejaVuSerif, folder + "/B", "Serif, Copy.ttf").isEmpty();
+}
+
+// The files below a folder, sidecars left out (they go with their files).
+QSet<QString> filesBelow(const QString &folder)
+{
+    QSet<QString> files;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (!it.fileName().startsWith("._"))
+            files.insert(path);
+    }
+    return files;
+}
+
 class CliTest : public ::testing::Test
 {
 protected:
@@ -84,6 +117,16 @@ protected:
             EXPECT_EQ(refused.exitCode, 2) << qPrintable(arguments.join(' '));
             EXPECT_TRUE(refused.out.isEmpty()) << qPrintable(refused.out);
         }
+    }
+    // The run's JSON checked against its schema in docs/schemas.
+    void expectSchema(const CliRun &run, const QString &schema)
+    {
+        const QString document = home.writeFile("document.json", run.out.toUtf8());
+        const ToolRun checked = runTool("python3",
+            { QStringLiteral(QV_SCRIPTS_DIR "/check-json-schema.py"),
+                QStringLiteral(QV_SCRIPTS_DIR "/../docs/schemas/") + schema + ".schema.json", document });
+        EXPECT_EQ(checked.exitCode, 0)
+            << qPrintable(schema) << ": " << checked.out.constData() << checked.err.constData();
     }
     void start(QProcess &process, const QStringList &arguments, const QVTestHome &in)
     {
@@ -242,6 +285,162 @@ TEST_F(CliTest, DiagnoseResolvesReportsAndCountsOneThingEverywhere)
     EXPECT_TRUE(none.err.contains("Choose at least one diagnosis")) << qPrintable(none.err);
 }
 
+TEST_F(CliTest, ThePlanIsWhatTheResolutionDoesOnlyLimitsBothAndEveryJsonFitsItsSchema)
+{
+    const QString fonts = home.path() + "/Mixed";
+    ASSERT_TRUE(makeMixedFolder(fonts, home.path() + "/work"));
+    const QSet<QString> before = filesBelow(fonts);
+    auto plan = [&](const QStringList &only) {
+        const CliRun run = cli(QStringList { "diagnose", "--plan", "--json" } + only + QStringList { fonts });
+        EXPECT_EQ(run.exitCode, 1) << qPrintable(run.err);
+        expectSchema(run, "diagnose");
+        return json(run)["plan"].toArray();
+    };
+    QStringList actions;
+    for (const QJsonValue &step : plan({}))
+        actions << step["action"].toString();
+    actions.removeDuplicates();
+    actions.sort();
+    EXPECT_EQ(actions, (QStringList { "keep", "quarantine", "repair", "takeOutOfSuitcase" }));
+    for (const auto &[only, allowed] :
+        { std::pair { "duplicates", "keep quarantine" }, std::pair { "repairs", "repair" },
+            std::pair { "orphans,damaged", "quarantine takeOutOfSuitcase" } }) {
+        for (const QJsonValue &step : plan({ "--only", only })) {
+            EXPECT_TRUE(QString(allowed).split(' ').contains(step["action"].toString())) << only;
+            EXPECT_EQ(step["action"].toString() == "keep" || step.toObject().contains("duplicateOf"),
+                QLatin1String(only) == QLatin1String("duplicates"));
+        }
+    }
+    EXPECT_EQ(filesBelow(fonts), before);
+
+    // As CSV: a header and a line per font, the comma in a name quoted.
+    const CliRun csv = cli({ "diagnose", "--format", "csv", fonts });
+    const QString table = home.writeFile("table.csv", csv.out.toUtf8());
+    EXPECT_EQ(python("import csv, sys\nrows = list(csv.reader(open(sys.argv[1], newline='')))\n"
+                     "print(len(rows), sorted(set(map(len, rows))), rows[0][-2:], any('Serif, Copy' in r[0] "
+                     "for r in rows))",
+                  { table }),
+        QStringLiteral("%1 [15] ['diagnosis', 'action'] True\n")
+            .arg(json(cli({ "scan", "--json", fonts }))["totalFonts"].toInt() + 1));
+    // Every other JSON output against its schema.
+    expectSchema(cli({ "scan", "--json", fonts }), "scan");
+    expectSchema(
+        cli({ "examine", "--json", fonts + "/B/Serif, Copy.ttf", fonts + "/Damaged/Sans.ttf" }), "examine");
+    expectSchema(cli({ "rsrc", "--json", fonts + "/Orphans/C059" }), "rsrc");
+    // Quiet: the problems only; log lines reach stderr only when asked for.
+    ASSERT_EQ(cli({ "settings", "set", "doLogging", "true" }).exitCode, 0);
+    const CliRun quiet = cli({ "--quiet", "diagnose", fonts }), verbose = cli({ "diagnose", "-v", fonts });
+    EXPECT_TRUE(quiet.out.startsWith("Found Duplicate Fonts:") && quiet.err.isEmpty())
+        << qPrintable(quiet.out + quiet.err);
+    EXPECT_EQ(verbose.out, cli({ "diagnose", fonts }).out);
+    EXPECT_TRUE(
+        verbose.err.contains("quorvel.diagnosis: ") && verbose.err.contains("quorvel-cli: diagnosing: "))
+        << qPrintable(verbose.err);
+    EXPECT_TRUE(QString::fromUtf8(readFile(home.dataHome() + "/Quorvel/Quorvel.log"))
+                    .contains("quorvel.diagnosis: "));
+
+    // A report of a run not resolved says so, instead of "Ignored".
+    const QString unresolved = json(cli({ "diagnose", "--json", "--report", fonts }))["report"].toString();
+    const QString html = QString::fromUtf8(readFile(unresolved));
+    EXPECT_TRUE(html.contains("Not resolved") && !html.contains("Ignored")) << qPrintable(unresolved);
+
+    // Only the repairs, then the rest: each resolution does what its plan said, nothing else.
+    QSet<QString> expected = before;
+    for (const QStringList &only : { QStringList { "--only", "repairs" }, QStringList {} }) {
+        const QJsonArray steps = plan(only);
+        QStringList planned, repairs;
+        for (const QJsonValue &step : steps) {
+            const QString action = step["action"].toString(), path = step["path"].toString();
+            if (action == "repair") {
+                repairs << step["fontName"].toString();
+                if (step.toObject().contains("newPath")) {
+                    expected.remove(path);
+                    expected.insert(step["newPath"].toString());
+                }
+            } else if (action != "keep") {
+                planned << step["fontName"].toString() + " " + path;
+                if (action == "quarantine" || step["emptiesSuitcase"].toBool())
+                    expected.remove(path);
+            }
+        }
+        const CliRun run = cli(QStringList { "diagnose", "--resolve", "--yes", "--json", "--report" } + only
+            + QStringList { fonts });
+        ASSERT_EQ(run.exitCode, 1) << qPrintable(run.err);
+        expectSchema(run, "diagnose");
+        QStringList quarantined, repaired;
+        for (const QJsonValue &font : json(run)["resolution"]["quarantined"].toArray())
+            quarantined << font["fontName"].toString() + " " + font["path"].toString();
+        for (const QJsonValue &font : json(run)["resolution"]["repaired"].toArray())
+            repaired << font["fontName"].toString();
+        for (QStringList *list : { &planned, &quarantined, &repairs, &repaired })
+            list->sort();
+        EXPECT_EQ(quarantined, planned);
+        EXPECT_EQ(repaired, repairs);
+        EXPECT_EQ(filesBelow(fonts), expected);
+        EXPECT_EQ(only.isEmpty(), !quarantined.isEmpty());
+    }
+    expectRefused(
+        { { "diagnose", "--only", "repairs", fonts }, { "diagnose", "--plan", "--only", "broken", fonts },
+            { "diagnose", "--dry-run", fonts }, { "diagnose", "--format", "xml", fonts } });
+
+    expectSchema(cli({ "quarantine", "list", "--json" }), "quarantine-list");
+    expectSchema(cli({ "reports", "list", "--json" }), "reports-list");
+}
+
+// On a terminal, a resolution shows its plan and asks first.
+TEST_F(CliTest, OnATerminalAResolutionShowsItsPlanAndAsks)
+{
+    const QString fonts = home.path() + "/Fonts";
+    copyFont(kDejaVuSerif, fonts + "/A");
+    copyFont(kDejaVuSerif, fonts + "/B");
+    for (const char *answer : { "n", "y" }) {
+        QProcess terminal;
+        terminal.setProcessEnvironment(cliEnvironment(home));
+        terminal.start(
+            "script", { "-qfec", "'" QV_CLI_PATH "' diagnose --resolve '" + fonts + "'", "/dev/null" });
+        ASSERT_TRUE(terminal.waitForStarted(10000));
+        QString screen;
+        QDeadlineTimer deadline(120000);
+        while (!screen.contains("[y/N]") && !deadline.hasExpired() && terminal.state() == QProcess::Running) {
+            terminal.waitForReadyRead(200);
+            screen += QString::fromUtf8(terminal.readAllStandardOutput());
+        }
+        EXPECT_TRUE(screen.contains("Quarantine DejaVu Serif: duplicate of DejaVu Serif"))
+            << qPrintable(screen);
+        terminal.write(answer + QByteArray("\n"));
+        ASSERT_TRUE(terminal.waitForFinished(60000));
+        screen += QString::fromUtf8(terminal.readAllStandardOutput());
+        EXPECT_EQ(screen.contains("Nothing was changed."), *answer == 'n') << qPrintable(screen);
+        EXPECT_EQ(filesBelow(fonts).size(), *answer == 'n' ? 2 : 1);
+    }
+}
+
+TEST_F(CliTest, EveryCommandAnswersHelpWithAnExampleAndTheManualPageSaysTheSame)
+{
+    const CliRun program = cli({ "--help" });
+    ASSERT_EQ(program.exitCode, 0);
+    const QString page = home.path() + "/quorvel-cli.1";
+    ASSERT_EQ(cli({ "help-man", page }).exitCode, 0);
+    const QString man = QString::fromUtf8(readFile(page)).replace("\\-", "-");
+    const QStringList commands = program.out.section("Commands:\n", 1).section("\n\n", 0, 0).split('\n');
+    ASSERT_GE(commands.size(), 9);
+    for (const QString &line : commands) {
+        const QString name = line.simplified().section(' ', 0, 0);
+        for (const QStringList &arguments :
+            { QStringList { name, "--help" }, QStringList { name, "list", "-h" } }) {
+            const CliRun help = cli(arguments);
+            EXPECT_EQ(help.exitCode, 0) << qPrintable(name);
+            EXPECT_TRUE(help.out.startsWith("Usage: quorvel-cli " + name) && help.err.isEmpty())
+                << qPrintable(help.out);
+            const QString example = help.out.section("Example", 1).section('\n', 1, 1).trimmed();
+            EXPECT_TRUE(example.startsWith("quorvel-cli " + name)) << qPrintable(help.out);
+            EXPECT_TRUE(man.contains(".SS " + name + '\n') && man.contains(example)) << qPrintable(example);
+        }
+    }
+    EXPECT_EQ(cli({ "quarantine", "restore", "--help" }).out, cli({ "quarantine", "-h" }).out);
+    expectRefused({ { "--quiet", "--verbose", "scan" }, { "help-man" } });
+}
+
 TEST_F(CliTest, EveryOutputIsTheSameWhateverTheNumberOfJobs)
 {
     // Forks in each place, an outline file, damage, duplicates and an empty file.
@@ -314,7 +513,8 @@ TEST_F(CliTest, ASignalStopsAResolutionAfterTheFontInHandAndKeepsWhatItDid)
     }
 }
 
-// On a terminal (a pseudo-terminal made by script(1)) the scan draws its bar and estimate; Ctrl-C stops it.
+// On a terminal (a pseudo-terminal made by script(1)) the scan draws its bar, phase and estimate on stderr;
+// Ctrl-C stops it.
 TEST_F(CliTest, OnATerminalAScanShowsProgressAndCtrlCCancels)
 {
     const QString tree = home.path() + "/tree";
@@ -323,7 +523,10 @@ TEST_F(CliTest, OnATerminalAScanShowsProgressAndCtrlCCancels)
     ASSERT_EQ(made.exitCode, 0) << made.err.constData();
     QProcess terminal;
     terminal.setProcessEnvironment(cliEnvironment(home));
-    terminal.start("script", { "-qfec", "'" QV_CLI_PATH "' scan '" + tree + "'", "/dev/null" });
+    // Standard output goes to a file: the bar stays on the terminal, on stderr.
+    const QString output = home.path() + "/out.txt";
+    terminal.start(
+        "script", { "-qfec", "'" QV_CLI_PATH "' scan '" + tree + "' >'" + output + "'", "/dev/null" });
     ASSERT_TRUE(terminal.waitForStarted(10000));
     QString screen;
     QDeadlineTimer deadline(240000);
@@ -333,13 +536,13 @@ TEST_F(CliTest, OnATerminalAScanShowsProgressAndCtrlCCancels)
         screen += QString::fromUtf8(terminal.readAllStandardOutput());
     }
     ASSERT_TRUE(screen.contains("Estimated time remaining: ")) << qPrintable(screen.right(400));
-    EXPECT_TRUE(screen.contains('\r') && screen.contains('%'));
+    EXPECT_TRUE(screen.contains('\r') && screen.contains('%') && screen.contains("Examining - "));
     terminal.write("\x03"); // Ctrl-C as the terminal sends it
     ASSERT_TRUE(terminal.waitForFinished(60000));
     screen += QString::fromUtf8(terminal.readAllStandardOutput());
     EXPECT_EQ(terminal.exitCode(), 130) << qPrintable(screen.right(400));
     EXPECT_TRUE(screen.contains("scan cancelled")) << qPrintable(screen.right(400));
-    EXPECT_FALSE(screen.contains(" font files, ")); // no font list after a cancelled scan
+    EXPECT_TRUE(readFile(output).isEmpty()); // no font list after a cancelled scan, no bar
 }
 
 TEST_F(CliTest, ASidecarThatIsALinkIsNeitherFollowedNorMoved)
@@ -428,7 +631,8 @@ TEST_F(CliTest, OrganizeCopiesHealthyFontsKeepsItsChoicesAndRefusesBadArguments)
     const QString fresh = home.path() + "/Fresh", lib = "--library";
     QDir().mkpath(fresh + "/Library");
     expectRefused({ { "organize", fresh }, { "organize", lib, library, "--name", "style", fresh },
-        { "organize", lib, home.path() + "/nowhere", fresh }, { "organize", lib, fresh + "/Library", fresh },
+        { "organize", lib, fresh + "/Library/sub", fresh }, { "organize", lib, fresh + "/Library", fresh },
+        { "organize", lib, home.writeFile("file", "x") + "/Library", fresh },
         { "organize", lib, library, "--copy", "--move", fresh },
         { "organize", lib, library, "--no-family-folders", "--family-folders", fresh },
         { "organize", lib, library, "--name", "family", "--name", "file", fresh } });
@@ -450,6 +654,11 @@ TEST_F(CliTest, OrganizeCopiesHealthyFontsKeepsItsChoicesAndRefusesBadArguments)
     EXPECT_TRUE(move.err.startsWith("Source Files Locked: ")) << qPrintable(move.err);
     EXPECT_EQ(copy.exitCode, 0) << qPrintable(copy.err);
     EXPECT_TRUE(QFile::exists(library + "/DejaVuSans.ttf") && QFile::exists(fresh + "/DejaVuSans.ttf"));
+    // A library not there yet is made, after saying so.
+    const CliRun made = cli({ "organize", lib, home.path() + "/New/Library", "--copy", fresh });
+    EXPECT_EQ(made.exitCode, 0) << qPrintable(made.err);
+    EXPECT_TRUE(made.err.contains("creating the library folder")
+        && QFile::exists(home.path() + "/New/Library/DejaVuSans.ttf"));
 }
 
 TEST_F(CliTest, QuarantineListsRestoresAndRemovesUnderTheFilesOwnBytes)
@@ -461,38 +670,49 @@ TEST_F(CliTest, QuarantineListsRestoresAndRemovesUnderTheFilesOwnBytes)
         ASSERT_TRUE(writeRaw(fonts + "/" + name, "damaged " + name));
     ASSERT_TRUE(setFinderInfo(home.path() + "/fonts/Zeta.otf", "OTTOmovr"));
     ASSERT_EQ(cli({ "diagnose", "--resolve", home.path() + "/fonts" }).exitCode, 1);
+    auto ids = [&] {
+        QStringList list;
+        for (const QJsonValue &row : json(cli({ "quarantine", "list", "--json" })).toArray())
+            list << row["id"].toString();
+        return list;
+    };
     const CliRun listed = cli({ "quarantine", "list", "--json" });
     ASSERT_EQ(listed.exitCode, 0) << qPrintable(listed.err);
     const QJsonArray rows = json(listed).toArray();
     ASSERT_EQ(rows.size(), 3);
-    EXPECT_EQ(rows[0]["number"].toInt(), 1);
     EXPECT_EQ(rows[1]["quarantineFileName"].toString(), "Br\u00e9k.otf");
-    EXPECT_FALSE(rows[2]["reason"].toString().isEmpty());
+    EXPECT_EQ(rows[2]["reasons"].toArray().size(), 1) << qPrintable(listed.out);
+    const QStringList before = ids();
     EXPECT_TRUE(cli({ "quarantine", "list" })
-                    .out.startsWith(
-                        "   1  Alpha.otf  (Alpha.otf)\n      from " + home.path() + "/fonts/Alpha.otf\n"));
+                    .out.startsWith(before[0] + "  Alpha.otf  (Alpha.otf)\n          from " + home.path()
+                        + "/fonts/Alpha.otf\n"));
     EXPECT_EQ(readRaw(fonts + "/Br\x8ek.otf"), "<missing>");
 
-    CliRun run = cli({ "quarantine", "restore", "2" });
+    // By id: the others keep theirs.
+    CliRun run = cli({ "quarantine", "restore", before[1] });
     ASSERT_EQ(run.exitCode, 0) << qPrintable(run.err);
     EXPECT_EQ(run.out, "Restored 1 of 1 font.\n");
     EXPECT_EQ(readRaw(fonts + "/Br\x8ek.otf"), "damaged Br\x8ek.otf");
+    EXPECT_EQ(ids(), (QStringList { before[0], before[2] }));
     const QString elsewhere = home.path() + "/elsewhere";
     QDir().mkpath(elsewhere);
-    ASSERT_EQ(cli({ "quarantine", "restore", "--to", elsewhere, "2" }).exitCode, 0);
+    ASSERT_EQ(cli({ "quarantine", "restore", "--to", elsewhere, before[2].left(4) }).exitCode, 0);
     EXPECT_EQ(
         QDir(elsewhere).entryList(QDir::Files | QDir::Hidden), (QStringList { "._Zeta.otf", "Zeta.otf" }));
-    expectRefused({ { "quarantine", "restore", "--to", home.path() + "/none", "1" },
-        { "quarantine", "list", "extra" } });
+    expectRefused({ { "quarantine", "restore", "--to", home.path() + "/none", before[0] },
+        { "quarantine", "list", "extra" }, { "quarantine", "restore", "1" },
+        { "quarantine", "restore", "--all", before[0] }, { "quarantine", "remove", "--match", "zzz" } });
 
-    run = cli({ "quarantine", "remove", "1" }, "n\n");
+    run = cli({ "quarantine", "remove", "--match", "ALP" }, "n\n");
     EXPECT_EQ(run.exitCode, 0);
-    EXPECT_TRUE(run.err.contains("Nothing was removed.")) << qPrintable(run.err);
-    ASSERT_EQ(cli({ "quarantine", "remove", "1" }, "y\n").exitCode, 0);
+    EXPECT_TRUE(run.err.contains(before[0] + "  Alpha.otf") && run.err.contains("Nothing was removed."))
+        << qPrintable(run.err);
+    EXPECT_EQ(cli({ "quarantine", "list", "--match", "zeta" }).out, "No font matches.\n");
+    ASSERT_EQ(cli({ "quarantine", "remove", "--all" }, "y\n").exitCode, 0);
     EXPECT_EQ(cli({ "quarantine", "list" }).out, "The quarantine is empty.\n");
     EXPECT_EQ(QDir(home.dataHome() + "/Quorvel/Quarantine").entryList(QDir::Files | QDir::Hidden),
         QStringList { "dataSource" });
-    EXPECT_EQ(cli({ "quarantine", "remove", "--yes", "1" }).exitCode, 2);
+    EXPECT_EQ(cli({ "quarantine", "remove", "--yes", before[0] }).exitCode, 2);
 }
 
 TEST_F(CliTest, ResolutionsSharingADataFolderTakeTurnsAndLoseNoRecord)
@@ -563,8 +783,14 @@ TEST_F(CliTest, ReportsAreListedOldestFirstShownRenamedAndRemovedAfterAsking)
     for (const QJsonValue &report : list)
         paths << report["filePath"].toString();
     EXPECT_EQ(cli({ "reports", "show", "2" }).out, paths.at(1) + '\n');
+    EXPECT_EQ(cli({ "reports", "show", "--path", "2" }).out, paths.at(1) + '\n');
+    // A copy a browser opens: ".html" added when missing, nothing overwritten.
+    const QString copy = home.path() + "/studio";
+    EXPECT_EQ(cli({ "reports", "export", "2", copy }).out, copy + ".html\n");
+    EXPECT_EQ(readFile(copy + ".html"), readFile(paths.at(1)));
     expectRefused({ { "reports", "show", "4" }, { "reports", "show", "x" }, { "reports", "frobnicate" },
-        { "reports", "rename", "1", "" } });
+        { "reports", "rename", "1", "" }, { "reports", "export", "2", copy + ".html" },
+        { "reports", "show", "--path", "--open", "1" } });
     EXPECT_EQ(cli({ "reports", "rename", "1", "January", "job" }).exitCode, 0);
     EXPECT_EQ(json(cli({ "reports", "list", "--json" }))[0]["reportName"].toString(), "January job");
     // Declined, or no answer at all: nothing goes.
