@@ -122,7 +122,7 @@ protected:
     void expectSchema(const CliRun &run, const QString &schema)
     {
         const QString document = home.writeFile("document.json", run.out.toUtf8());
-        const ToolRun checked = runTool("python3",
+        const ToolRun checked = runTool("/usr/bin/python3",
             { QStringLiteral(QV_SCRIPTS_DIR "/check-json-schema.py"),
                 QStringLiteral(QV_SCRIPTS_DIR "/../docs/schemas/") + schema + ".schema.json", document });
         EXPECT_EQ(checked.exitCode, 0)
