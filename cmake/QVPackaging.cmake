@@ -53,13 +53,13 @@ install(FILES ${QV_MAN_DIR}/quorvel-cli.1.gz ${QV_MAN_DIR}/quorvel.1.gz DESTINAT
 
 # What Debian asks of every package's documentation folder.
 set(QV_DOC_DIR "${PROJECT_BINARY_DIR}/doc")
-add_custom_command(OUTPUT ${QV_DOC_DIR}/changelog.Debian.gz
+add_custom_command(OUTPUT ${QV_DOC_DIR}/changelog.gz
   COMMAND ${CMAKE_COMMAND} -E make_directory ${QV_DOC_DIR}
-  COMMAND ${CMAKE_COMMAND} -E copy ${QV_PACKAGING_DIR}/changelog.Debian ${QV_DOC_DIR}/changelog.Debian
-  COMMAND gzip -9nf ${QV_DOC_DIR}/changelog.Debian
-  DEPENDS ${QV_PACKAGING_DIR}/changelog.Debian)
-add_custom_target(quorvel-doc ALL DEPENDS ${QV_DOC_DIR}/changelog.Debian.gz)
-install(FILES ${QV_PACKAGING_DIR}/copyright ${QV_DOC_DIR}/changelog.Debian.gz
+  COMMAND ${CMAKE_COMMAND} -E copy ${QV_PACKAGING_DIR}/changelog ${QV_DOC_DIR}/changelog
+  COMMAND gzip -9nf ${QV_DOC_DIR}/changelog
+  DEPENDS ${QV_PACKAGING_DIR}/changelog)
+add_custom_target(quorvel-doc ALL DEPENDS ${QV_DOC_DIR}/changelog.gz)
+install(FILES ${QV_PACKAGING_DIR}/copyright ${QV_DOC_DIR}/changelog.gz
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/quorvel)
 
 set(CPACK_PACKAGE_NAME "quorvel")
@@ -74,16 +74,21 @@ set(CPACK_DEBIAN_FILE_NAME "DEB-DEFAULT")
 set(CPACK_DEBIAN_PACKAGE_SECTION "graphics")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY "optional")
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://quorvel.org/")
-set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "font doctor for large Mac and PC font collections
- Quorvel examines TrueType, OpenType, PostScript Type 1 and Type 3 fonts and
- classic Mac suitcases with their resource forks (kept in extended attributes,
- AppleDouble files or netatalk folders). It finds damaged, duplicate and
- orphaned fonts, repairs what can be repaired, moves the rest into a
- quarantine from which they can be restored, gathers healthy fonts into a
- library folder tree and writes an HTML report of every diagnosis.
- .
- The package holds the desktop application (quorvel), the command line
- (quorvel-cli) and the auto-scan helpers.")
+set(QV_PACKAGE_HOLDS "the desktop application (quorvel) and the command
+line (quorvel-cli)")
+if(TARGET quorvel-handler OR TARGET quorvel-scheduler)
+  set(QV_PACKAGE_HOLDS "the desktop application (quorvel), the command line
+(quorvel-cli) and the auto-scan helpers")
+endif()
+# The summary above is the first line; CPack indents these lines beneath it.
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "Quorvel examines TrueType, OpenType, PostScript Type 1 and Type 3 fonts and
+classic Mac suitcases with their resource forks (kept in extended attributes,
+AppleDouble files or netatalk folders). It finds damaged, duplicate and
+orphaned fonts, repairs what can be repaired, moves the rest into a
+quarantine from which they can be restored, gathers healthy fonts into a
+library folder tree and writes an HTML report of every diagnosis.
+
+The package holds ${QV_PACKAGE_HOLDS}.")
 # Libraries from the binaries themselves; the tools run by path beside them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 # The report viewer's engine runs in a process of its own; update checks over

@@ -28,7 +28,7 @@ need /usr/share/icons/hicolor/scalable/apps/org.quorvel.Quorvel.svg
 need /usr/share/man/man1/quorvel-cli.1.gz
 need /usr/share/man/man1/quorvel.1.gz
 need /usr/share/doc/quorvel/copyright
-need /usr/share/doc/quorvel/changelog.Debian.gz
+need /usr/share/doc/quorvel/changelog.gz
 if grep -v '^/usr/' "$work/files" | grep -qv '^/$'; then
   echo "files outside /usr:"; grep -v '^/usr/' "$work/files" | grep -v '^/$'; fail=1
 fi
