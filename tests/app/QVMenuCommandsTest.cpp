@@ -364,6 +364,14 @@ TEST_F(MenuTest, HelpPagesLinkToEachOtherAndAboutNamesVersionAndLibraries)
     for (const char *library : { "Qt 6.", "Qt WebEngine 6.", "FreeType 2.", "Fontconfig 2." })
         EXPECT_TRUE(text.contains(QLatin1String(library))) << library;
     EXPECT_TRUE(text.contains(QStringLiteral("All rights reserved")));
+    about->close();
+
+    // Printing needs a report window; without one the command says how to get one.
+    menuItem(QStringLiteral("File"), QStringLiteral("Print Report…"))->trigger();
+    QMessageBox *none = alert(QStringLiteral("noReportShown"));
+    ASSERT_NE(none, nullptr);
+    EXPECT_TRUE(none->informativeText().contains(QStringLiteral("Reports view")));
+    none->buttons().first()->click();
 }
 
 } // namespace
