@@ -17,14 +17,14 @@ BUILD_PACKAGES=(
 )
 
 # Fonts and font tools made by others: the tests read what they write. clang
-# and its libFuzzer runtime build the fuzz harnesses. The package test checks
-# the desktop entry, the AppStream data and the manual page with their own tools.
+# and its libFuzzer runtime build the fuzz harnesses.
 TEST_PACKAGES=(
   fonts-dejavu-core fonts-urw-base35 fonts-noto-core
+  # The package test checks the desktop entry, AppStream data and manual page.
+  appstream desktop-file-utils groff-base
   t1utils fondu otf2bdf python3-fonttools ruby-prawn
   attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils libglib2.0-bin
   clang libclang-rt-14-dev
-  appstream desktop-file-utils groff-base
 )
 
 wanted=("${BUILD_PACKAGES[@]}")
