@@ -38,18 +38,35 @@ if(TARGET qv-icon-render)
   install(DIRECTORY ${QV_ICON_DIR}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor)
 endif()
 
-# Manual pages: the command line's is filled from its own --help at build time.
+# Manual pages. Where the command line writes its own from its help texts
+# (and installs it), that page is only compressed as Debian wants; otherwise
+# one is filled from its --help here. The application's is written by hand.
 set(QV_MAN_DIR "${PROJECT_BINARY_DIR}/man")
-add_custom_command(OUTPUT ${QV_MAN_DIR}/quorvel-cli.1.gz ${QV_MAN_DIR}/quorvel.1.gz
-  COMMAND ${CMAKE_COMMAND} -DCLI=$<TARGET_FILE:quorvel-cli> -DTEMPLATE=${PROJECT_SOURCE_DIR}/docs/quorvel-cli.1.in
-          -DVERSION=${PROJECT_VERSION} -DOUT=${QV_MAN_DIR}/quorvel-cli.1 -P ${PROJECT_SOURCE_DIR}/cmake/QVManPage.cmake
-  COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/docs/quorvel.1 ${QV_MAN_DIR}/quorvel.1
-  COMMAND gzip -9nf ${QV_MAN_DIR}/quorvel-cli.1 ${QV_MAN_DIR}/quorvel.1
+set(QV_MAN_PAGES ${QV_MAN_DIR}/quorvel.1.gz)
+set(QV_MAN_COMMANDS COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/docs/quorvel.1 ${QV_MAN_DIR}/quorvel.1)
+set(QV_MAN_GZIP ${QV_MAN_DIR}/quorvel.1)
+if(TARGET quorvel-cli-man)
+  install(CODE "
+    set(page \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/quorvel-cli.1\")
+    if(EXISTS \"\${page}\")
+      execute_process(COMMAND gzip -9nf \"\${page}\" COMMAND_ERROR_IS_FATAL ANY)
+    endif()")
+else()
+  list(APPEND QV_MAN_PAGES ${QV_MAN_DIR}/quorvel-cli.1.gz)
+  list(APPEND QV_MAN_COMMANDS
+    COMMAND ${CMAKE_COMMAND} -DCLI=$<TARGET_FILE:quorvel-cli> -DTEMPLATE=${PROJECT_SOURCE_DIR}/docs/quorvel-cli.1.in
+            -DVERSION=${PROJECT_VERSION} -DOUT=${QV_MAN_DIR}/quorvel-cli.1 -P ${PROJECT_SOURCE_DIR}/cmake/QVManPage.cmake)
+  list(APPEND QV_MAN_GZIP ${QV_MAN_DIR}/quorvel-cli.1)
+endif()
+add_custom_command(OUTPUT ${QV_MAN_PAGES}
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${QV_MAN_DIR}
+  ${QV_MAN_COMMANDS}
+  COMMAND gzip -9nf ${QV_MAN_GZIP}
   DEPENDS quorvel-cli ${PROJECT_SOURCE_DIR}/docs/quorvel-cli.1.in ${PROJECT_SOURCE_DIR}/docs/quorvel.1
           ${PROJECT_SOURCE_DIR}/cmake/QVManPage.cmake
   COMMENT "Writing the manual pages")
-add_custom_target(quorvel-man ALL DEPENDS ${QV_MAN_DIR}/quorvel-cli.1.gz ${QV_MAN_DIR}/quorvel.1.gz)
-install(FILES ${QV_MAN_DIR}/quorvel-cli.1.gz ${QV_MAN_DIR}/quorvel.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+add_custom_target(quorvel-man ALL DEPENDS ${QV_MAN_PAGES})
+install(FILES ${QV_MAN_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 # What Debian asks of every package's documentation folder.
 set(QV_DOC_DIR "${PROJECT_BINARY_DIR}/doc")

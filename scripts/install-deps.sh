@@ -20,11 +20,11 @@ BUILD_PACKAGES=(
 # and its libFuzzer runtime build the fuzz harnesses.
 TEST_PACKAGES=(
   fonts-dejavu-core fonts-urw-base35 fonts-noto-core
-  # The package test checks the desktop entry, AppStream data and manual page.
-  appstream desktop-file-utils groff-base
   t1utils fondu otf2bdf python3-fonttools ruby-prawn
   attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils libglib2.0-bin
   clang libclang-rt-14-dev
+  # The package test checks the desktop entry, AppStream data and manual page.
+  appstream desktop-file-utils groff-base
 )
 
 wanted=("${BUILD_PACKAGES[@]}")
