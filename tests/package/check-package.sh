@@ -47,8 +47,10 @@ appstreamcli validate --no-net "$root/metainfo/org.quorvel.Quorvel.metainfo.xml"
   || { cat "$work/as.log"; fail=1; }
 # The manual page lists every command that --help lists, and reads without warnings.
 zcat "$root/man/man1/quorvel-cli.1.gz" >"$work/quorvel-cli.1"
-for cmd in $(ASAN_OPTIONS=detect_leaks=0 "$build/bin/quorvel-cli" --help | sed -n '/^Commands:/,$p' | awk 'NR>1{print $1}'); do
-  grep -q "^  $cmd " "$work/quorvel-cli.1" || { echo "man page lacks the command $cmd"; fail=1; }
+commands=$(ASAN_OPTIONS=detect_leaks=0 "$build/bin/quorvel-cli" --help | sed -n '/^Commands:/,$p' | awk 'NR>1 && NF{print $1}')
+[ -n "$commands" ] || { echo "quorvel-cli --help lists no commands"; fail=1; }
+for cmd in $commands; do
+  grep -qw -- "$cmd" "$work/quorvel-cli.1" || { echo "man page lacks the command $cmd"; fail=1; }
 done
 warnings=$(LC_ALL=C.UTF-8 groff -man -Tutf8 -ww -z "$work/quorvel-cli.1" 2>&1 || true)
 [ -z "$warnings" ] || { echo "man page: $warnings"; fail=1; }
