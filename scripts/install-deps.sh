@@ -25,6 +25,8 @@ TEST_PACKAGES=(
   attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils libglib2.0-bin
   at-spi2-core python3-pyatspi
   clang libclang-rt-14-dev
+  # The package test checks the desktop entry, AppStream data and manual page.
+  appstream desktop-file-utils groff-base
 )
 
 wanted=("${BUILD_PACKAGES[@]}")

@@ -109,9 +109,23 @@ def row_buttons():
                       % (info, ink)))
 
 
+def app_icon():
+    # The program's own icon: the Selected buttons' tile with a letter A and a
+    # round badge with a cross, for a program that looks after fonts. Strokes
+    # are 3 units here, not 2: the icon is also drawn at 16 and 24 px.
+    write("quorvel",
+          svg(48, '<rect x="1" y="1" width="46" height="46" rx="8" fill="%s"/>'
+                  '<g fill="none" stroke="#ffffff" stroke-width="3" stroke-linecap="round" '
+                  'stroke-linejoin="round"><path d="M9 36L18.5 11L28 36"/><path d="M12.5 27.5h12"/></g>'
+                  '<circle cx="34" cy="34" r="9.5" fill="#ffffff" stroke="%s" stroke-width="2"/>'
+                  '<path d="M34 29v10M29 34h10" fill="none" stroke="%s" stroke-width="3" stroke-linecap="round"/>'
+                  % (BRAND, BRAND, BRAND)))
+
+
 if __name__ == "__main__":
     os.makedirs(OUT, exist_ok=True)
     buttons()
     status_icons()
     dots()
     row_buttons()
+    app_icon()

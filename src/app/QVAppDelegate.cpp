@@ -149,12 +149,11 @@ void QVAppDelegate::applicationDidFinishLaunching()
     selectButton(QVMainWindow::ScanView);
     m_settingsTabItem->setStateFromUserPrefs();
 
-    // Updates are announced by a feed whose address would come from the
-    // settings; none is configured, so nothing is fetched, and saying so once
-    // beats a silent check that cannot happen.
+    installMenuCommands();
+    // A feed address must be set for a check to look anywhere.
     m_automaticallyChecksForUpdates = m_settings->checkForUpdates();
-    if (m_automaticallyChecksForUpdates)
-        qCInfo(lcHelpers) << "Update checks are on, but no update feed is configured: none is made";
+    if (m_automaticallyChecksForUpdates && !m_settings->updateFeedURL().isEmpty())
+        checkForUpdates(false);
 
     connect(
         m_helperCommunications, &QVHelperCommunications::responseReceived, this, &QVAppDelegate::gotResponse);
@@ -660,6 +659,10 @@ void QVAppDelegate::setUserInterfaceEnabled(bool enabled)
     m_defaultScanViewController->scanFolderButton()->setEnabled(enabled);
     m_defaultScanViewController->organizeButton()->setEnabled(enabled);
     m_window->organizeFontsMenuItem()->setEnabled(enabled);
+    for (QAction *item :
+        { m_exportFontDataMenu, m_cleanFontCachesMenuItem, m_uninstallmenu, m_checkForUpdatesMenu })
+        if (item)
+            item->setEnabled(enabled);
     for (int i = QVMainWindow::SettingsView; i <= QVMainWindow::ReportsView; ++i) {
         m_window->viewButton(i)->setEnabled(enabled);
         m_window->viewMenuItem(i)->setEnabled(enabled);

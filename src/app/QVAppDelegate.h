@@ -14,6 +14,8 @@
 #include <QVariantMap>
 #include <memory>
 
+class QAction;
+class QDialog;
 class QMessageBox;
 class QVDiagnosisActionWindow;
 class QVDiagnosisViewController;
@@ -32,6 +34,7 @@ class QVScanRootViewController;
 class QVSettings;
 class QVSettingsTabItem;
 class QVSuitcaseSurgery;
+class QVUpdateChecker;
 
 class QVAppDelegate : public QObject
 {
@@ -98,6 +101,24 @@ public:
     // Asks first while a scan or diagnosis runs.
     bool windowShouldClose();
     void cleanUpBeforeClosing();
+
+    // The application-wide menu commands (QVAppDelegateMenus.cpp), put in
+    // the window's menus at launch.
+    void installMenuCommands();
+    void cleanFontCachesAction();
+    void uninstallMenuAction();
+    void exportFontDataMneuAction();
+    // What the export's save panel does with the chosen path.
+    void exportFontData(const QString &path);
+    // Page setup and printing of the report shown (the last report window).
+    void pageSetupMenuAction();
+    void printMenuAction();
+    void showHelpMenuHandler();
+    void checkForUpdatesMenuHandler();
+    // A check at launch tells only of a newer version; one asked for tells all.
+    void checkForUpdates(bool askedFor);
+    void abountMenuAction();
+    QDialog *aboutWindow() const;
 
     // The localized name of a font type code; empty for an unknown code.
     static QString getFontTypeName(int fontType);
@@ -183,4 +204,12 @@ private:
     QPointer<QVOrganizeProgressWindow> m_organizeProgressWindow;
     QPointer<QVOrganizeOptionsWindowController> m_organizeOptionsWindowController;
     bool m_automaticallyChecksForUpdates = false;
+    // The menu commands' state.
+    QAction *m_exportFontDataMenu = nullptr;
+    QAction *m_cleanFontCachesMenuItem = nullptr;
+    QAction *m_uninstallmenu = nullptr;
+    QAction *m_checkForUpdatesMenu = nullptr;
+    QVUpdateChecker *m_updateChecker = nullptr;
+    bool m_updateCheckAskedFor = false;
+    QPointer<QDialog> m_aboutWindow;
 };

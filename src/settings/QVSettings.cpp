@@ -60,6 +60,7 @@ const QList<QVSettings::Key> keyTable = {
     { "companyName", Type::String, false },
     { "prefsVersion", Type::Integer, false },
     { "scanJobs", Type::Integer, true },
+    { "updateFeedURL", Type::String, false },
 };
 
 constexpr int kMaxRecentScans = 5;

@@ -133,6 +133,8 @@ public:
     QV_STRING_SETTING(lastReportFilePath, setLastReportFilePath)
     QV_STRING_SETTING(userName, setUserName)
     QV_STRING_SETTING(companyName, setCompanyName)
+    // Where update checks read the feed of releases; empty: none is made.
+    QV_STRING_SETTING(updateFeedURL, setUpdateFeedURL)
 
 #undef QV_BOOL_SETTING
 #undef QV_STRING_SETTING

@@ -9,6 +9,7 @@
 #include "app/QVAppDelegate.h"
 #include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
+#include "app/QVHelpWindow.h"
 #include "app/QVMainWindow.h"
 #include "app/QVOrganizeOptionsWindowController.h"
 #include "app/QVOrganizeProgressWindow.h"
@@ -25,6 +26,7 @@
 #include "support/QVTestHome.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QDir>
 #include <QPainter>
 #include <QPrinter>
@@ -241,6 +243,16 @@ int main(int argc, char **argv)
         organizing.show();
         ok = save(&organizing, out, QStringLiteral("organize-progress-%1").arg(scheme)) && ok;
         organizing.hide();
+
+        // The About window and the help window on a diagnosis page.
+        delegate.abountMenuAction();
+        if (QDialog *about = delegate.aboutWindow()) {
+            ok = save(about, out, QStringLiteral("about-%1").arg(scheme)) && ok;
+            about->close();
+        }
+        QVHelpWindow *help = QVHelpWindow::showHelp(QStringLiteral("diagnoses.html"));
+        ok = save(help, out, QStringLiteral("help-%1").arg(scheme)) && ok;
+        help->close();
     }
     return ok ? 0 : 1;
 }
