@@ -49,9 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     const int layout = data[0] % 10;
     const QByteArray bytes(reinterpret_cast<const char *>(data) + 1, qsizetype(size - 1));
-    static const char *const names[]
-        = { "Font.ttf", "Font.otf", "Font.ttc", "Font.dfont", "Suitcase", "Outline", "Sidecar", "Font.pfb",
-              "Font.afm", "Font.pfm" };
+    static const char *const names[] = { "Font.ttf", "Font.otf", "Font.ttc", "Font.dfont", "Suitcase",
+        "Outline", "Sidecar", "Font.pfb", "Font.afm", "Font.pfm" };
     const QString path = folder + QLatin1Char('/') + QLatin1String(names[layout]);
     if (layout <= 3 || layout >= 7) {
         QVFuzz::check(QVFuzz::writeFile(path, bytes), "the font is written");

@@ -1,9 +1,8 @@
 #include "diagnosis/QVDiagnosisResolution.h"
 
 #include "diagnosis/QVType1Counterparts.h"
-#include "engine/QVFontDataManager.h"
-
 #include "engine/QVFontConstants.h"
+#include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"

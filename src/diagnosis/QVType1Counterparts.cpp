@@ -74,7 +74,8 @@ QList<QVFontFilePtr> QVType1Counterparts::companionsLeftBehind(
     // The outline is gone from its folder now, so the metrics files found are
     // those of the same name; any of them that another outline still uses
     // stays.
-    const QString psName = outline->fontStatusArray.isEmpty() ? QString() : outline->fontStatusArray.first()->PSname;
+    const QString psName
+        = outline->fontStatusArray.isEmpty() ? QString() : outline->fontStatusArray.first()->PSname;
     for (const QString &metrics : QVType1Files::metricsOf(outline->URL)) {
         if (!QVType1Files::outlinesOf(metrics).isEmpty())
             continue;

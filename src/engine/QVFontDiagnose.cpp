@@ -236,8 +236,8 @@ void QVFontDiagnose::examineFont(const QString &path)
     // A file that already has a defect is not activated, and neither is an
     // outline file: it needs its bitmap companion to activate. A metrics file
     // is no font on its own.
-    if (kind != Kind::None && kind != Kind::Type1Metrics && doActivation && type != "LWFN" && result == 0 && !statusArray.isEmpty()
-        && !checkFontDoesActivate(path)) {
+    if (kind != Kind::None && kind != Kind::Type1Metrics && doActivation && type != "LWFN" && result == 0
+        && !statusArray.isEmpty() && !checkFontDoesActivate(path)) {
         markStatusesOfLastFile(QString::fromUtf8(QVDefect::CouldntActivateFont), true);
         result = 1;
     }

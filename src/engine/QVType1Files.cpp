@@ -28,8 +28,7 @@ QByteArray littleEndianOffsetString(QByteArrayView bytes, qint64 offsetAt, bool 
         return QByteArray();
     }
     const auto *p = reinterpret_cast<const uchar *>(raw->data());
-    const qint64 offset
-        = qint64(p[0]) | (qint64(p[1]) << 8) | (qint64(p[2]) << 16) | (qint64(p[3]) << 24);
+    const qint64 offset = qint64(p[0]) | (qint64(p[1]) << 8) | (qint64(p[2]) << 16) | (qint64(p[3]) << 24);
     if (offset <= 0 || offset >= bytes.size()) {
         *ok = false;
         return QByteArray();

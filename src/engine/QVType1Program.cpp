@@ -150,8 +150,8 @@ void QVType1Program::checkEncrypted(const QByteArray &encrypted)
         plain[i] = char(cipher ^ (r >> 8));
         r = quint16((cipher + r) * kC1 + kC2);
     }
-    m_encryptedSound = encrypted.size() > 4 && plain.indexOf("/Private", 4) >= 0
-        && plain.indexOf("/CharStrings", 4) >= 0;
+    m_encryptedSound
+        = encrypted.size() > 4 && plain.indexOf("/Private", 4) >= 0 && plain.indexOf("/CharStrings", 4) >= 0;
 }
 
 QByteArray QVType1Program::value(const char *key) const
@@ -168,7 +168,8 @@ QByteArray QVType1Program::value(const char *key) const
             break;
         QByteArray result;
         if (m_clear.at(i) == '/') {
-            for (++i; i < m_clear.size() && !isDelimiter(m_clear.at(i)) && result.size() < kMaxValueBytes; ++i)
+            for (++i; i < m_clear.size() && !isDelimiter(m_clear.at(i)) && result.size() < kMaxValueBytes;
+                 ++i)
                 result.append(m_clear.at(i));
             return result;
         }
@@ -196,7 +197,8 @@ QByteArray QVType1Program::headerComments() const
 {
     constexpr qsizetype kMaxCommentBytes = 4096;
     QByteArray comments;
-    for (qsizetype at = 0; at < m_clear.size() && m_clear.at(at) == '%' && comments.size() < kMaxCommentBytes;) {
+    for (qsizetype at = 0;
+         at < m_clear.size() && m_clear.at(at) == '%' && comments.size() < kMaxCommentBytes;) {
         qsizetype end = at;
         while (end < m_clear.size() && m_clear.at(end) != '\n' && m_clear.at(end) != '\r')
             ++end;

@@ -46,7 +46,8 @@ QStringList defects(const QJsonObject &result)
 TEST(QVType1Cli, DebianType1TreesHaveNoProblem)
 {
     QVTestHome home;
-    const QStringList trees { "/usr/share/fonts/X11/Type1", "/usr/share/fonts/type1", "/usr/share/texmf/fonts" };
+    const QStringList trees { "/usr/share/fonts/X11/Type1", "/usr/share/fonts/type1",
+        "/usr/share/texmf/fonts" };
     const QJsonObject all = diagnose(home, trees, 0);
     int outlines = 0, metrics = 0;
     for (const QJsonValue &file : all["fontFiles"].toArray()) {
@@ -83,16 +84,16 @@ TEST(QVType1Cli, DamagedAndUnpairedFilesAreReportedAndQuarantinedWithTheirMetric
     ASSERT_TRUE(writeFile(dir + "/PastEnd.pfb", pastEnd));
     for (const char *name : { "Nameless", "Empty", "PastEnd" })
         copyFont(kUrw + "C059-Roman.afm", dir, QString(name) + ".afm");
-    copyFont(kUrw + "NimbusSans-Regular.t1", dir, "Lonely.t1");
+    copyFont(kC059RomanPfb, dir, "Lonely.pfb");
     copyFont(kUrw + "NimbusSans-Bold.afm", dir, "Orphan.afm");
     copyFont(kUrw + "P052-Roman.t1", dir);
     copyFont(kUrw + "P052-Roman.afm", dir);
 
     const QJsonObject result = diagnose(home, { "--resolve", dir }, 1);
     EXPECT_EQ(defects(result),
-        QStringList({ "Empty.pfb: Bad Encrypted Section",
-            "Lonely.t1: Couldn't Find Metrics File", "Nameless.t1: Missing PostScript Name",
-            "Orphan.afm: Couldn't Find Outline File", "PastEnd.pfb: Bad Table Data, Bad Encrypted Section" }));
+        QStringList({ "Empty.pfb: Bad Encrypted Section", "Lonely.pfb: Couldn't Find Metrics File",
+            "Nameless.t1: Missing PostScript Name", "Orphan.afm: Couldn't Find Outline File",
+            "PastEnd.pfb: Bad Table Data, Bad Encrypted Section" }));
     EXPECT_EQ(result["missingBitmapProblemCount"].toInt(), 1);
     EXPECT_EQ(result["missingPSProblemCount"].toInt(), 1);
     EXPECT_EQ(result["totalFontProblems"].toInt(), 5);
@@ -105,7 +106,7 @@ TEST(QVType1Cli, DamagedAndUnpairedFilesAreReportedAndQuarantinedWithTheirMetric
         quarantined << QFileInfo(record["originalFilePath"].toString()).fileName();
     quarantined.sort();
     EXPECT_EQ(quarantined,
-        QStringList({ "Empty.afm", "Empty.pfb", "Lonely.t1", "Nameless.afm", "Nameless.t1", "Orphan.afm",
+        QStringList({ "Empty.afm", "Empty.pfb", "Lonely.pfb", "Nameless.afm", "Nameless.t1", "Orphan.afm",
             "PastEnd.afm", "PastEnd.pfb" }));
 }
 

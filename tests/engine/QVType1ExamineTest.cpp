@@ -88,13 +88,15 @@ for path in sys.argv[1:]:
         if (!path.endsWith(".afm")) {
             EXPECT_EQ(ours.at(4), want.at(4)) << qPrintable(path);
         }
-        const bool plainWeight = QStringList { "Regular", "Roman", "Book", "Medium", "Normal" }.contains(want.at(3));
+        const bool plainWeight
+            = QStringList { "Regular", "Roman", "Book", "Medium", "Normal" }.contains(want.at(3));
         // A regular weight is plain unless the full name adds a slant ("Italic").
         EXPECT_TRUE(plainWeight ? !ours.at(3).contains("Bold") && !ours.at(3).isEmpty()
                                 : ours.at(3).contains(want.at(3)))
             << qPrintable(path + " " + ours.at(3));
         EXPECT_EQ(ours.at(6), "") << qPrintable(path);
-        if (path.contains("urw-base35") || path.contains("X11")) {
+        // The notice of URW's fonts names their foundry.
+        if (!want.at(2).startsWith("TeXGyre")) {
             EXPECT_TRUE(ours.at(5).startsWith("URW")) << qPrintable(path + " " + ours.at(5));
         }
     }
@@ -125,8 +127,10 @@ TEST(QVType1Examine, DamagedCopiesNameEachDamage)
     qToLittleEndian<quint32>(0xFFFFFFF0u, huge.data() + 2);
     ASSERT_TRUE(writeFile(dir + "Longer.pfb", longer));
     ASSERT_TRUE(writeFile(dir + "Huge.pfb", huge));
-    ASSERT_TRUE(writeFile(dir + "Nameless.pfb", segment(1, nameless) + segment(2, parts[1]) + segment(1, parts[2]) + end));
-    ASSERT_TRUE(writeFile(dir + "Empty.pfb", segment(1, parts[0]) + segment(2, {}) + segment(1, parts[2]) + end));
+    ASSERT_TRUE(writeFile(
+        dir + "Nameless.pfb", segment(1, nameless) + segment(2, parts[1]) + segment(1, parts[2]) + end));
+    ASSERT_TRUE(
+        writeFile(dir + "Empty.pfb", segment(1, parts[0]) + segment(2, {}) + segment(1, parts[2]) + end));
     ASSERT_TRUE(writeFile(dir + "Marker.pfb", segment(1, parts[0]) + QByteArray("\x7f\x02", 2) + parts[1]));
     // The text forms t1ascii writes: sound, and without its first line.
     ASSERT_EQ(runTool("t1ascii", { kC059RomanPfb, dir + "Sound.pfa" }).exitCode, 0);
