@@ -503,6 +503,15 @@ void QVDiagnosis::reportType1Counterparts(bool outlines)
     const QString message
         = QString::fromUtf8(outlines ? QVDefect::CouldntFindMetricsFile : QVDefect::CouldntFindOutlineFile);
     const QList<QVFontFilePtr> fontFiles = m_dataMgr->fontFileItems;
+    // Mac collections keep metrics files beside the Mac outline of the font,
+    // which is named otherwise: its PostScript name in the folder settles them.
+    QVCounterpartIndex macOutlines;
+    for (const QVFontFilePtr &fontFile : outlines ? QList<QVFontFilePtr>() : m_postscripts) {
+        for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
+            if (!fontFile->fileMovedToQuarantine && !status->movedToQuarantine)
+                macOutlines.add(status->PSname, status->fontURL);
+        }
+    }
     for (const QVFontFilePtr &fontFile : fontFiles) {
         if (doCancel())
             return;
@@ -514,8 +523,11 @@ void QVDiagnosis::reportType1Counterparts(bool outlines)
             if (status->isUnreadable() || status->movedToQuarantine || hasMark(*status, errorClass)
                 || counterpartMayBeHidden(*status))
                 continue;
-            if (outlines ? !counterparts.lacksMetrics(status->fontURL)
-                         : !QVType1Counterparts::lacksOutline(status->fontURL))
+            const bool settled = outlines ? !counterparts.lacksMetrics(status->fontURL)
+                                          : (!QVType1Counterparts::lacksOutline(status->fontURL)
+                                              || macOutlines.containsNameInFolder(status->PSname,
+                                                  QVCounterpartIndex::folderOfPath(status->fontURL)));
+            if (settled)
                 continue;
             appendMark(*status, errorClass);
             addMessage(*status, message);

@@ -123,6 +123,8 @@ TEST(QVType1Cli, TheSameFontAsAMacAndAPCFileIsADuplicate)
     ASSERT_TRUE(writeFile(dir + "/PC/C059-Bold.t1", newer));
     copyFont(kUrw + "C059-Bold.afm", dir + "/PC");
     ASSERT_FALSE(makeLwfn(dir + "/Mac", "C059Bol", kUrw + "C059-Bold.t1").isEmpty());
+    // Metrics beside the Mac outline of their font are not orphans.
+    copyFont(kUrw + "C059-Bold.afm", dir + "/Mac");
 
     const QJsonObject result = diagnose(home, { dir }, 1);
     EXPECT_EQ(result["duplicateProblemCount"].toInt(), 1);
@@ -138,4 +140,5 @@ TEST(QVType1Cli, TheSameFontAsAMacAndAPCFileIsADuplicate)
         groups << members.join(' ');
     }
     EXPECT_EQ(groups, QStringList { "C059-Italic.pfb C059Ita" });
+    EXPECT_EQ(result["missingPSProblemCount"].toInt(), 0);
 }
