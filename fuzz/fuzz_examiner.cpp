@@ -6,6 +6,7 @@
 //   4 suitcase               an empty file, the bytes its fork (FFIL) in "._NAME"
 //   5 LWFN                   an empty file, the bytes its fork (LWFN) in "._NAME"
 //   6 sidecar                an empty file, the bytes its "._NAME" as they are
+//   7 .pfb, 8 .afm, 9 .pfm   the bytes are a PC Type 1 outline or metrics file
 #include "QVFuzzSupport.h"
 #include "engine/QVFontDiagnose.h"
 #include "engine/QVResourceManager.h"
@@ -46,12 +47,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     if (size < 1)
         return 0;
-    const int layout = data[0] % 7;
+    const int layout = data[0] % 10;
     const QByteArray bytes(reinterpret_cast<const char *>(data) + 1, qsizetype(size - 1));
-    static const char *const names[]
-        = { "Font.ttf", "Font.otf", "Font.ttc", "Font.dfont", "Suitcase", "Outline", "Sidecar" };
+    static const char *const names[] = { "Font.ttf", "Font.otf", "Font.ttc", "Font.dfont", "Suitcase",
+        "Outline", "Sidecar", "Font.pfb", "Font.afm", "Font.pfm" };
     const QString path = folder + QLatin1Char('/') + QLatin1String(names[layout]);
-    if (layout <= 3) {
+    if (layout <= 3 || layout >= 7) {
         QVFuzz::check(QVFuzz::writeFile(path, bytes), "the font is written");
     } else {
         QVFuzz::check(QVFuzz::writeFile(path, {}), "the data file is written");
@@ -77,8 +78,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     // Font files are always represented, damaged or not.
     if (layout <= 2 || layout == 5)
         QVFuzz::check(!statuses.isEmpty(), "an outline file is represented");
-    if (layout == 5)
-        QVFuzz::check(statuses.size() == 1, "an LWFN file is one font");
+    if (layout == 5 || layout >= 7)
+        QVFuzz::check(statuses.size() == 1, "an LWFN or a PC Type 1 file is one font");
     // A suitcase whose fork does not open is one status saying so.
     if (layout == 4 && !examiner->hasResourceFork(path))
         QVFuzz::check(

@@ -21,7 +21,7 @@ BUILD_PACKAGES=(
 # and its libFuzzer runtime build the fuzz harnesses.
 TEST_PACKAGES=(
   fonts-dejavu-core fonts-urw-base35 fonts-noto-core
-  t1utils fondu otf2bdf python3-fonttools python3-jsonschema ruby-prawn
+  t1utils fondu otf2bdf python3-fonttools python3-jsonschema ruby-prawn tex-gyre
   attr xvfb xauth dbus dbus-x11 pkexec fontconfig poppler-utils libglib2.0-bin
   at-spi2-core python3-pyatspi
   clang libclang-rt-14-dev

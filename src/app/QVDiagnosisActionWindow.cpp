@@ -86,6 +86,25 @@ const std::pair<const char *, const char *> kCautionTexts[] = {
         "damaged or corrupted as files are copied, installed, uninstalled, or as a result of a system crash. "
         "Usually the tables cannot be repaired because critical table data is lost or damaged beyond all "
         "hope.\n\nRecommendation: This font file should be quarantined since it contains a bad table data." },
+    { "Missing Font Header",
+        "Diagnosis: A Type 1 font file begins with a short text that says what it holds. When that text is "
+        "missing, the file was cut or overwritten at its start, and no program will take it for a font.\n\n"
+        "Recommendation: This font file should be quarantined since it cannot be used as a font." },
+    { "Bad Encrypted Section",
+        "Diagnosis: The shapes of a Type 1 font's characters are kept in an encrypted section after the "
+        "font's names. This section is missing, empty or damaged, so the font has names but no usable "
+        "characters.\n\nRecommendation: This font file should be quarantined since its characters cannot be "
+        "drawn." },
+    { "Couldn't Find Metrics File",
+        "Diagnosis: A Type 1 font file from a PC is paired with a metrics file of the same name (ending in "
+        ".afm or .pfm) that gives the widths and kerning of its characters. Applications that set type need "
+        "both files in the same folder, or the font will not work correctly.\n\nRecommendation: This font "
+        "file should be quarantined since it's incomplete without its metrics file." },
+    { "Couldn't Find Outline File",
+        "Diagnosis: A metrics file (ending in .afm or .pfm) describes a Type 1 font whose shapes are in a "
+        "separate outline file of the same name (ending in .pfb, .pfa or .t1). That outline file is not in "
+        "the same folder, so the metrics file is of no use.\n\nRecommendation: This metrics file should be "
+        "quarantined since it's useless without its outline file." },
 };
 const char *const kResourceErrorText
     = "Error Desciption: %1\n\nDiagnosis: Some older Mac font files use a special file storage called a "

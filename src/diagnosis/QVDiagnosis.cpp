@@ -2,6 +2,8 @@
 
 #include "diagnosis/QVCounterpartIndex.h"
 #include "diagnosis/QVDuplicateIndex.h"
+#include "diagnosis/QVType1Counterparts.h"
+#include "diagnosis/QVType1Duplicates.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVProblemCounts.h"
@@ -197,7 +199,10 @@ void QVDiagnosis::populateArrays()
                 m_bitmaps.append(fontFile);
                 break;
             case QVFontType::PostScriptType1:
-                m_postscripts.append(fontFile);
+                // PC Type 1 files have metrics files, not bitmap fonts, as
+                // their counterparts.
+                if (!QVType1Counterparts::isPCFile(*fontFile))
+                    m_postscripts.append(fontFile);
                 break;
             case QVFontType::PostScriptType3:
                 if (type3)
@@ -314,6 +319,8 @@ void QVDiagnosis::diagnoseMissingBitmaps()
         if (stop)
             break;
     }
+    if (!stop)
+        reportType1Counterparts(true);
     endPass(MissingBitmapsPass);
 }
 
@@ -369,6 +376,8 @@ void QVDiagnosis::diagnoseMissingPostscripts()
         if (stop)
             break;
     }
+    if (!stop)
+        reportType1Counterparts(false);
     endPass(MissingPostscriptsPass);
 }
 
@@ -458,7 +467,74 @@ void QVDiagnosis::diagnoseDuplicateFonts()
         if (doCancel())
             break;
     }
+    // The same Type 1 font as a Mac and as a PC outline file.
+    for (const QList<QVFontRef> &found : QVType1Duplicates::groups(fontFiles)) {
+        if (doCancel())
+            break;
+        QList<QVFontRef> group;
+        for (const QVFontRef &member : found) {
+            if (!hasMark(*member.fontStatus, QVErrorClass::Duplicate)) {
+                appendMark(*member.fontStatus, QVErrorClass::Duplicate);
+                group.append(member);
+            }
+        }
+        if (group.size() < 2)
+            continue;
+        std::stable_sort(group.begin(), group.end(), [](const QVFontRef &a, const QVFontRef &b) {
+            return a.fontStatus->fontVersion < b.fontStatus->fontVersion;
+        });
+        const QVFontRef kept = group.takeFirst();
+        for (const QVFontRef &member : std::as_const(group))
+            addMessage(*member.fontStatus, duplicateMessage);
+        addMessage(*kept.fontStatus, keptMessage);
+        addProblemFont(kept.fontFile, kept.fontStatus, QVErrorClass::Duplicate, group);
+        ++m_duplicateProblemCount;
+    }
     endPass(DuplicatesPass);
+}
+
+void QVDiagnosis::reportType1Counterparts(bool outlines)
+{
+    // PC outlines missing their metrics count with the outlines missing their
+    // bitmap fonts, metrics files missing their outline with the bitmap fonts
+    // missing theirs: the same problem, the same resolution.
+    QVType1Counterparts counterparts;
+    const int errorClass = outlines ? QVErrorClass::MissingBitmap : QVErrorClass::MissingPostScript;
+    const QString message
+        = QString::fromUtf8(outlines ? QVDefect::CouldntFindMetricsFile : QVDefect::CouldntFindOutlineFile);
+    const QList<QVFontFilePtr> fontFiles = m_dataMgr->fontFileItems;
+    // Mac collections keep metrics files beside the Mac outline of the font,
+    // which is named otherwise: its PostScript name in the folder settles them.
+    QVCounterpartIndex macOutlines;
+    for (const QVFontFilePtr &fontFile : outlines ? QList<QVFontFilePtr>() : m_postscripts) {
+        for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
+            if (!fontFile->fileMovedToQuarantine && !status->movedToQuarantine)
+                macOutlines.add(status->PSname, status->fontURL);
+        }
+    }
+    for (const QVFontFilePtr &fontFile : fontFiles) {
+        if (doCancel())
+            return;
+        if (fontFile->fileMovedToQuarantine
+            || !(outlines ? QVType1Counterparts::isPCOutline(*fontFile)
+                          : QVType1Counterparts::isPCMetrics(*fontFile)))
+            continue;
+        for (const QVStatusPtr &status : std::as_const(fontFile->fontStatusArray)) {
+            if (status->isUnreadable() || status->movedToQuarantine || hasMark(*status, errorClass)
+                || counterpartMayBeHidden(*status))
+                continue;
+            const bool settled = outlines ? !counterparts.lacksMetrics(status->fontURL)
+                                          : (!QVType1Counterparts::lacksOutline(status->fontURL)
+                                              || macOutlines.containsNameInFolder(status->PSname,
+                                                  QVCounterpartIndex::folderOfPath(status->fontURL)));
+            if (settled)
+                continue;
+            appendMark(*status, errorClass);
+            addMessage(*status, message);
+            ++(outlines ? m_missingBitmapProblemCount : m_missingPSProblemCount);
+            addProblemFont(fontFile, status, errorClass);
+        }
+    }
 }
 
 // ---------------------------------------------------------------------------

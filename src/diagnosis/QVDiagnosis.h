@@ -145,6 +145,9 @@ private:
     // Whether the font's folder holds something unreadable that may be its
     // counterpart; such a font is not reported as missing one.
     bool counterpartMayBeHidden(const QVStatus &status) const;
+    // PC Type 1 outlines without metrics files (outlines), or metrics files
+    // without their outline.
+    void reportType1Counterparts(bool outlines);
     void rebuildProblemIndexes();
 
     QVFontDataManager *m_dataMgr;

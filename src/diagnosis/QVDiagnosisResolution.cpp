@@ -1,5 +1,6 @@
 #include "diagnosis/QVDiagnosisResolution.h"
 
+#include "diagnosis/QVType1Counterparts.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
@@ -181,8 +182,15 @@ QString QVDiagnosisResolution::getDiagnosisReasons(const QStringList &errors)
 
 QString QVDiagnosisResolution::rowTitle(const QVProblemFontPtr &entry)
 {
-    if (entry->fontStatus->fontErrors.size() < 2)
+    if (entry->fontStatus->fontErrors.size() < 2) {
+        // A PC Type 1 file's counterpart is a metrics or an outline file.
+        const QStringList &defects = entry->fontStatus->fontErrorsInfo;
+        if (defects.contains(QLatin1String(QVDefect::CouldntFindMetricsFile)))
+            return QStringLiteral("No Matching Metrics File");
+        if (defects.contains(QLatin1String(QVDefect::CouldntFindOutlineFile)))
+            return QStringLiteral("No Matching Outline File");
         return getDiagnosisDescription(entry->fontStatus->fontErrors.value(0, 0));
+    }
     return QStringLiteral("Multiple Issues Found");
 }
 
@@ -531,6 +539,8 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
             member.fontStatus->movedToQuarantineErrorInfo = error;
         else
             QVQuarantineStore::updateFileMovedStatus(file, true);
+        if (error.isNull())
+            moveType1Companions(member.fontFile, memberReason);
     }
 
     if (keptInPlace(status))
@@ -551,7 +561,22 @@ bool QVDiagnosisResolution::quarantineFile(const QVProblemFontPtr &entry)
         return true;
     }
     QVQuarantineStore::updateFileMovedStatus(file, true);
+    moveType1Companions(file, reason);
     return true;
+}
+
+void QVDiagnosisResolution::moveType1Companions(const QVFontFilePtr &outline, const QString &reason)
+{
+    // A PC outline's metrics files are of no use without it.
+    const QList<QVFontFilePtr> files
+        = m_store->dataMgr ? m_store->dataMgr->fontFileItems : QList<QVFontFilePtr>();
+    for (const QVFontFilePtr &companion : QVType1Counterparts::companionsLeftBehind(files, outline)) {
+        for (const QVStatusPtr &status : std::as_const(companion->fontStatusArray)) {
+            const QString error = m_store->moveFileToQuarantine(companion, status, reason);
+            if (!error.isNull())
+                status->movedToQuarantineErrorInfo = error;
+        }
+    }
 }
 
 QString QVDiagnosisResolution::repairFile(const QVProblemFontPtr &entry)

@@ -116,6 +116,8 @@ public:
     // False when a stop came before the row's work was done: the row is not
     // resolved then. Failures to move are stored on the statuses.
     bool quarantineFile(const QVProblemFontPtr &entry);
+    // Takes a quarantined PC outline's metrics files along.
+    void moveType1Companions(const QVFontFilePtr &outline, const QString &reason);
     // Null, or the error of the last repair made.
     QString repairFile(const QVProblemFontPtr &entry);
     QString fixIncorrectFileFlags(const QVStatusPtr &fontStatus);

@@ -51,6 +51,11 @@ inline constexpr const char CouldntFindPostScriptFile[] = "Couldn't Find PostScr
 inline constexpr const char DuplicateFont[] = "Duplicate Font";
 inline constexpr const char FoundDuplicateFonts[] = "Found Duplicate Fonts";
 inline constexpr const char FileUnreadable[] = "File Unreadable (%@)";
+// PC Type 1 fonts: an outline file and its metrics files.
+inline constexpr const char MissingFontHeader[] = "Missing Font Header";
+inline constexpr const char BadEncryptedSection[] = "Bad Encrypted Section";
+inline constexpr const char CouldntFindMetricsFile[] = "Couldn't Find Metrics File";
+inline constexpr const char CouldntFindOutlineFile[] = "Couldn't Find Outline File";
 
 // Fills the one "%@" of a message such as "File Error (%@)".
 inline QString withDetail(const char *message, const QString &detail)

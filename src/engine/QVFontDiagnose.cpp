@@ -5,6 +5,7 @@
 #include "engine/QVMemoryHandler.h"
 #include "engine/QVResouceFork.h"
 #include "engine/QVSFNTDirectory.h"
+#include "engine/QVType1Files.h"
 #include "platform/QVByteReader.h"
 #include "platform/QVFileAccess.h"
 #include "platform/QVFileSnapshot.h"
@@ -189,7 +190,7 @@ void QVFontDiagnose::examineFont(const QString &path)
     const QString extension = QFileInfo(path).suffix().toLower();
     const bool suitcaseType = type == "FFIL" || type == "ffil" || type == "tfil";
 
-    enum class Kind { None, SFNT, Suitcase, PostScript } kind = Kind::None;
+    enum class Kind { None, SFNT, Suitcase, PostScript, Type1Outline, Type1Metrics } kind = Kind::None;
     // Only a "ttf" file of a suitcase type needs to know about its fork; the
     // look-up is left out for every other file.
     if (extension == QLatin1String("ttf"))
@@ -202,6 +203,10 @@ void QVFontDiagnose::examineFont(const QString &path)
         kind = Kind::PostScript;
     else if (type == "sfnt")
         kind = Kind::SFNT;
+    else if (QVType1Files::isOutline(path))
+        kind = Kind::Type1Outline;
+    else if (QVType1Files::isMetrics(path))
+        kind = Kind::Type1Metrics;
 
     qint32 result = 0;
     switch (kind) {
@@ -220,12 +225,19 @@ void QVFontDiagnose::examineFont(const QString &path)
     case Kind::PostScript:
         result = examinePSfont(path);
         break;
+    case Kind::Type1Outline:
+        result = examinePCType1(path);
+        break;
+    case Kind::Type1Metrics:
+        result = examineType1Metrics(path);
+        break;
     }
 
     // A file that already has a defect is not activated, and neither is an
-    // outline file: it needs its bitmap companion to activate.
-    if (kind != Kind::None && doActivation && type != "LWFN" && result == 0 && !statusArray.isEmpty()
-        && !checkFontDoesActivate(path)) {
+    // outline file: it needs its bitmap companion to activate. A metrics file
+    // is no font on its own.
+    if (kind != Kind::None && kind != Kind::Type1Metrics && doActivation && type != "LWFN" && result == 0
+        && !statusArray.isEmpty() && !checkFontDoesActivate(path)) {
         markStatusesOfLastFile(QString::fromUtf8(QVDefect::CouldntActivateFont), true);
         result = 1;
     }

@@ -75,6 +75,11 @@ public:
     QString getType1PSversion(const QString &path);
     QString getType1FoundrytName(const QString &path);
 
+    // PC Type 1 files: an outline (.pfb, .pfa, .t1) and a metrics file
+    // (.afm, .pfm), one status each.
+    qint32 examinePCType1(const QString &path);
+    qint32 examineType1Metrics(const QString &path);
+
     // File-level checks.
     bool validateFinderFlags(const QString &path);
     bool checkFontDoesActivate(const QString &path);
@@ -151,6 +156,9 @@ private:
     void saveWholeSuitcase(
         const QString &path, qint32 version, const QString &message, const QString &style, qint32 fontID);
     QByteArray postScriptValueInPOST(const QString &path, const char *key);
+    // The whole file for a PC Type 1 examination; false with the status saved
+    // when it cannot be read or is larger than any font program.
+    bool readType1File(const QString &path, qint32 version, QByteArray &bytes);
 
     std::unique_ptr<QVSettings> m_settings;
     std::unique_ptr<QVResouceFork> m_resFork;

@@ -82,6 +82,8 @@ qint32 QVFontDiagnose::examinePSfont(const QString &path)
     const qint32 version = getFileVersion(path);
     QString name = getType1PSname(path);
     const QString foundry = getType1FoundrytName(path);
+    // Compared with a PC copy of the font by the duplicate pass.
+    const QString programVersion = name.isEmpty() ? QString() : getType1PSversion(path);
     QString name533;
     if (!name.isEmpty())
         name533 = get533postScriptName(name);
@@ -101,6 +103,7 @@ qint32 QVFontDiagnose::examinePSfont(const QString &path)
         status.PSname = postScriptName;
         status.PS533name = name533;
         status.fontFoundry = foundry;
+        status.PSversion = programVersion;
     };
 
     bool pending = false;

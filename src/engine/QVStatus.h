@@ -53,6 +53,8 @@ public:
     QString familyName;
     QString PSname;
     QString PS533name;
+    // The font program's own version text (its "/version"), where it has one.
+    QString PSversion;
     QString fontStyle;
     QString fontFoundry;
     QList<int> fontErrors;

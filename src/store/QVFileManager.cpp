@@ -508,6 +508,10 @@ bool QVFileManager::isFontFile(const QString &path) const
     // decides, before anything of a possibly damaged file is read.
     if (path.endsWith(QLatin1String(".dfont"), Qt::CaseInsensitive))
         return true;
+    // Nor for a Type 1 font's Windows metrics, nor for an outline whose
+    // header is damaged: they are reported, not left out.
+    if (extension == QLatin1String("pfm") || extension == QLatin1String("t1"))
+        return true;
     static const QMimeDatabase mimeDatabase;
     // A scan has the file's first bytes already: the content test reads fewer.
     const QVFileSnapshot *snapshot = QVFileSnapshot::of(path);
