@@ -15,6 +15,8 @@
 #include <memory>
 
 class QMessageBox;
+class QVAdvancedAutoScanWindow;
+class QVAutoScanSheet;
 class QVDiagnosisActionWindow;
 class QVDiagnosisViewController;
 class QVFileManager;
@@ -106,6 +108,25 @@ public:
     // the pending-command question.
     void launchHandlerApp();
     void launchScheduler();
+    // Removes a helper's autostart entry and stops it when it runs.
+    void killHandlerApp();
+    void killScheduler();
+    // Where the helper programs are: beside the application unless told.
+    void setHelperDirectory(const QString &folder) { m_helperDirectory = folder; }
+    // "kResponse_Settings" to both helpers.
+    void sendSettingsToHelper();
+    // The auto-scan sheet over the main window (not while busy); its closing
+    // turns auto-scanning off when nothing is left for it to do.
+    void showAutoScanSheet();
+    void endAutoScanSheet();
+    QVAutoScanSheet *autoScanSheet() const;
+    void showAdvancedSettings();
+    QVAdvancedAutoScanWindow *advancedAutoScanWindow() const;
+    // The scheduler has removed its menu.
+    void removeSchedulerMenu();
+    // The helpers' commands: scan now, show the auto-scan sheet, send the
+    // settings, the menu removed.
+    void gotCommand(const QString &command, const QString &sender, const QVariantMap &options);
     // The helpers' answers to the pending-command question.
     void gotResponse(const QString &response, const QString &sender, const QVariantMap &options);
     bool hasPendingCommand() const { return m_hasPendingCommand; }
@@ -144,6 +165,8 @@ private:
         const QString &context);
     void connectDiagnosisView();
     void launchHelper(const char *bundleIdentifier, const QString &program, const char *failure);
+    void killHelper(const char *bundleIdentifier, const char *failure);
+    void sendReady();
     void askForPendingCommands();
     // The organizer's run, once the quarantine (whose suitcase surgery it
     // uses) is this process's; the end waits for the run and its sheet.
@@ -183,4 +206,8 @@ private:
     QPointer<QVOrganizeProgressWindow> m_organizeProgressWindow;
     QPointer<QVOrganizeOptionsWindowController> m_organizeOptionsWindowController;
     bool m_automaticallyChecksForUpdates = false;
+    QString m_helperDirectory;
+    bool m_ownsBusName = false;
+    QPointer<QVAutoScanSheet> m_autoScanSheet;
+    QPointer<QVAdvancedAutoScanWindow> m_advancedAutoScanWindow;
 };
