@@ -16,6 +16,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QToolButton>
+#include <algorithm>
 
 namespace
 {
@@ -53,6 +54,10 @@ QVAutoScanSheet::QVAutoScanSheet(QVSettings *settings, QWidget *parent)
         button->setAccessibleName(QStringLiteral("AutoScan ") + button->text());
         button->setCheckable(true);
         button->setMinimumWidth(56);
+        // The chosen segment must show in dark palettes too.
+        button->setStyleSheet(QStringLiteral(
+            "QToolButton { padding: 3px 12px; border: 1px solid palette(mid); background: palette(button); }"
+            "QToolButton:checked { background: palette(highlight); color: palette(highlighted-text); }"));
         m_switch->addButton(button, segment);
         switchRow->addWidget(button);
     }
@@ -146,7 +151,7 @@ QVAutoScanSheet::QVAutoScanSheet(QVSettings *settings, QWidget *parent)
     layout->addLayout(switchRow);
     layout->addWidget(m_optionsGroup, 1);
     layout->addLayout(bottom);
-    resize(520, 440);
+    resize(std::max(520, sizeHint().width()), std::max(460, sizeHint().height()));
     setStateFromUserPrefs();
 }
 

@@ -71,6 +71,9 @@ void QVAutoScanHandler::applySettings(const QVariantMap &settings)
 
 void QVAutoScanHandler::reload()
 {
+    // The schedule counts from the moment the handler first had one.
+    if (!m_settings->lastAutoScanDate().isValid())
+        m_settings->setLastAutoScanDate(now());
     m_watcher->setFolders(
         m_settings->autoScanModifiedFolders() ? m_settings->fontFolderPaths() : QStringList());
     qCInfo(lcHelpers).noquote() << "AutoScan" << m_settings->autoScanFrequency() << "watching"
@@ -80,11 +83,8 @@ void QVAutoScanHandler::reload()
 
 QDateTime QVAutoScanHandler::nextScanDate() const
 {
-    const QString frequency = m_settings->autoScanFrequency();
-    const QDateTime last = m_settings->lastAutoScanDate();
-    if (!last.isValid() && QVAutoScanSchedule::isScheduled(frequency))
-        return now();
-    return QVAutoScanSchedule::nextScanDate(last, frequency, now());
+    return QVAutoScanSchedule::nextScanDate(
+        m_settings->lastAutoScanDate(), m_settings->autoScanFrequency(), now());
 }
 
 void QVAutoScanHandler::checkSchedule()

@@ -69,13 +69,13 @@ void QVSchedulerMenu::updateMenu()
     const QString frequency = m_settings->autoScanFrequency();
     const QDateTime last = m_settings->lastAutoScanDate();
     QString text = QStringLiteral("No Scheduled AutoScan");
-    if (QVAutoScanSchedule::isScheduled(frequency)) {
-        const QDateTime next = last.isValid() ? QVAutoScanSchedule::nextScanDate(last, frequency, now) : now;
-        text = next <= now ? QStringLiteral("Next AutoScan: Now")
-                           : QStringLiteral("Next AutoScan: %1 around %2")
-                                 .arg(QLocale().toString(next.date(), QLocale::LongFormat),
-                                     next.time().toString(QStringLiteral("h:mmAP")));
-    }
+    const QDateTime next = QVAutoScanSchedule::nextScanDate(last, frequency, now);
+    if (next.isValid() && next <= now)
+        text = QStringLiteral("Next AutoScan: Now");
+    else if (next.isValid())
+        text = QStringLiteral("Next AutoScan: %1 around %2")
+                   .arg(QLocale().toString(next.date(), QLocale::LongFormat),
+                       next.time().toString(QStringLiteral("h:mmAP")));
     m_nextScan->setText(text);
 }
 

@@ -21,7 +21,6 @@ QDateTime QVAutoScanSchedule::nextScanDate(
 
 bool QVAutoScanSchedule::isDue(const QDateTime &last, const QString &frequency, const QDateTime &now)
 {
-    if (!isScheduled(frequency))
-        return false;
-    return !last.isValid() || nextScanDate(last, frequency, now) <= now;
+    const QDateTime next = nextScanDate(last, frequency, now);
+    return next.isValid() && next <= now;
 }

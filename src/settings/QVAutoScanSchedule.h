@@ -18,6 +18,7 @@ public:
     // once wrong cannot put the next scan off for years.
     static QDateTime nextScanDate(const QDateTime &last, const QString &frequency, const QDateTime &now);
 
-    // A scheduled frequency with no auto-scan yet is due at once.
+    // Never due without a last date: the count starts somewhere first (a
+    // fresh account does not scan every font folder the moment it logs in).
     static bool isDue(const QDateTime &last, const QString &frequency, const QDateTime &now);
 };

@@ -46,7 +46,7 @@ TEST(AutoScanSchedule, AddsADayAWeekOrACalendarMonth)
     EXPECT_FALSE(QVAutoScanSchedule::isDue(kLast, "kNever", now.addYears(3)));
     EXPECT_FALSE(QVAutoScanSchedule::isDue(kLast, "kMonthly", QDateTime(QDate(2027, 2, 28), QTime(9, 29))));
     EXPECT_TRUE(QVAutoScanSchedule::isDue(kLast, "kMonthly", QDateTime(QDate(2027, 2, 28), QTime(9, 30))));
-    EXPECT_TRUE(QVAutoScanSchedule::isDue(QDateTime(), "kWeekly", now)) << "never scanned: due";
+    EXPECT_FALSE(QVAutoScanSchedule::isDue(QDateTime(), "kWeekly", now)) << "no count started";
     // A last scan dated in the future (the clock was set back) counts from now.
     EXPECT_EQ(QVAutoScanSchedule::nextScanDate(kLast.addYears(5), "kDaily", now), now.addDays(1));
 }
@@ -164,7 +164,13 @@ TEST_F(HandlerTest, AThousandCopiedFilesStartOneScanAndNewFoldersAreWatched)
     handler.start();
     ASSERT_EQ(handler.folderWatcher()->watchedFolders(), QStringList { watched });
 
-    // Copied by another program while the helper's event loop runs.
+    // Copied by another program while the helper's event loop runs; the scan
+    // is asked for once the copy has settled, so it sees every file.
+    QList<qsizetype> filesAtScan;
+    QObject::connect(&app.channel, &QVHelperCommunications::commandReceived, [&](const QString &command) {
+        if (command == QLatin1String("kCommand_ScanFonts"))
+            filesAtScan.append(QDir(watched + QStringLiteral("/incoming")).entryList(QDir::Files).size());
+    });
     QProcess copy;
     copy.start(QStringLiteral("cp"), { QStringLiteral("-r"), source, watched });
     ASSERT_TRUE(waitFor([&] { return copy.state() == QProcess::NotRunning; }));
@@ -173,6 +179,7 @@ TEST_F(HandlerTest, AThousandCopiedFilesStartOneScanAndNewFoldersAreWatched)
     EXPECT_TRUE(waitFor([&] { return app.scans() == 1; }));
     settle();
     EXPECT_EQ(app.scans(), 1);
+    EXPECT_EQ(filesAtScan, QList<qsizetype> { 1000 });
     EXPECT_TRUE(handler.folderWatcher()->watchedFolders().contains(watched + QStringLiteral("/incoming")));
 
     // A change inside the new folder, once the first scan has answered.
@@ -265,6 +272,27 @@ TEST(AutoScanEndToEnd, ADueScanRunsThroughTheApplicationWhichQuitsWhenDone)
     EXPECT_TRUE(QVLoginItem::disable(kHandler));
     EXPECT_TRUE(handler.waitForFinished(20000));
     EXPECT_EQ(handler.exitCode(), 0);
+}
+
+// Where the desktop has no tray the scheduler still runs and answers.
+TEST(SchedulerHelper, RunsWithoutATrayAnswersAndQuitsWhenAsked)
+{
+    QVTestHome home;
+    FakeApplication app;
+    QProcess scheduler;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    scheduler.setProcessEnvironment(environment);
+    scheduler.start(QStringLiteral(QV_BIN_DIR "/quorvel-scheduler"), {});
+    const QString id = QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier);
+    ASSERT_TRUE(waitFor([&] { return QVLoginItem::isRunning(id); }, 60000));
+    app.channel.sendCommand(QStringLiteral("kCommand_HasPendingCommands"), id, {}, true);
+    ASSERT_TRUE(waitFor([&] { return !app.responses.isEmpty(); }));
+    EXPECT_EQ(app.responses.first().second.value("hasPending").toString(), QStringLiteral("NO"));
+    EXPECT_TRUE(QVLoginItem::disable(id));
+    EXPECT_TRUE(scheduler.waitForFinished(20000));
+    EXPECT_EQ(scheduler.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(scheduler.exitCode(), 0);
 }
 
 } // namespace
