@@ -36,6 +36,7 @@
 #include "store/QVSuitcaseSurgery.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDir>
@@ -174,6 +175,12 @@ void QVAppDelegate::applicationDidFinishLaunching()
         m_helperCommunications, &QVHelperCommunications::commandReceived, this, &QVAppDelegate::gotCommand);
     connect(m_defaultScanViewController, &QVScanRootViewController::autoScanSettingsRequested, this,
         &QVAppDelegate::showAutoScanSheet);
+    connect(m_settingsTabItem, &QVSettingsTabItem::helperMenuToggled, this, [this](bool shown) {
+        if (shown)
+            launchScheduler();
+        else
+            killScheduler();
+    });
     if (m_settings->autoScanEnabled())
         launchHandlerApp();
     if (m_settings->showHelperMenu())
@@ -325,6 +332,7 @@ void QVAppDelegate::removeSchedulerMenu()
 {
     killScheduler();
     m_settings->setShowHelperMenu(false);
+    m_settingsTabItem->helperMenuCheckbox()->setChecked(false);
 }
 
 QVAutoScanSheet *QVAppDelegate::autoScanSheet() const
