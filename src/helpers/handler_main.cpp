@@ -32,12 +32,13 @@ int main(int argc, char **argv)
     QVLog::setLogFileName(QStringLiteral("QuorvelHandler.log"));
     QVLog::configure();
     const QString identifier = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
+    // Listening before the name is taken: whoever sees the name may talk at once.
+    QVHelperCommunications channel(identifier);
     QVHelperService service(identifier);
     if (!service.registerOnBus()) {
         std::fprintf(stderr, "quorvel-handler: no session bus, or another handler is running\n");
         return 1;
     }
-    QVHelperCommunications channel(identifier);
     QVAutoScanHandler handler(&channel);
     if (parser.isSet(startupDelay))
         handler.setStartupDelay(parser.value(startupDelay).toInt());

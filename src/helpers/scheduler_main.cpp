@@ -20,12 +20,13 @@ int main(int argc, char **argv)
     QVLog::setLogFileName(QStringLiteral("QuorvelScheduler.log"));
     QVLog::configure();
     const QString identifier = QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier);
+    // Listening before the name is taken: whoever sees the name may talk at once.
+    QVHelperCommunications channel(identifier);
     QVHelperService service(identifier);
     if (!service.registerOnBus()) {
         std::fprintf(stderr, "quorvel-scheduler: no session bus, or another scheduler is running\n");
         return 1;
     }
-    QVHelperCommunications channel(identifier);
     QVSchedulerMenu menu(&channel);
     QObject::connect(&service, &QVHelperService::quitRequested, &app, &QApplication::quit);
     QObject::connect(&menu, &QVSchedulerMenu::quitRequested, &app, &QApplication::quit);
