@@ -1,6 +1,8 @@
 #include "QVAppDelegate.h"
 
+#include "QVAdvancedAutoScanWindow.h"
 #include "QVAlertSheet.h"
+#include "QVAutoScanSheet.h"
 #include "QVDiagnosisActionWindow.h"
 #include "QVDiagnosisViewController.h"
 #include "QVFolderChooser.h"
@@ -34,7 +36,9 @@
 #include "store/QVSuitcaseSurgery.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -42,6 +46,7 @@
 #include <QPushButton>
 #include <QTimer>
 #include <QtConcurrent>
+#include <algorithm>
 #include <cstdio>
 
 namespace
@@ -71,6 +76,8 @@ QVAppDelegate::~QVAppDelegate()
     // The window's views refer to the data manager and file manager.
     m_window.reset();
     delete m_fileMgr;
+    if (m_ownsBusName)
+        QDBusConnection::sessionBus().unregisterService(QString::fromLatin1(QVSettings::kBundleIdentifier));
 }
 
 bool QVAppDelegate::launch(const QStringList &folders)
@@ -92,6 +99,12 @@ void QVAppDelegate::applicationWillFinishLaunching()
     m_settings->registerUserPreferences();
     m_helperCommunications = new QVHelperCommunications(
         QString::fromLatin1(QVSettings::kBundleIdentifier), QDBusConnection::sessionBus(), this);
+    // The helpers tell that the application runs by this name on the bus.
+    if (QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface())
+        m_ownsBusName = bus->registerService(QString::fromLatin1(QVSettings::kBundleIdentifier),
+                               QDBusConnectionInterface::DontQueueService)
+                            .value()
+            == QDBusConnectionInterface::ServiceRegistered;
 }
 
 void QVAppDelegate::applicationDidFinishLaunching()
@@ -157,6 +170,16 @@ void QVAppDelegate::applicationDidFinishLaunching()
 
     connect(
         m_helperCommunications, &QVHelperCommunications::responseReceived, this, &QVAppDelegate::gotResponse);
+    connect(
+        m_helperCommunications, &QVHelperCommunications::commandReceived, this, &QVAppDelegate::gotCommand);
+    connect(m_defaultScanViewController, &QVScanRootViewController::autoScanSettingsRequested, this,
+        &QVAppDelegate::showAutoScanSheet);
+    connect(m_settingsTabItem, &QVSettingsTabItem::helperMenuToggled, this, [this](bool shown) {
+        if (shown)
+            launchScheduler();
+        else
+            killScheduler();
+    });
     if (m_settings->autoScanEnabled())
         launchHandlerApp();
     if (m_settings->showHelperMenu())
@@ -216,9 +239,10 @@ void QVAppDelegate::launchHelper(const char *bundleIdentifier, const QString &pr
 {
     // The helpers are installed beside the application.
     const QString identifier = QString::fromLatin1(bundleIdentifier);
+    const QString folder
+        = m_helperDirectory.isEmpty() ? QCoreApplication::applicationDirPath() : m_helperDirectory;
     if (QVLoginItem::isRunning(identifier)
-        || QVLoginItem::enable(
-            identifier, QCoreApplication::applicationDirPath() + QLatin1Char('/') + program))
+        || QVLoginItem::enable(identifier, folder + QLatin1Char('/') + program))
         ++m_pendingCommandTotal;
     else
         qCWarning(lcHelpers) << failure;
@@ -241,10 +265,146 @@ void QVAppDelegate::gotResponse(const QString &response, const QString &, const 
         m_hasPendingCommand = true;
     // Once every helper started has answered, they may send what they hold.
     if (++m_pendingCommandCount == m_pendingCommandTotal)
-        m_helperCommunications->sendResponse(QStringLiteral("kResponse_Ready"), QString(),
-            { { QStringLiteral("kPayloadOptions"),
-                m_settings->autoScanEnabled() ? QStringLiteral("autoScanEnabled")
-                                              : QStringLiteral("autoScanDisabled") } });
+        sendReady();
+}
+
+void QVAppDelegate::sendReady()
+{
+    m_helperCommunications->sendResponse(QStringLiteral("kResponse_Ready"), QString(),
+        { { QStringLiteral("kPayloadOptions"),
+            m_settings->autoScanEnabled() ? QStringLiteral("autoScanEnabled")
+                                          : QStringLiteral("autoScanDisabled") } });
+}
+
+void QVAppDelegate::killHandlerApp()
+{
+    killHelper(QVSettings::kHandlerBundleIdentifier, "Failed to stop kQuorvelHandlerID");
+}
+
+void QVAppDelegate::killScheduler()
+{
+    killHelper(QVSettings::kSchedulerBundleIdentifier, "Failed to stop kQuorvelSchedulerID");
+}
+
+void QVAppDelegate::killHelper(const char *bundleIdentifier, const char *failure)
+{
+    // The entry goes even when the helper is not running, or it would come back at the next login.
+    if (!QVLoginItem::disable(QString::fromLatin1(bundleIdentifier)))
+        qCWarning(lcHelpers) << failure;
+}
+
+void QVAppDelegate::sendSettingsToHelper()
+{
+    QVariantMap settings { { QStringLiteral("fontFolderPaths"), m_settings->fontFolderPaths() },
+        { QStringLiteral("autoScanFrequency"), m_settings->autoScanFrequency() },
+        { QStringLiteral("autoScanModifiedFolders"), m_settings->autoScanModifiedFolders() } };
+    if (const QDateTime last = m_settings->lastAutoScanDate(); last.isValid())
+        settings.insert(QStringLiteral("kAutoScanLastDate"), last);
+    m_helperCommunications->sendResponse(
+        QStringLiteral("kResponse_Settings"), QString(), { { QStringLiteral("kPayloadOptions"), settings } });
+}
+
+void QVAppDelegate::gotCommand(const QString &command, const QString &sender, const QVariantMap &)
+{
+    // Time for the welcome overlay to go first.
+    const int delay = m_settings->dontShowWelcomeScreenAtStartup() ? 0 : std::min(500, m_delay);
+    if (command == QLatin1String("kCommand_ScanFonts")) {
+        if (isBusy())
+            return;
+        // Only the scan the handler started this application for may quit it
+        // afterwards; one sent to an application already in use may not.
+        if (sender == QLatin1String(QVSettings::kHandlerBundleIdentifier) && m_hasPendingCommand) {
+            m_hasPendingCommand = false;
+            m_diagnosisViewController->viewState()->setIsAutoScanLaunch(true);
+        }
+        QTimer::singleShot(delay, this, &QVAppDelegate::handleScanButton);
+    } else if (command == QLatin1String("kCommand_ShowAutoscanSettings")) {
+        QTimer::singleShot(delay, this, &QVAppDelegate::showAutoScanSheet);
+    } else if (command == QLatin1String("kCommand_GetSettings")) {
+        sendSettingsToHelper();
+    } else if (command == QLatin1String("kCommand_RemoveMenu")) {
+        removeSchedulerMenu();
+    }
+}
+
+void QVAppDelegate::removeSchedulerMenu()
+{
+    killScheduler();
+    m_settings->setShowHelperMenu(false);
+    m_settingsTabItem->helperMenuCheckbox()->setChecked(false);
+}
+
+QVAutoScanSheet *QVAppDelegate::autoScanSheet() const
+{
+    return m_autoScanSheet;
+}
+
+QVAdvancedAutoScanWindow *QVAppDelegate::advancedAutoScanWindow() const
+{
+    return m_advancedAutoScanWindow;
+}
+
+void QVAppDelegate::showAutoScanSheet()
+{
+    m_overlayWindow->fadeOut();
+    if (isBusy() || !m_userInterfaceEnabled)
+        return;
+    if (m_autoScanSheet) {
+        m_autoScanSheet->raise();
+        return;
+    }
+    auto *sheet = new QVAutoScanSheet(m_settings.get(), m_window.get());
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    m_autoScanSheet = sheet;
+    connect(sheet, &QVAutoScanSheet::autoScanSwitched, this, [this](bool enabled) {
+        if (enabled)
+            launchHandlerApp();
+        else
+            killHandlerApp();
+        sendReady();
+    });
+    connect(sheet, &QVAutoScanSheet::advancedSettingsRequested, this, &QVAppDelegate::showAdvancedSettings);
+    connect(sheet, &QDialog::finished, this, &QVAppDelegate::endAutoScanSheet);
+    sheet->open();
+}
+
+void QVAppDelegate::endAutoScanSheet()
+{
+    if (QVAutoScanSheet *sheet = m_autoScanSheet) {
+        m_autoScanSheet.clear();
+        sheet->hide();
+    }
+    // Neither a schedule nor folder watching: nothing left for auto-scanning to do.
+    if (!m_settings->autoScanModifiedFolders() && m_settings->autoScanFrequency() == QLatin1String("kNever")
+        && m_settings->autoScanEnabled()) {
+        m_settings->setAutoScanEnabled(false);
+        killHandlerApp();
+        sendReady();
+    }
+    m_defaultScanViewController->updateAutoScanStatus();
+    sendSettingsToHelper();
+}
+
+void QVAppDelegate::showAdvancedSettings()
+{
+    if (m_advancedAutoScanWindow) {
+        m_advancedAutoScanWindow->raise();
+        return;
+    }
+    auto *window = new QVAdvancedAutoScanWindow(m_settings.get(), m_helperCommunications, m_window.get());
+    window->setAttribute(Qt::WA_DeleteOnClose);
+    m_advancedAutoScanWindow = window;
+    connect(window, &QVAdvancedAutoScanWindow::quitHelpersRequested, this, [this] {
+        killHandlerApp();
+        killScheduler();
+    });
+    connect(window, &QVAdvancedAutoScanWindow::showLogRequested, this,
+        [](const QString &path) { QVDefaultApplication::open(path); });
+    connect(window, &QVAdvancedAutoScanWindow::terminateRequested, this, [this] {
+        m_quitting = true;
+        m_window->close();
+    });
+    window->show();
 }
 
 QVDiagnosisActionWindow *QVAppDelegate::diagnosisActionWindow() const
@@ -718,6 +878,8 @@ void QVAppDelegate::modalEnded(int returnCode, const QString &context)
             m_quitting = true;
             m_window->close();
         }
+    } else if (context == QLatin1String("doAutoScanFoldersAlert")) {
+        showAutoScanSheet();
     } else if (context == QLatin1String("handleScanButton")) {
         if (returnCode == 1000) {
             m_fileMgr->resumeScan();

@@ -17,6 +17,8 @@
 class QAction;
 class QDialog;
 class QMessageBox;
+class QVAdvancedAutoScanWindow;
+class QVAutoScanSheet;
 class QVDiagnosisActionWindow;
 class QVDiagnosisViewController;
 class QVFileManager;
@@ -127,6 +129,25 @@ public:
     // the pending-command question.
     void launchHandlerApp();
     void launchScheduler();
+    // Removes a helper's autostart entry and stops it when it runs.
+    void killHandlerApp();
+    void killScheduler();
+    // Where the helper programs are: beside the application unless told.
+    void setHelperDirectory(const QString &folder) { m_helperDirectory = folder; }
+    // "kResponse_Settings" to both helpers.
+    void sendSettingsToHelper();
+    // The auto-scan sheet over the main window (not while busy); its closing
+    // turns auto-scanning off when nothing is left for it to do.
+    void showAutoScanSheet();
+    void endAutoScanSheet();
+    QVAutoScanSheet *autoScanSheet() const;
+    void showAdvancedSettings();
+    QVAdvancedAutoScanWindow *advancedAutoScanWindow() const;
+    // The scheduler has removed its menu.
+    void removeSchedulerMenu();
+    // The helpers' commands: scan now, show the auto-scan sheet, send the
+    // settings, the menu removed.
+    void gotCommand(const QString &command, const QString &sender, const QVariantMap &options);
     // The helpers' answers to the pending-command question.
     void gotResponse(const QString &response, const QString &sender, const QVariantMap &options);
     bool hasPendingCommand() const { return m_hasPendingCommand; }
@@ -165,6 +186,8 @@ private:
         const QString &context);
     void connectDiagnosisView();
     void launchHelper(const char *bundleIdentifier, const QString &program, const char *failure);
+    void killHelper(const char *bundleIdentifier, const char *failure);
+    void sendReady();
     void askForPendingCommands();
     // The organizer's run, once the quarantine (whose suitcase surgery it
     // uses) is this process's; the end waits for the run and its sheet.
@@ -212,4 +235,8 @@ private:
     QVUpdateChecker *m_updateChecker = nullptr;
     bool m_updateCheckAskedFor = false;
     QPointer<QDialog> m_aboutWindow;
+    QString m_helperDirectory;
+    bool m_ownsBusName = false;
+    QPointer<QVAutoScanSheet> m_autoScanSheet;
+    QPointer<QVAdvancedAutoScanWindow> m_advancedAutoScanWindow;
 };

@@ -1,6 +1,7 @@
 #include "QVScanRootViewController.h"
 
 #include "QVImages.h"
+#include "settings/QVAutoScanSchedule.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
 
@@ -24,8 +25,10 @@ QVScanRootViewController::QVScanRootViewController(QVSettings *settings, QWidget
     connect(m_textLabel, &QLabel::linkActivated, this, &QVScanRootViewController::linkActivated);
     m_autoScanLabel = new QLabel(this);
     m_autoScanLabel->setWordWrap(true);
-    m_autoScanLabel->setForegroundRole(QPalette::PlaceholderText);
-    m_autoScanLabel->setAccessibleDescription(QStringLiteral("Font folders"));
+    m_autoScanLabel->setTextFormat(Qt::RichText);
+    m_autoScanLabel->setTextInteractionFlags(Qt::TextBrowserInteraction);
+    m_autoScanLabel->setAccessibleDescription(QStringLiteral("AutoScan status"));
+    connect(m_autoScanLabel, &QLabel::linkActivated, this, &QVScanRootViewController::linkActivated);
 
     m_scanButton = new QPushButton(QVStringTable::text(QStringLiteral("scan.button.title.default")), this);
     m_scanButton->setAccessibleName(m_scanButton->text());
@@ -107,11 +110,69 @@ void QVScanRootViewController::updateScanViewText()
     m_iconLabel->setPixmap(QVImages::pixmap(icon, 64, devicePixelRatioF()));
 }
 
+QString QVScanRootViewController::relativeDateStringForDate(const QDateTime &date, const QDateTime &now)
+{
+    const qint64 seconds = now.secsTo(date);
+    const int days = int(seconds / 86400);
+    if (days != 0)
+        return QStringLiteral("%1 Days from now").arg(days);
+    const QDateTime midnight = QDateTime(now.date(), QTime(0, 0)).addSecs(86400);
+    return seconds > now.secsTo(midnight) ? QStringLiteral("Tomorrow") : QStringLiteral("Today");
+}
+
+QString QVScanRootViewController::autoScanStatusText(const QDateTime &now) const
+{
+    if (!m_settings->autoScanEnabled())
+        return QStringLiteral("\nAutoScan is turned off\nUse AutoScan settings to turn on AutoScan");
+    const QString frequency = m_settings->autoScanFrequency();
+    QString text = QStringLiteral("AutoScan is active with these settings:\n");
+    if (frequency == QLatin1String("kDaily"))
+        text += QStringLiteral("• Scan font folders once per day\n");
+    else if (frequency == QLatin1String("kWeekly"))
+        text += QStringLiteral("• Scan font folders once a week\n");
+    else if (frequency == QLatin1String("kMonthly"))
+        text += QStringLiteral("• Scan font folders once a month\n");
+    if (m_settings->autoScanModifiedFolders())
+        text += QVAutoScanSchedule::isScheduled(frequency)
+            ? QStringLiteral("• Scan if an AutoScan folder is modified\n")
+            : QStringLiteral("\n• Scan only if an AutoScan folder is modified");
+    const QDateTime next = QVAutoScanSchedule::nextScanDate(m_settings->lastAutoScanDate(), frequency, now);
+    if (next.isValid()) {
+        const QDateTime local = next.toLocalTime();
+        QString day;
+        if (frequency == QLatin1String("kDaily"))
+            day = relativeDateStringForDate(local, now);
+        else if (local.date() == now.date())
+            day = QStringLiteral("Today");
+        else if (local.date() == now.date().addDays(1))
+            day = QStringLiteral("Tomorrow");
+        else
+            day = QLocale().toString(local.date(), QLocale::LongFormat);
+        text += QStringLiteral("• Next Scheduled AutoScan:\n   %1 around %2")
+                    .arg(day, local.time().toString(QStringLiteral("h:mmAP")));
+    }
+    return text;
+}
+
 void QVScanRootViewController::updateAutoScanStatus()
 {
-    m_autoScanLabel->setText(QStringLiteral("%1 examines: %2")
-                                 .arg(QVStringTable::text(QStringLiteral("scan.button.title.default")),
-                                     m_settings->fontFolderPaths().join(QStringLiteral(", "))));
+    // The heading in bold; bullet lines hang under their first word.
+    const QStringList lines = autoScanStatusText(QDateTime::currentDateTime()).split(QLatin1Char('\n'));
+    QString html;
+    for (qsizetype i = 0; i < lines.size(); ++i) {
+        const QString line = lines.at(i).toHtmlEscaped();
+        if (line.isEmpty())
+            continue;
+        if (i <= 1 && line.startsWith(QLatin1String("AutoScan is")))
+            html += QStringLiteral("<p style=\"margin:0\"><b>%1</b></p>").arg(line);
+        else
+            html += QStringLiteral("<p style=\"margin:0 0 0 20px; text-indent:-20px\">%1</p>")
+                        .arg(line.startsWith(QLatin1String("   "))
+                                ? QStringLiteral("&nbsp;&nbsp;&nbsp;") + line.trimmed()
+                                : line);
+    }
+    html += QStringLiteral("<p style=\"margin:6px 0 0 0\"><a href=\"AutoScan\">AutoScan settings…</a></p>");
+    m_autoScanLabel->setText(html);
 }
 
 QString QVScanRootViewController::scanText() const
@@ -123,4 +184,6 @@ void QVScanRootViewController::linkActivated(const QString &link)
 {
     if (link == QLatin1String("report"))
         Q_EMIT showReportRequested(m_settings->lastReportFilePath(), m_settings->lastReportName());
+    else if (link == QLatin1String("AutoScan"))
+        Q_EMIT autoScanSettingsRequested();
 }

@@ -3,6 +3,7 @@
 // that start a scan.
 #pragma once
 
+#include <QDateTime>
 #include <QWidget>
 
 class QLabel;
@@ -18,9 +19,12 @@ public:
 
     // The last-scan text once a scan has been recorded, else the default text.
     void updateScanViewText();
-    // Until auto-scans can be scheduled, the status names the folders a
-    // standard scan examines.
+    // What auto-scanning will do next, under the last-scan text.
     void updateAutoScanStatus();
+    // The same as plain text, at a given moment.
+    QString autoScanStatusText(const QDateTime &now) const;
+    // "Today", "Tomorrow" or "N Days from now" (whole days, truncated).
+    static QString relativeDateStringForDate(const QDateTime &date, const QDateTime &now);
     static QString getDefaultText();
     // The last scan, as rich text with the report link when there is a report.
     QString getScanText() const;
@@ -33,6 +37,8 @@ Q_SIGNALS:
     void scanButtonClicked();
     void scanFolderButtonClicked();
     void organizeButtonClicked();
+    // The "AutoScan" link.
+    void autoScanSettingsRequested();
     // The "report" link: the last report's file and name.
     void showReportRequested(const QString &filePath, const QString &reportName);
 

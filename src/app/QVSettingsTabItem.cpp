@@ -74,11 +74,22 @@ QVSettingsTabItem::QVSettingsTabItem(QVSettings *settings, QWidget *parent)
     reportsLayout->addWidget(m_saveReports);
     reportsLayout->addWidget(m_showReports);
 
+    auto *autoScan = new QGroupBox(QStringLiteral("AutoScan"), this);
+    m_helperMenu = new QCheckBox(QStringLiteral("Show the AutoScan menu in the system tray"), autoScan);
+    m_helperMenu->setAccessibleName(m_helperMenu->text());
+    connect(m_helperMenu, &QCheckBox::clicked, this, [this](bool on) {
+        m_settings->setShowHelperMenu(on);
+        Q_EMIT helperMenuToggled(on);
+    });
+    auto *autoScanLayout = new QVBoxLayout(autoScan);
+    autoScanLayout->addWidget(m_helperMenu);
+
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(24, 24, 24, 24);
     layout->setSpacing(16);
     layout->addWidget(passes);
     layout->addWidget(reports);
+    layout->addWidget(autoScan);
     layout->addStretch();
     setStateFromUserPrefs();
 }
@@ -113,6 +124,7 @@ void QVSettingsTabItem::setStateFromUserPrefs()
     }
     m_saveReports->setChecked(m_settings->automaticallySaveReports());
     m_showReports->setChecked(m_settings->showReports());
+    m_helperMenu->setChecked(m_settings->showHelperMenu());
 }
 
 void QVSettingsTabItem::passSwitchAction(Switch which)
@@ -153,4 +165,5 @@ void QVSettingsTabItem::setControlsEnabled(bool enabled)
     }
     m_saveReports->setEnabled(enabled);
     m_showReports->setEnabled(enabled);
+    m_helperMenu->setEnabled(enabled);
 }

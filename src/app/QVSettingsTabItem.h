@@ -30,10 +30,14 @@ public:
     QToolButton *optionsButton(Switch which) const { return m_optionButtons[which]; }
     QCheckBox *automaticallySaveReportsCheckbox() const { return m_saveReports; }
     QCheckBox *showReportsCheckbox() const { return m_showReports; }
+    // Whether the scheduler helper shows its tray menu.
+    QCheckBox *helperMenuCheckbox() const { return m_helperMenu; }
 
 Q_SIGNALS:
     // An alert to show as a sheet (one button).
     void alertRequested(const QString &message, const QString &informativeText, const QString &context);
+    // The tray menu check box was turned (the setting is stored).
+    void helperMenuToggled(bool shown);
 
 private:
     void passSwitchAction(Switch which);
@@ -46,4 +50,5 @@ private:
     QToolButton *m_optionButtons[3] {};
     QCheckBox *m_saveReports;
     QCheckBox *m_showReports;
+    QCheckBox *m_helperMenu;
 };

@@ -4,7 +4,9 @@
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -41,4 +43,17 @@ bool QVLoginItem::enable(const QString &bundleIdentifier, const QString &program
                                          "NoDisplay=true\nX-GNOME-Autostart-enabled=true\n")
                               .arg(QFileInfo(program).fileName(), exec);
     return QVAtomicFile::write(path, entry.toUtf8()) == 0;
+}
+
+bool QVLoginItem::disable(const QString &bundleIdentifier)
+{
+    const QString path = entryPath(bundleIdentifier);
+    const bool removed = !QFileInfo::exists(path) || QFile::remove(path);
+    if (isRunning(bundleIdentifier)) {
+        // Not waited for: the helper goes once it has read the call.
+        QDBusConnection::sessionBus().send(
+            QDBusMessage::createMethodCall(bundleIdentifier, QString::fromLatin1(kControlPath),
+                QString::fromLatin1(kControlInterface), QStringLiteral("Quit")));
+    }
+    return removed;
 }

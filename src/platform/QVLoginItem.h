@@ -14,4 +14,11 @@ public:
     // Starts the program and, once it started, writes its autostart entry.
     // False, with nothing written, when the program cannot be started.
     static bool enable(const QString &bundleIdentifier, const QString &program);
+    // Removes the autostart entry and asks a running helper to quit (it
+    // answers the Quit call of kControlInterface at kControlPath). False when
+    // the entry stays.
+    static bool disable(const QString &bundleIdentifier);
+
+    static constexpr const char *kControlPath = "/org/quorvel/Helper";
+    static constexpr const char *kControlInterface = "org.quorvel.Helper";
 };

@@ -24,6 +24,7 @@ namespace
 {
 
 std::atomic<bool> loggingEnabled { false };
+QString logFileName = QStringLiteral("Quorvel.log");
 QMutex fileMutex;
 QtMessageHandler previousHandler = nullptr;
 
@@ -74,5 +75,10 @@ bool QVLog::isEnabled()
 
 QString QVLog::logFilePath()
 {
-    return QVDataFolder::path() + QStringLiteral("/Quorvel.log");
+    return QVDataFolder::path() + QLatin1Char('/') + logFileName;
+}
+
+void QVLog::setLogFileName(const QString &name)
+{
+    logFileName = name;
 }

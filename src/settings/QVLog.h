@@ -21,6 +21,8 @@ public:
     static void configure();
     static void setEnabled(bool enabled);
     static bool isEnabled();
-    // The data folder's log file.
+    // The data folder's log file: Quorvel.log, or the name a helper program
+    // sets for its own log before configuring.
     static QString logFilePath();
+    static void setLogFileName(const QString &name);
 };

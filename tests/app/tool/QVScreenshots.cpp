@@ -6,7 +6,9 @@
 // (default OUTDIR: docs/screenshots). On a display (xvfb-run,
 // QT_QPA_PLATFORM=xcb) also the report window, at 100% and 200%, and the
 // first printed page of the report.
+#include "app/QVAdvancedAutoScanWindow.h"
 #include "app/QVAppDelegate.h"
+#include "app/QVAutoScanSheet.h"
 #include "app/QVDiagnosisActionWindow.h"
 #include "app/QVDiagnosisViewController.h"
 #include "app/QVHelpWindow.h"
@@ -17,6 +19,9 @@
 #include "app/QVQuarantineTab.h"
 #include "app/QVReportWindow.h"
 #include "app/QVReportsTab.h"
+#include "helpers/QVApplicationLink.h"
+#include "helpers/QVSchedulerMenu.h"
+#include "settings/QVHelperCommunications.h"
 #include "settings/QVProgress.h"
 #include "settings/QVSettings.h"
 #include "settings/QVStringTable.h"
@@ -28,6 +33,7 @@
 #include <QApplication>
 #include <QDialog>
 #include <QDir>
+#include <QMenu>
 #include <QPainter>
 #include <QPrinter>
 #include <QPushButton>
@@ -253,6 +259,29 @@ int main(int argc, char **argv)
         QVHelpWindow *help = QVHelpWindow::showHelp(QStringLiteral("diagnoses.html"));
         ok = save(help, out, QStringLiteral("help-%1").arg(scheme)) && ok;
         help->close();
+        // The auto-scan sheet (weekly, and on folder changes), its advanced
+        // window, and the scheduler helper's tray menu.
+        QVSettings *settings = delegate.settings();
+        settings->setAutoScanFrequency(QStringLiteral("kWeekly"));
+        settings->setAutoScanModifiedFolders(true);
+        settings->setLastAutoScanDate(QDateTime::currentDateTime().addDays(-2));
+        settings->setFontFolderPaths({ home.path() + QStringLiteral("/Jobs/"), folder + QLatin1Char('/') });
+        delegate.showAutoScanSheet();
+        if (QVAutoScanSheet *sheet = delegate.autoScanSheet()) {
+            ok = save(sheet, out, QStringLiteral("autoscan-%1").arg(scheme)) && ok;
+            sheet->advancedSettingsButton()->click();
+            if (QVAdvancedAutoScanWindow *advanced = delegate.advancedAutoScanWindow()) {
+                ok = save(advanced, out, QStringLiteral("autoscan-advanced-%1").arg(scheme)) && ok;
+                advanced->close();
+            }
+            sheet->autoScanActionButton()->click();
+        }
+        QVHelperCommunications schedulerChannel(QString::fromLatin1(QVSettings::kSchedulerBundleIdentifier));
+        QVSchedulerMenu tray(&schedulerChannel);
+        QVApplicationLink::copyApplicationSettings(*tray.settings());
+        tray.updateMenu();
+        tray.menu()->adjustSize();
+        ok = save(tray.menu(), out, QStringLiteral("autoscan-menu-%1").arg(scheme)) && ok;
     }
     return ok ? 0 : 1;
 }
