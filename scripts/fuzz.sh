@@ -40,6 +40,14 @@ seed fuzz_examiner sfnt-dfont 03 "$data/fuzz/DejaVuSans-Ab-sfnt-suitcase.rsrc"
 seed fuzz_examiner sfnt-suitcase 04 "$data/fuzz/DejaVuSans-Ab-sfnt-suitcase.rsrc"
 seed fuzz_examiner lwfn 05 "$data/fuzz/StandardSymbols-LWFN.rsrc"
 seed fuzz_examiner sidecar 06 "$data/fuzz/StandardSymbols-LWFN.appledouble"
+# PC Type 1: a PFB made by t1binary from Debian's URW outline, and its metrics.
+urw=/usr/share/fonts/type1/urw-base35
+if [ -r "$urw/StandardSymbolsPS.t1" ] && command -v t1binary >/dev/null; then
+  t1binary "$urw/StandardSymbolsPS.t1" "$seeds/StandardSymbolsPS.pfb"
+  seed fuzz_examiner pfb 07 "$seeds/StandardSymbolsPS.pfb"
+  seed fuzz_examiner afm 08 "$urw/StandardSymbolsPS.afm"
+  rm -f "$seeds/StandardSymbolsPS.pfb"
+fi
 seed fuzz_resource_fork suitcase "" "$data/fonts/DejaVuSans-suitcase.rsrc"
 seed fuzz_resource_fork lwfn "" "$data/fuzz/StandardSymbols-LWFN.rsrc"
 seed fuzz_resource_fork sfnt-suitcase "" "$data/fuzz/DejaVuSans-Ab-sfnt-suitcase.rsrc"
