@@ -27,7 +27,7 @@ namespace
 
 const char kUsage[]
     = "usage: quorvel-cli diagnose [--json | --format text|json|csv] [--plan | --resolve [--dry-run] "
-      "[--yes]] [--only KIND[,KIND]] [--report [--open]] [--jobs N] [FOLDER...]\n";
+      "[--yes]] [--only KIND[,KIND]] [--report [--open]] [--jobs N] [--deep] [FOLDER...]\n";
 
 } // namespace
 
@@ -39,6 +39,7 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
+    QVCliScanRun::takeDeepOption(&arguments);
     QString format;
     if (!takeFormatOption(&arguments, &format)) {
         err() << kUsage;

@@ -20,9 +20,10 @@ int QVScanCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
+    QVCliScanRun::takeDeepOption(&arguments);
     QString format;
     if (!takeFormatOption(&arguments, &format)) {
-        err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [FOLDER...]\n";
+        err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [--deep] [FOLDER...]\n";
         err().flush();
         return UsageError;
     }
@@ -30,7 +31,7 @@ int QVScanCommand::run(const QStringList &givenArguments)
     QStringList folders;
     for (const QString &argument : arguments) {
         if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [FOLDER...]\n";
+            err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [--deep] [FOLDER...]\n";
             err().flush();
             return UsageError;
         }

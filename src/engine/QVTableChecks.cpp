@@ -313,7 +313,9 @@ bool checkCompositeGlyph(QVByteReader &r, quint16 numGlyphs)
 bool QVTableChecks::checkGlyf(QByteArrayView glyf, QByteArrayView loca, bool longOffsets, quint16 numGlyphs)
 {
     QVByteReader offsets(loca);
-    const auto next = [&] { return longOffsets ? qint64(*offsets.u32()) : qint64(*offsets.u16()) * 2; };
+    const auto next = [&] {
+        return longOffsets ? qint64(offsets.u32().value_or(0)) : qint64(offsets.u16().value_or(0)) * 2;
+    };
     qint64 start = next();
     for (int i = 0; i < numGlyphs; ++i) {
         const qint64 end = next();
