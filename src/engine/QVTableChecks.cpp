@@ -267,7 +267,9 @@ bool checkSimpleGlyph(QVByteReader &r, qint16 contours, qint64 end)
     qint64 coordinateBytes = 0;
     for (qint64 flagged = 0; flagged < points;) {
         const auto flag = r.u8();
-        if (!flag)
+        // Bit 7 is reserved; bit 6 (overlapping outlines) belongs to the first
+        // point alone.
+        if (!flag || (*flag & 0x80) || ((*flag & 0x40) && flagged > 0))
             return false;
         qint64 repeat = 1;
         if (*flag & 0x08) {
@@ -326,8 +328,8 @@ bool QVTableChecks::checkGlyf(QByteArrayView glyf, QByteArrayView loca, bool lon
         QVByteReader r(glyf.sliced(0, end));
         r.seek(start);
         const auto contours = r.i16();
-        r.skip(8);
-        if (!r.ok() || *contours < -1)
+        const auto xMin = r.i16(), yMin = r.i16(), xMax = r.i16(), yMax = r.i16();
+        if (!r.ok() || *contours < -1 || *xMin > *xMax || *yMin > *yMax)
             return false;
         if (*contours >= 0 ? !checkSimpleGlyph(r, *contours, end) : !checkCompositeGlyph(r, numGlyphs))
             return false;
@@ -450,7 +452,9 @@ bool QVTableChecks::checkName(QByteArrayView name)
     const auto format = r.u16();
     const auto count = r.u16();
     const auto storage = r.u16();
-    if (!r.ok() || *format > 1 || *storage > name.size() || !r.has(6, qint64(*count) * 12))
+    // The strings come after the records.
+    if (!r.ok() || *format > 1 || *storage > name.size() || *storage < 6 + qint64(*count) * 12
+        || !r.has(6, qint64(*count) * 12))
         return false;
     const qint64 storageSize = name.size() - *storage;
     for (int i = 0; i < *count; ++i) {
@@ -483,8 +487,14 @@ bool QVTableChecks::checkPost(QByteArrayView post, quint16 numGlyphs)
     qint64 names = 0;
     while (r.remaining() > 0) {
         const auto length = r.u8();
-        if (!r.skip(*length))
+        const auto text = r.bytes(*length);
+        if (!text)
             return false;
+        // Glyph names are printable ASCII.
+        for (const char c : *text) {
+            if (c < 0x21 || c > 0x7e)
+                return false;
+        }
         ++names;
     }
     return highest < 258 || highest - 258 < names;
