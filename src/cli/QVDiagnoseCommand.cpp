@@ -307,7 +307,10 @@ QVCliHelp::Command QVDiagnoseCommand::help() const
                 QStringLiteral(
                     "text (the default), json, or csv (one line per font, the columns of scan's csv "
                     "with the diagnosis and the action planned).") },
-            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") } },
+            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") },
+            { QStringLiteral("--deep"),
+                QStringLiteral("Check every TrueType/OpenType font in depth first, as scan --deep does; a "
+                               "font whose only finding is a checksum mismatch is not resolved.") } },
         { QStringLiteral("diagnose --plan /srv/fonts"),
             QStringLiteral("diagnose --resolve --only duplicates --yes --report /srv/fonts") } };
 }
