@@ -5,6 +5,7 @@
 #include "QVImages.h"
 #include "QVPopover.h"
 #include "QVProblemFontModel.h"
+#include "engine/QVDeepCheck.h"
 #include "engine/QVResouceFork.h"
 #include "platform/QVFileReveal.h"
 #include "settings/QVSettings.h"
@@ -272,6 +273,8 @@ QString QVDiagnosisActionWindow::getCautionText(const QString &defectName)
     }
     if (defectName.startsWith(QLatin1String(kFileErrorPrefix)))
         text = QString::fromUtf8(kFileErrorText);
+    if (text.isEmpty())
+        text = QVDeepCheck::cautionText(defectName);
     return text;
 }
 

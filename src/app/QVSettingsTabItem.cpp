@@ -60,6 +60,16 @@ QVSettingsTabItem::QVSettingsTabItem(QVSettings *settings, QWidget *parent)
         grid->addWidget(m_optionButtons[i], i * 2, 3);
         grid->addWidget(hint, i * 2 + 1, 1, 1, 3);
     }
+    // Beside the damaged-font pass, which it extends.
+    m_deepCheck = new QCheckBox(QStringLiteral("Deep check"), passes);
+    m_deepCheck->setAccessibleName(QStringLiteral("Deep check"));
+    const QString deepHelp = QStringLiteral(
+        "Also recomputes the checksum of every table of TrueType and OpenType fonts, follows every table "
+        "and loads every glyph. Finds damage the quick look cannot see; takes longer.");
+    m_deepCheck->setToolTip(deepHelp);
+    m_deepCheck->setAccessibleDescription(deepHelp);
+    connect(m_deepCheck, &QCheckBox::clicked, this, [this](bool on) { m_settings->setDeepCheck(on); });
+    grid->addWidget(m_deepCheck, 0, 2);
 
     auto *reports = new QGroupBox(QStringLiteral("Reports"), this);
     m_saveReports = new QCheckBox(QStringLiteral("Save a report after every diagnosis"), reports);
@@ -122,6 +132,7 @@ void QVSettingsTabItem::setStateFromUserPrefs()
         for (QAction *action : m_optionButtons[i]->menu()->actions())
             action->setChecked(m_settings->value(action->data().toString()).toBool());
     }
+    m_deepCheck->setChecked(m_settings->deepCheck());
     m_saveReports->setChecked(m_settings->automaticallySaveReports());
     m_showReports->setChecked(m_settings->showReports());
     m_helperMenu->setChecked(m_settings->showHelperMenu());
@@ -163,6 +174,7 @@ void QVSettingsTabItem::setControlsEnabled(bool enabled)
         m_switches[i]->setEnabled(enabled);
         m_optionButtons[i]->setEnabled(enabled);
     }
+    m_deepCheck->setEnabled(enabled);
     m_saveReports->setEnabled(enabled);
     m_showReports->setEnabled(enabled);
     m_helperMenu->setEnabled(enabled);

@@ -28,6 +28,7 @@ public:
     QCheckBox *passSwitch(Switch which) const { return m_switches[which]; }
     QLabel *passDot(Switch which) const { return m_dots[which]; }
     QToolButton *optionsButton(Switch which) const { return m_optionButtons[which]; }
+    QCheckBox *deepCheckCheckbox() const { return m_deepCheck; }
     QCheckBox *automaticallySaveReportsCheckbox() const { return m_saveReports; }
     QCheckBox *showReportsCheckbox() const { return m_showReports; }
     // Whether the scheduler helper shows its tray menu.
@@ -48,6 +49,7 @@ private:
     QCheckBox *m_switches[3] {};
     QLabel *m_dots[3] {};
     QToolButton *m_optionButtons[3] {};
+    QCheckBox *m_deepCheck = nullptr;
     QCheckBox *m_saveReports;
     QCheckBox *m_showReports;
     QCheckBox *m_helperMenu;

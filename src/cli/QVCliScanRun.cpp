@@ -85,6 +85,7 @@ namespace
 {
 // 0: the setting decides.
 int jobsOption = 0;
+bool deepOption = false;
 } // namespace
 
 QString QVCliScanRun::takeJobsOption(QStringList *arguments)
@@ -103,6 +104,11 @@ QString QVCliScanRun::takeJobsOption(QStringList *arguments)
     return QString();
 }
 
+void QVCliScanRun::takeDeepOption(QStringList *arguments)
+{
+    deepOption = arguments->removeAll(QStringLiteral("--deep")) > 0 || deepOption;
+}
+
 bool QVCliScanRun::scanFolders(const QStringList &folders)
 {
     bool scanCancelled = false;
@@ -110,6 +116,8 @@ bool QVCliScanRun::scanFolders(const QStringList &folders)
         QVFileManager fileManager(m_dataManager);
         fileManager.setJobs(jobsOption);
         QVCliCommand::step(QStringLiteral("looking for fonts in ") + folders.join(QStringLiteral(", ")));
+        if (deepOption)
+            fileManager.setDeepCheck(true);
         QVTerminalProgress terminal(fileManager.progress(), m_progressStream);
         // Files are examined as the walk finds them: the phase turns once
         // the first one is in.

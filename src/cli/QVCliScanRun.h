@@ -49,6 +49,9 @@ public:
     // files at once (their output is the same whatever N). Returns why the
     // option is wrong, or null.
     static QString takeJobsOption(QStringList *arguments);
+    // Takes "--deep" out of the arguments; the scans that follow end with the
+    // deep check of their SFNT fonts whatever the setting says.
+    static void takeDeepOption(QStringList *arguments);
     // Whether Ctrl-C was pressed (or SIGTERM came) while this object lived.
     static bool interrupted();
 

@@ -27,7 +27,7 @@ namespace
 
 const char kUsage[]
     = "usage: quorvel-cli diagnose [--json | --format text|json|csv] [--plan | --resolve [--dry-run] "
-      "[--yes]] [--only KIND[,KIND]] [--report [--open]] [--jobs N] [FOLDER...]\n";
+      "[--yes]] [--only KIND[,KIND]] [--report [--open]] [--jobs N] [--deep] [FOLDER...]\n";
 
 } // namespace
 
@@ -39,6 +39,7 @@ int QVDiagnoseCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
+    QVCliScanRun::takeDeepOption(&arguments);
     QString format;
     if (!takeFormatOption(&arguments, &format)) {
         err() << kUsage;
@@ -306,7 +307,10 @@ QVCliHelp::Command QVDiagnoseCommand::help() const
                 QStringLiteral(
                     "text (the default), json, or csv (one line per font, the columns of scan's csv "
                     "with the diagnosis and the action planned).") },
-            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") } },
+            { QStringLiteral("--jobs N"), QStringLiteral("Files read at once, 1 to 64.") },
+            { QStringLiteral("--deep"),
+                QStringLiteral("Check every TrueType/OpenType font in depth first, as scan --deep does; a "
+                               "font whose only finding is a checksum mismatch is not resolved.") } },
         { QStringLiteral("diagnose --plan /srv/fonts"),
             QStringLiteral("diagnose --resolve --only duplicates --yes --report /srv/fonts") } };
 }

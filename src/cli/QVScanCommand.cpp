@@ -20,9 +20,11 @@ int QVScanCommand::run(const QStringList &givenArguments)
         err().flush();
         return UsageError;
     }
+    QVCliScanRun::takeDeepOption(&arguments);
     QString format;
     if (!takeFormatOption(&arguments, &format)) {
-        err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [FOLDER...]\n";
+        err()
+            << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [--deep] [FOLDER...]\n";
         err().flush();
         return UsageError;
     }
@@ -30,7 +32,8 @@ int QVScanCommand::run(const QStringList &givenArguments)
     QStringList folders;
     for (const QString &argument : arguments) {
         if (argument.startsWith(QLatin1Char('-'))) {
-            err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [FOLDER...]\n";
+            err() << "usage: quorvel-cli scan [--json | --format text|json|csv] [--jobs N] [--deep] "
+                     "[FOLDER...]\n";
             err().flush();
             return UsageError;
         }
@@ -83,7 +86,8 @@ int QVScanCommand::run(const QStringList &givenArguments)
 
 QVCliHelp::Command QVScanCommand::help() const
 {
-    return { {}, {}, { QStringLiteral("scan [--json | --format text|json|csv] [--jobs N] [FOLDER...]") },
+    return { {}, {},
+        { QStringLiteral("scan [--json | --format text|json|csv] [--jobs N] [--deep] [FOLDER...]") },
         QStringLiteral(
             "Finds the font files in the folders (by default the configured font folders), examines "
             "each as it is found, and prints every file with the statuses of its fonts. Each folder "
@@ -99,6 +103,9 @@ QVCliHelp::Command QVScanCommand::help() const
                                "status and defects.") },
             { QStringLiteral("--jobs N"),
                 QStringLiteral("Files read at once, 1 to 64 (default: the scanJobs "
-                               "setting). The output is the same whatever N.") } },
+                               "setting). The output is the same whatever N.") },
+            { QStringLiteral("--deep"),
+                QStringLiteral("Then check every TrueType/OpenType font in depth: table checksums, "
+                               "table structure and every glyph (as the deepCheck setting does).") } },
         { QStringLiteral("scan --format csv /srv/fonts > fonts.csv") } };
 }

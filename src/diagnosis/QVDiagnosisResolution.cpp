@@ -1,6 +1,7 @@
 #include "diagnosis/QVDiagnosisResolution.h"
 
 #include "diagnosis/QVType1Counterparts.h"
+#include "engine/QVDeepCheck.h"
 #include "engine/QVFontConstants.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVResouceFork.h"
@@ -108,7 +109,10 @@ void QVDiagnosisResolution::setProblemFontsArray(const QList<QVProblemFontPtr> &
     checkedRowsArray.clear();
     for (int i = 0; i < rowArray.size(); ++i) {
         rowArray.at(i)->row = i;
-        checkedRowsArray.append(i);
+        // A font the deep check found usable is only reported: nothing moves
+        // it unless the user checks it.
+        if (!QVDeepCheck::onlyUsableDefects(*rowArray.at(i)->fontStatus))
+            checkedRowsArray.append(i);
     }
     showCloseWarning = false;
     isDisabled = false;

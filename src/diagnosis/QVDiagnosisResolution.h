@@ -77,7 +77,8 @@ public:
     // Not while a resolution runs.
     void setStore(QVQuarantineStore *store, QVSuitcaseSurgery *surgery);
 
-    // Takes the entries as rows, every row checked, flags cleared.
+    // Takes the entries as rows, flags cleared; every row is checked but those
+    // of fonts whose only defects leave them usable.
     void setProblemFontsArray(const QList<QVProblemFontPtr> &problemFonts);
     // Checks or unchecks a row (kept in the order rows were checked).
     void setRowChecked(int row, bool checked);

@@ -56,6 +56,12 @@ inline constexpr const char MissingFontHeader[] = "Missing Font Header";
 inline constexpr const char BadEncryptedSection[] = "Bad Encrypted Section";
 inline constexpr const char CouldntFindMetricsFile[] = "Couldn't Find Metrics File";
 inline constexpr const char CouldntFindOutlineFile[] = "Couldn't Find Outline File";
+// Found by the deep check.
+inline constexpr const char TableChecksumMismatch[] = "Table Checksum Mismatch (%@)";
+inline constexpr const char DamagedTableData[] = "Damaged Table Data (%@)";
+inline constexpr const char MissingRequiredTable[] = "Missing Required Table (%@)";
+inline constexpr const char GlyphCannotBeLoaded[] = "Glyph Cannot Be Loaded (%@)";
+inline constexpr const char FontCannotBeLoaded[] = "Font Cannot Be Loaded (%@)";
 
 // Fills the one "%@" of a message such as "File Error (%@)".
 inline QString withDetail(const char *message, const QString &detail)

@@ -212,6 +212,8 @@ qint32 QVFontDiagnose::examineSuitcase(const QString &path)
             status.fontSize = pointSize;
             status.fontStyle = style;
             status.fontID = familyID;
+            if (trueType && member)
+                status.sfntResourceID = resID;
 
             if (postScriptName == QLatin1String("<none>")) {
                 status.setFontError(QVErrorClass::Defect);

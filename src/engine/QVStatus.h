@@ -47,6 +47,9 @@ public:
     qint32 fontVersion = 0;
     qint32 fontSize = 0;
     qint32 fontID = 0;
+    // The ID of the sfnt resource a suitcase's outline font was read from; -1
+    // for every other font.
+    qint32 sfntResourceID = -1;
     QString fontURL;
     QString fontName;
     QString trueTypeFontName;

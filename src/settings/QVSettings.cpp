@@ -35,6 +35,7 @@ const QList<QVSettings::Key> keyTable = {
     { "diagnoseType3fonts", Type::Bool, true },
     { "matchVersionNumbers", Type::Bool, true },
     { "checkFontActivation", Type::Bool, true },
+    { "deepCheck", Type::Bool, true },
     { "organizeFonts", Type::Bool, true },
     { "organizeFontsFolder", Type::String, true },
     { "createAlphabetFolders", Type::Bool, true },
@@ -142,6 +143,7 @@ QVariantMap QVSettings::getDefaultsDictionary() const
     defaults.insert(QStringLiteral("diagnoseType3fonts"), true);
     defaults.insert(QStringLiteral("matchVersionNumbers"), true);
     defaults.insert(QStringLiteral("checkFontActivation"), false);
+    defaults.insert(QStringLiteral("deepCheck"), false);
     defaults.insert(QStringLiteral("organizeFonts"), false);
     defaults.insert(QStringLiteral("organizeFontsFolder"), QString(""));
     defaults.insert(QStringLiteral("createAlphabetFolders"), false);

@@ -112,6 +112,9 @@ public:
     QV_BOOL_SETTING(diagnoseType3fonts, setDiagnoseType3fonts)
     QV_BOOL_SETTING(matchVersionNumbers, setMatchVersionNumbers)
     QV_BOOL_SETTING(checkFontActivation, setCheckFontActivation)
+    // After the examination, a scan recomputes checksums, follows every table
+    // and loads every glyph of its SFNT fonts.
+    QV_BOOL_SETTING(deepCheck, setDeepCheck)
     QV_BOOL_SETTING(organizeFonts, setOrganizeFonts)
     QV_STRING_SETTING(organizeFontsFolder, setOrganizeFontsFolder)
     QV_BOOL_SETTING(createAlphabetFolders, setCreateAlphabetFolders)

@@ -1,5 +1,6 @@
 #include "store/QVFileManager.h"
 
+#include "engine/QVDeepCheck.h"
 #include "engine/QVFontDataManager.h"
 #include "engine/QVFontExaminer.h"
 #include "platform/QVAtomicFile.h"
@@ -394,6 +395,8 @@ bool QVFileManager::findFontFiles(
         }
         m_linkedFiles.clear();
     }
+    if (isFinalDirectory && !cancelled && deepCheck())
+        cancelled = deepCheckFonts(pool.get());
 
     if (isFinalDirectory) {
         onMainThread([this] { Q_EMIT closeAlertDialogIfShowing(); });
@@ -427,6 +430,47 @@ int QVFileManager::jobs() const
     if (jobs <= 0)
         jobs = QThread::idealThreadCount();
     return qBound(1, jobs, 64);
+}
+
+bool QVFileManager::deepCheck() const
+{
+    return m_deepCheck.value_or(m_settings->deepCheck());
+}
+
+bool QVFileManager::deepCheckFonts(QThreadPool *pool)
+{
+    const QList<QVFontFilePtr> files = m_dataMgr->fontFileItems;
+    if (files.isEmpty())
+        return false;
+    QVProgress *bar = progress();
+    bar->setValue(0);
+    onMainThread([this] { progress()->setLabel(QStringLiteral("Deep check of the fonts found...")); });
+    const double step = bar->maximum() / double(files.size());
+    // A few files a task: one hand-off per file costs more than a small font.
+    constexpr qsizetype kRun = 8;
+    std::atomic<bool> stop { false };
+    std::atomic<int> reported { 0 };
+    const auto checkRun = [&files, &stop, &reported](qsizetype from) {
+        for (qsizetype i = from; i < qMin(from + kRun, files.size()) && !stop.load(); ++i)
+            reported += QVDeepCheck::checkFontFile(*files.at(i));
+    };
+    std::vector<QFuture<void>> runs;
+    for (qsizetype from = 0; pool && from < files.size(); from += kRun)
+        runs.push_back(QtConcurrent::run(pool, checkRun, from));
+    for (qsizetype from = 0, run = 0; from < files.size(); from += kRun, ++run) {
+        if (pool)
+            runs[size_t(run)].waitForFinished();
+        else if (!stop.load())
+            checkRun(from);
+        bar->increment(step * double(qMin(kRun, files.size() - from)));
+        if (m_didCancel.load())
+            stop = true;
+    }
+    if (reported.load() > 0)
+        m_dataMgr->foundProblemFonts = true;
+    if (m_settings->doLogging())
+        qCInfo(lcStore) << " ----> Deep check:" << reported.load() << "fonts with findings";
+    return stop.load();
 }
 
 void QVFileManager::considerFile(const SnapshotPtr &snapshot)

@@ -22,6 +22,7 @@ class QVHelperCommunications;
 class QVOperationQueue;
 class QVProgress;
 class QVSettings;
+class QThreadPool;
 
 class QVFileManager : public QObject
 {
@@ -102,6 +103,10 @@ public:
     // default) takes the settings' scanJobs, and 0 there one per core.
     void setJobs(int jobs) { m_jobs = jobs; }
     int jobs() const;
+    // Whether the last folder's walk ends with the deep check of every SFNT
+    // font found, on the same workers; unset takes the setting deepCheck.
+    void setDeepCheck(bool on) { m_deepCheck = on; }
+    bool deepCheck() const;
     QVProgress *progress() const;
     void setProgress(QVProgress *progress);
     QVHelperCommunications *helperCommunications() const;
@@ -127,6 +132,9 @@ private:
     using SnapshotPtr = std::shared_ptr<const QVFileSnapshot>;
     void considerFile(const SnapshotPtr &snapshot);
     void noteUnreadableFolder(const QString &folder);
+    // The deep check of every file found, on the pool when there is one;
+    // true when it was cancelled.
+    bool deepCheckFonts(QThreadPool *pool);
     void postScanFolderComplete(bool cancelled);
     void onMainThread(std::function<void()> work);
 
@@ -134,6 +142,7 @@ private:
     std::unique_ptr<QVFontDataManager> m_ownDataMgr;
     QVSettings *m_settings = nullptr;
     int m_jobs = 0;
+    std::optional<bool> m_deepCheck;
     std::unique_ptr<QVSettings> m_ownSettings;
     QPointer<QVProgress> m_progress;
     QVProgress *m_ownProgress = nullptr;

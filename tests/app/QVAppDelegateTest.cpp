@@ -404,6 +404,12 @@ TEST_F(AppTest, OneDiagnosisStaysOn)
     tab->passSwitch(QVSettingsTabItem::FindOrphanedFonts)->click();
     EXPECT_TRUE(app->settings()->diagnoseFileStructure());
     EXPECT_FALSE(app->settings()->findOrpanedFonts());
+
+    // The deep check is off until asked for, and stands alone.
+    EXPECT_FALSE(tab->deepCheckCheckbox()->isChecked());
+    tab->deepCheckCheckbox()->click();
+    EXPECT_TRUE(app->settings()->deepCheck());
+    EXPECT_TRUE(app->settings()->diagnoseFileStructure());
 }
 
 } // namespace

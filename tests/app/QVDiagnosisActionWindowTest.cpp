@@ -288,6 +288,9 @@ TEST(ActionWindowTexts, ResourceErrorsUnknownDefectsAndHeadings)
     EXPECT_TRUE(QVDiagnosisActionWindow::getCautionText(QStringLiteral("File Error (-36)"))
                     .endsWith(QStringLiteral("because it could not be opened for examination.")));
     EXPECT_TRUE(QVDiagnosisActionWindow::getCautionText(QStringLiteral("Something New")).isEmpty());
+    EXPECT_TRUE(
+        QVDiagnosisActionWindow::getCautionText(QStringLiteral("Glyph Cannot Be Loaded (12 and 3 more)"))
+            .endsWith(QStringLiteral("since some of its glyphs cannot be drawn.")));
     // Each heading bold once, at its first occurrence.
     const QString styled = QVDiagnosisActionWindow::styledText(
         QStringLiteral("Location: a <b>\nLocation: b"), QVDiagnosisActionWindow::infoHeadings());

@@ -875,3 +875,24 @@ TEST_F(CliTest, SettingsAreListedSetForTheNextProcessResetAndChecked)
         { "frobnicate" } });
     EXPECT_EQ(cli({ "--version" }).out, QStringLiteral("quorvel-cli " QV_VERSION "\n"));
 }
+
+TEST_F(CliTest, DeepFindsWhatTheQuickLookCannotSeeOnScanDiagnoseAndBySetting)
+{
+    QByteArray font = readFile(kDejaVuSans);
+    const qsizetype glyf = be32at(font, font.indexOf("glyf") + 8);
+    font[glyf + 1000] = char(font[glyf + 1000] ^ 0x22);
+    home.writeFile("deep/Flipped.ttf", font);
+    copyFont(kDejaVuSerif, home.path() + "/deep", "Sound.ttf");
+    const QString folder = home.path() + "/deep";
+
+    EXPECT_EQ(cli({ "scan", folder }).exitCode, 0);
+    const CliRun deep = cli({ "scan", "--deep", "--jobs", "2", folder });
+    EXPECT_EQ(deep.exitCode, 1) << qPrintable(deep.err);
+    EXPECT_TRUE(deep.out.contains(QRegularExpression("Flipped.ttf\n.*Table Checksum Mismatch \\(glyf\\)")))
+        << qPrintable(deep.out);
+    EXPECT_FALSE(deep.out.contains(QRegularExpression("Sound.ttf\n.*Mismatch")));
+    EXPECT_TRUE(
+        cli({ "diagnose", "--json", "--deep", folder }).out.contains("Table Checksum Mismatch (glyf)"));
+    ASSERT_EQ(cli({ "settings", "set", "deepCheck", "true" }).exitCode, 0);
+    EXPECT_EQ(cli({ "scan", "--jobs", "1", folder }).exitCode, 1);
+}

@@ -246,3 +246,15 @@ TEST_F(ResolutionTest, AStopBetweenTheRowCheckAndTheMoveLeavesTheRowListedAndIts
     for (int i = 0; i < 3; ++i)
         EXPECT_TRUE(QFileInfo::exists(home.path() + QStringLiteral("/f/F%1.otf").arg(i))) << i;
 }
+
+TEST_F(ResolutionTest, AFontWhoseOnlyFindingIsAChecksumStartsUncheckedAndStaysPut)
+{
+    const QString checksum = QStringLiteral("Table Checksum Mismatch (kern)");
+    QList<QVProblemFontPtr> entries = damagedFonts(home, 1);
+    entries << entryFor(home.writeFile("f/Sum.otf", "s"), { 0 }, { checksum })
+            << entryFor(home.writeFile("f/Both.otf", "b"), { 0 }, { checksum, "Damaged Table Data (glyf)" });
+    resolution.setProblemFontsArray(entries);
+    EXPECT_EQ(resolution.checkedRowsArray, (QList<int> { 0, 2 }));
+    EXPECT_EQ(resolution.resolveIssues().quarantinedRows, (QList<int> { 0, 2 }));
+    EXPECT_TRUE(QFileInfo::exists(home.path() + "/f/Sum.otf"));
+}
