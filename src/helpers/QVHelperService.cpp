@@ -1,6 +1,7 @@
 #include "helpers/QVHelperService.h"
 
 #include "platform/QVLoginItem.h"
+#include "settings/QVLog.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -9,6 +10,15 @@ QVHelperService::QVHelperService(const QString &bundleIdentifier, QObject *paren
     : QObject(parent)
     , m_bundleIdentifier(bundleIdentifier)
 {
+    m_busCheck.setInterval(60 * 1000);
+    m_busCheck.setTimerType(Qt::VeryCoarseTimer);
+    connect(&m_busCheck, &QTimer::timeout, this, [this] {
+        if (QDBusConnection::sessionBus().isConnected())
+            return;
+        qCInfo(lcHelpers) << "The session bus is gone: quitting";
+        m_busCheck.stop();
+        Q_EMIT quitRequested();
+    });
 }
 
 QVHelperService::~QVHelperService()
@@ -32,9 +42,12 @@ bool QVHelperService::registerOnBus()
         return false;
     m_registered = bus.registerObject(
         QString::fromLatin1(QVLoginItem::kControlPath), this, QDBusConnection::ExportScriptableSlots);
-    if (!m_registered)
+    if (!m_registered) {
         bus.unregisterService(m_bundleIdentifier);
-    return m_registered;
+        return false;
+    }
+    m_busCheck.start();
+    return true;
 }
 
 void QVHelperService::Quit()

@@ -5,6 +5,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 class QVHelperService : public QObject
 {
@@ -18,6 +19,9 @@ public:
     // False when there is no session bus, or another copy of the helper
     // already owns the name.
     bool registerOnBus();
+    // A helper whose session ended (its bus gone) asks to quit: nothing can
+    // reach it any more. Looked at every interval (a minute by default).
+    void setBusCheckInterval(int ms) { m_busCheck.setInterval(ms); }
 
 public Q_SLOTS:
     Q_SCRIPTABLE void Quit();
@@ -26,6 +30,7 @@ Q_SIGNALS:
     void quitRequested();
 
 private:
+    QTimer m_busCheck;
     QString m_bundleIdentifier;
     bool m_registered = false;
 };

@@ -26,7 +26,10 @@ int main(int argc, char **argv)
         QStringLiteral("Quiet time after a folder change before a scan (default %1).")
             .arg(QVFolderWatcher::kDefaultSettleMs),
         QStringLiteral("ms"));
-    parser.addOptions({ startupDelay, settleDelay });
+    const QCommandLineOption busCheck(QStringLiteral("bus-check"),
+        QStringLiteral("How often to check that the session bus is still there (default 60000)."),
+        QStringLiteral("ms"));
+    parser.addOptions({ startupDelay, settleDelay, busCheck });
     parser.process(app);
 
     QVLog::setLogFileName(QStringLiteral("QuorvelHandler.log"));
@@ -35,6 +38,8 @@ int main(int argc, char **argv)
     // Listening before the name is taken: whoever sees the name may talk at once.
     QVHelperCommunications channel(identifier);
     QVHelperService service(identifier);
+    if (parser.isSet(busCheck))
+        service.setBusCheckInterval(parser.value(busCheck).toInt());
     if (!service.registerOnBus()) {
         std::fprintf(stderr, "quorvel-handler: no session bus, or another handler is running\n");
         return 1;

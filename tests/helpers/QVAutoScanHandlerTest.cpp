@@ -14,6 +14,7 @@
 #include "support/QVTestHome.h"
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDir>
 #include <QProcess>
 #include <QSignalSpy>
@@ -293,6 +294,33 @@ TEST(SchedulerHelper, RunsWithoutATrayAnswersAndQuitsWhenAsked)
     EXPECT_TRUE(scheduler.waitForFinished(20000));
     EXPECT_EQ(scheduler.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(scheduler.exitCode(), 0);
+}
+
+TEST(HandlerHelper, QuitsWhenItsSessionBusIsGone)
+{
+    // A session of its own, ended under the handler as a logout ends one.
+    QVTestHome home;
+    QProcess bus;
+    bus.start(QStringLiteral("dbus-daemon"),
+        { QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--print-address") });
+    ASSERT_TRUE(bus.waitForReadyRead(20000));
+    const QString address = QString::fromUtf8(bus.readLine()).trimmed();
+    QProcess handler;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), address);
+    handler.setProcessEnvironment(environment);
+    handler.start(QStringLiteral(QV_BIN_DIR "/quorvel-handler"),
+        { QStringLiteral("--bus-check"), QStringLiteral("100") });
+    QDBusConnection session = QDBusConnection::connectToBus(address, QStringLiteral("handler-session"));
+    const QString id = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
+    ASSERT_TRUE(waitFor([&] { return session.interface()->isServiceRegistered(id).value(); }, 60000));
+    QDBusConnection::disconnectFromBus(QStringLiteral("handler-session"));
+    bus.kill();
+    bus.waitForFinished();
+    EXPECT_TRUE(handler.waitForFinished(20000));
+    EXPECT_EQ(handler.exitStatus(), QProcess::NormalExit);
+    if (handler.state() != QProcess::NotRunning)
+        handler.kill();
 }
 
 } // namespace

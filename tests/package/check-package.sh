@@ -46,8 +46,9 @@ grep -qx 'Exec=quorvel %F' "$root/applications/org.quorvel.Quorvel.desktop" || {
 appstreamcli validate --no-net "$root/metainfo/org.quorvel.Quorvel.metainfo.xml" >"$work/as.log" \
   || { cat "$work/as.log"; fail=1; }
 # The manual page lists every command that --help lists, and reads without warnings.
-zcat "$root/man/man1/quorvel-cli.1.gz" >"$work/quorvel-cli.1"
-commands=$(ASAN_OPTIONS=detect_leaks=0 "$build/bin/quorvel-cli" --help | sed -n '/^Commands:/,$p' | awk 'NR>1 && NF{print $1}')
+# (troff writes a hyphen as "\-".)
+zcat "$root/man/man1/quorvel-cli.1.gz" | sed 's/\\-/-/g' >"$work/quorvel-cli.1"
+commands=$(ASAN_OPTIONS=detect_leaks=0 "$build/bin/quorvel-cli" --help | sed -n '/^Commands:/,/^$/p' | awk 'NR>1 && NF{print $1}')
 [ -n "$commands" ] || { echo "quorvel-cli --help lists no commands"; fail=1; }
 for cmd in $commands; do
   grep -qw -- "$cmd" "$work/quorvel-cli.1" || { echo "man page lacks the command $cmd"; fail=1; }
