@@ -408,6 +408,14 @@ QString QVReportManager::fillTemplate(const QVReportData &data)
     // The tables are written straight into the output, between the text before
     // the table block and the text after it.
     QString output = html.left(table.begin);
+    // Long tables are cut into row groups of the template's own tbody, which
+    // the page lays out only when they scroll into view.
+    QString groupBreak;
+    if (const qsizetype body = tableHead.lastIndexOf(QLatin1String("<tbody")); body >= 0) {
+        if (const qsizetype end = tableHead.indexOf(QLatin1Char('>'), body); end > body)
+            groupBreak = QStringLiteral("</tbody>") + tableHead.mid(body, end - body + 1);
+    }
+    qsizetype rowsInTable = 0;
     QString openTail;
     bool tableOpen = false;
     int colour = 0;
@@ -429,6 +437,7 @@ QString QVReportManager::fillTemplate(const QVReportData &data)
             openTail.replace(QLatin1String("<qv_diagnosis_header>"), item.qv_diagnosis_header);
             tableOpen = true;
             colour = 0;
+            rowsInTable = 0;
         }
         line = rowTemplate;
         line.replace(QLatin1String("<qv_row_color>"),
@@ -438,8 +447,12 @@ QString QVReportManager::fillTemplate(const QVReportData &data)
         line.replace(QLatin1String("<qv_diagnosis_condition>"), item.qv_diagnosis_condition);
         line.replace(QLatin1String("<qv_diagnosis_action>"), item.qv_diagnosis_action);
         // Rows before the first heading have no table to go into.
-        if (tableOpen)
+        if (tableOpen) {
+            if (rowsInTable > 0 && rowsInTable % kRowsPerGroup == 0)
+                output += groupBreak;
             output += line;
+            ++rowsInTable;
+        }
         colour ^= 1;
         if (showProgress)
             m_progress->increment(step);

@@ -29,6 +29,7 @@ public:
     using ShowReportHook = std::function<void(const QVariantMap &record)>;
 
     static constexpr int kProgressThreshold = 1000;
+    static constexpr int kRowsPerGroup = 200;
 
     explicit QVReportManager(QObject *parent = nullptr);
     // Abandons a report still being built and waits for the queue.

@@ -117,6 +117,10 @@ TEST_F(ReportWindowTest, AReportOf20000FontsOpensAndPrints)
 {
     const QVariantMap record = storeReport(20000, QDateTime::currentDateTime());
     ASSERT_FALSE(record.value("filePath").toString().isEmpty());
+    // Rows come in groups the page lays out only when they are in view.
+    QFile saved(record.value("filePath").toString());
+    ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
+    EXPECT_EQ(saved.readAll().count("<tbody"), 20000 / QVReportManager::kRowsPerGroup);
     // The engine starts once per program: that start is not the report's.
     ASSERT_TRUE(waitForLoad(QVReportWindow::showReport(storeReport(1, QDateTime::currentDateTime()))));
 
