@@ -53,6 +53,16 @@ int QVReportsCommand::run(const QStringList &arguments)
     return usage();
 }
 
+int QVReportsCommand::reportNumber(const QString &text, qsizetype count)
+{
+    const int number = parseNumber(text, count);
+    if (number == 0) {
+        err() << "quorvel-cli: no report number " << text << " (see: quorvel-cli reports list)\n";
+        err().flush();
+    }
+    return number;
+}
+
 int QVReportsCommand::usage()
 {
     err() << "usage: quorvel-cli reports list [--json]\n"
@@ -127,12 +137,9 @@ int QVReportsCommand::show(QVReportStore &store, const QStringList &arguments)
     const QList<QVariantMap> records = store.recordsByDate();
     if (rest.size() != 1 || (open && pathOnly))
         return usage();
-    const int number = parseNumber(rest.first(), records.size());
-    if (number == 0) {
-        err() << "quorvel-cli: no report number " << rest.first() << " (see: quorvel-cli reports list)\n";
-        err().flush();
+    const int number = reportNumber(rest.first(), records.size());
+    if (number == 0)
         return UsageError;
-    }
     const QString path = field(records.at(number - 1), "filePath");
     if (!QVFileSystem::exists(path)) {
         err() << "quorvel-cli: the report file " << path << " is missing\n";
@@ -160,13 +167,9 @@ int QVReportsCommand::exportCopy(QVReportStore &store, const QStringList &argume
     if (arguments.size() != 2)
         return usage();
     const QList<QVariantMap> records = store.recordsByDate();
-    const int number = parseNumber(arguments.first(), records.size());
-    if (number == 0) {
-        err() << "quorvel-cli: no report number " << arguments.first()
-              << " (see: quorvel-cli reports list)\n";
-        err().flush();
+    const int number = reportNumber(arguments.first(), records.size());
+    if (number == 0)
         return UsageError;
-    }
     // The stored report has no extension; the copy gets one a browser knows.
     QString target = QFileInfo(arguments.at(1)).absoluteFilePath();
     const QString suffix = QFileInfo(target).suffix().toLower();
@@ -195,13 +198,9 @@ int QVReportsCommand::rename(QVReportStore &store, const QStringList &arguments)
     if (arguments.size() < 2)
         return usage();
     const QList<QVariantMap> records = store.recordsByDate();
-    const int number = parseNumber(arguments.first(), records.size());
-    if (number == 0) {
-        err() << "quorvel-cli: no report number " << arguments.first()
-              << " (see: quorvel-cli reports list)\n";
-        err().flush();
+    const int number = reportNumber(arguments.first(), records.size());
+    if (number == 0)
         return UsageError;
-    }
     const QString name = arguments.mid(1).join(QLatin1Char(' ')).trimmed();
     if (name.isEmpty()) {
         err() << "quorvel-cli: a report name cannot be empty\n";
@@ -231,12 +230,9 @@ int QVReportsCommand::remove(QVReportStore &store, const QStringList &arguments)
     const QList<QVariantMap> records = store.recordsByDate();
     std::set<int> numbers;
     for (const QString &text : std::as_const(rest)) {
-        const int number = parseNumber(text, records.size());
-        if (number == 0) {
-            err() << "quorvel-cli: no report number " << text << " (see: quorvel-cli reports list)\n";
-            err().flush();
+        const int number = reportNumber(text, records.size());
+        if (number == 0)
             return UsageError;
-        }
         numbers.insert(number);
     }
     QStringList paths;

@@ -21,4 +21,6 @@ private:
     int exportCopy(QVReportStore &store, const QStringList &arguments);
     int remove(QVReportStore &store, const QStringList &arguments);
     int usage();
+    // The 1-based report number the text names, or 0 after saying it names none.
+    int reportNumber(const QString &text, qsizetype count);
 };

@@ -414,6 +414,19 @@ void QVDiagnosis::diagnoseDuplicateFonts()
 
     const QString duplicateMessage = QString::fromUtf8(QVDefect::DuplicateFont);
     const QString keptMessage = QString::fromUtf8(QVDefect::FoundDuplicateFonts);
+    // The oldest-numbered, that is the newest file, is the one kept; the
+    // others are the group's duplicates.
+    const auto settleGroup = [&](QList<QVFontRef> group) {
+        std::stable_sort(group.begin(), group.end(), [](const QVFontRef &a, const QVFontRef &b) {
+            return a.fontStatus->fontVersion < b.fontStatus->fontVersion;
+        });
+        const QVFontRef kept = group.takeFirst();
+        for (const QVFontRef &member : std::as_const(group))
+            addMessage(*member.fontStatus, duplicateMessage);
+        addMessage(*kept.fontStatus, keptMessage);
+        addProblemFont(kept.fontFile, kept.fontStatus, QVErrorClass::Duplicate, group);
+        ++m_duplicateProblemCount;
+    };
     QVStatusPtr lastSearched;
     for (qsizetype i = 0; i < fontFiles.size(); ++i) {
         const QVFontFilePtr &fontFile = fontFiles.at(i);
@@ -450,16 +463,7 @@ void QVDiagnosis::diagnoseDuplicateFonts()
                 if (!group.isEmpty()) {
                     appendMark(*status, QVErrorClass::Duplicate);
                     group.append(QVFontRef { fontFile, status });
-                    // The oldest-numbered, that is the newest file, is the one kept.
-                    std::stable_sort(group.begin(), group.end(), [](const QVFontRef &a, const QVFontRef &b) {
-                        return a.fontStatus->fontVersion < b.fontStatus->fontVersion;
-                    });
-                    const QVFontRef kept = group.takeFirst();
-                    for (const QVFontRef &member : std::as_const(group))
-                        addMessage(*member.fontStatus, duplicateMessage);
-                    addMessage(*kept.fontStatus, keptMessage);
-                    addProblemFont(kept.fontFile, kept.fontStatus, QVErrorClass::Duplicate, group);
-                    ++m_duplicateProblemCount;
+                    settleGroup(std::move(group));
                 }
             }
             lastSearched = status;
@@ -478,17 +482,8 @@ void QVDiagnosis::diagnoseDuplicateFonts()
                 group.append(member);
             }
         }
-        if (group.size() < 2)
-            continue;
-        std::stable_sort(group.begin(), group.end(), [](const QVFontRef &a, const QVFontRef &b) {
-            return a.fontStatus->fontVersion < b.fontStatus->fontVersion;
-        });
-        const QVFontRef kept = group.takeFirst();
-        for (const QVFontRef &member : std::as_const(group))
-            addMessage(*member.fontStatus, duplicateMessage);
-        addMessage(*kept.fontStatus, keptMessage);
-        addProblemFont(kept.fontFile, kept.fontStatus, QVErrorClass::Duplicate, group);
-        ++m_duplicateProblemCount;
+        if (group.size() >= 2)
+            settleGroup(std::move(group));
     }
     endPass(DuplicatesPass);
 }
