@@ -142,13 +142,14 @@ void QVType1Program::checkEncrypted(const QByteArray &encrypted)
 {
     m_encryptedLength = encrypted.size();
     // The fixed key of the encrypted part; its first four bytes are random.
-    constexpr quint16 kKey = 55665, kC1 = 52845, kC2 = 22719;
+    // Unsigned 32-bit arithmetic: quint16 operands would promote to int and overflow.
+    constexpr quint32 kKey = 55665, kC1 = 52845, kC2 = 22719;
     QByteArray plain(encrypted.size(), Qt::Uninitialized);
-    quint16 r = kKey;
+    quint32 r = kKey;
     for (qsizetype i = 0; i < encrypted.size(); ++i) {
-        const auto cipher = quint8(encrypted.at(i));
+        const quint32 cipher = quint8(encrypted.at(i));
         plain[i] = char(cipher ^ (r >> 8));
-        r = quint16((cipher + r) * kC1 + kC2);
+        r = ((cipher + r) * kC1 + kC2) & 0xffffu;
     }
     m_encryptedSound
         = encrypted.size() > 4 && plain.indexOf("/Private", 4) >= 0 && plain.indexOf("/CharStrings", 4) >= 0;
