@@ -262,3 +262,7 @@ void QVHelperCommunications::stopTimer()
     m_timer->deleteLater();
     m_timer = nullptr;
 }
+
+// Compiled here, not with the rest of the core's meta-objects, so that a
+// program using only the settings (the auto-scan handler) links no more.
+#include "moc_QVHelperCommunications.cpp"

@@ -34,3 +34,7 @@ void QVNotificationCenter::postEndDiagnosisAction(const QVariantMap &userInfo)
     QMetaObject::invokeMethod(
         this, [this, userInfo] { Q_EMIT kEndDiagnosisAction(userInfo); }, Qt::QueuedConnection);
 }
+
+// Compiled here, not with the rest of the core's meta-objects, so that a
+// program using only the settings (the auto-scan handler) links no more.
+#include "moc_QVNotificationCenter.cpp"

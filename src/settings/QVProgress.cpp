@@ -122,3 +122,7 @@ void QVProgress::notify()
         },
         Qt::QueuedConnection);
 }
+
+// Compiled here, not with the rest of the core's meta-objects, so that a
+// program using only the settings (the auto-scan handler) links no more.
+#include "moc_QVProgress.cpp"

@@ -121,3 +121,7 @@ QVUpdateChecker::Result QVUpdateChecker::compare(const QByteArray &feed, const Q
         = newest > QVersionNumber::fromString(currentVersion) ? Outcome::NewerVersion : Outcome::UpToDate;
     return result;
 }
+
+// Compiled here, not with the rest of the core's meta-objects, so that a
+// program using only the settings (the auto-scan handler) links no more.
+#include "moc_QVUpdateChecker.cpp"
