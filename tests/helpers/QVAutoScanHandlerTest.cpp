@@ -161,7 +161,8 @@ TEST_F(HandlerTest, AThousandCopiedFilesStartOneScanAndNewFoldersAreWatched)
     own.setAutoScanModifiedFolders(true);
     own.setFontFolderPaths({ watched });
     FakeApplication::setRunning(true);
-    handler.folderWatcher()->setSettleDelay(400);
+    // Long enough that a copy slowed by a busy machine does not pause for it.
+    handler.folderWatcher()->setSettleDelay(1500);
     handler.start();
     ASSERT_EQ(handler.folderWatcher()->watchedFolders(), QStringList { watched });
 
