@@ -627,15 +627,16 @@ void QVQuarantineTab::startRun(const QString &kind, const QString &folder)
             errors << QStringLiteral("The quarantine index could not be written: %1").arg(result.commitError);
         const QList<QVariantMap> rows = runs.rowArray;
         const int handled = int(result.handledRows.size());
+        const int asked = int(requested.size() + result.companionRows.size());
         const bool cancelled = result.cancelled;
         QMetaObject::invokeMethod(
-            this, [=, this] { finishRun(kind, folder, requested, rows, handled, errors, cancelled); },
+            this, [=, this] { finishRun(kind, folder, requested, asked, rows, handled, errors, cancelled); },
             Qt::QueuedConnection);
     });
 }
 
 void QVQuarantineTab::finishRun(const QString &kind, const QString &folder, const QStringList &requested,
-    const QList<QVariantMap> &rows, int handled, const QStringList &errors, bool cancelled)
+    int asked, const QList<QVariantMap> &rows, int handled, const QStringList &errors, bool cancelled)
 {
     if (m_progressWindow) {
         m_progressWindow->setValue(m_progressWindow->maximum());
@@ -655,12 +656,12 @@ void QVQuarantineTab::finishRun(const QString &kind, const QString &folder, cons
         updateButtons();
     }
     const QString verb = restoring ? QStringLiteral("Restored") : QStringLiteral("Removed");
-    QString text = handled == int(requested.size())
+    QString text = handled == asked
         ? QStringLiteral("%1 %2 %3")
               .arg(verb)
               .arg(handled)
               .arg(handled == 1 ? QStringLiteral("font") : QStringLiteral("fonts"))
-        : QStringLiteral("%1 %2 of %3 fonts").arg(verb).arg(handled).arg(requested.size());
+        : QStringLiteral("%1 %2 of %3 fonts").arg(verb).arg(handled).arg(asked);
     if (restoring && !folder.isEmpty() && handled > 0)
         text += QStringLiteral(" into %1").arg(folder);
     else if (restoring && handled > 0)

@@ -105,7 +105,8 @@ private:
     void setDisabled(bool disabled);
     // kind: "restore" or "remove".
     void startRun(const QString &kind, const QString &folder);
-    void finishRun(const QString &kind, const QString &folder, const QStringList &requested,
+    // asked counts the requested rows and those a restore brought with them.
+    void finishRun(const QString &kind, const QString &folder, const QStringList &requested, int asked,
         const QList<QVariantMap> &rows, int handled, const QStringList &errors, bool cancelled);
     void itemChanged(int row, bool checked);
     void showContextMenu(const QPoint &position);

@@ -181,6 +181,11 @@ int QVQuarantineCommand::restore(QVQuarantineRuns &runs, const QStringList &argu
     for (const int row : std::as_const(rows))
         step(QStringLiteral("restoring %1 (%2)")
                  .arg(field(runs.rowArray.at(row), "fontName"), rowId(runs.rowArray.at(row))));
+    const QList<int> companions = runs.companionsOf(rows);
+    for (const int row : companions)
+        step(QStringLiteral("restoring %1 (%2) with the font it belongs to")
+                 .arg(field(runs.rowArray.at(row), "fontName"), rowId(runs.rowArray.at(row))));
+    const qsizetype total = rows.size() + companions.size();
     const QVQuarantineRuns::RunResult result = runs.restoreQuarantinedFiles(folder);
     for (const QString &error : result.errors)
         err() << "quorvel-cli: " << error << '\n';
@@ -188,8 +193,8 @@ int QVQuarantineCommand::restore(QVQuarantineRuns &runs, const QStringList &argu
         err() << "quorvel-cli: " << result.commitError << '\n';
     err().flush();
     if (!quiet())
-        out() << "Restored " << result.handledRows.size() << " of " << rows.size()
-              << (rows.size() == 1 ? " font.\n" : " fonts.\n");
+        out() << "Restored " << result.handledRows.size() << " of " << total
+              << (total == 1 ? " font.\n" : " fonts.\n");
     out().flush();
     return result.errors.isEmpty() && result.commitError.isNull() ? Success : ProblemsFound;
 }

@@ -93,6 +93,21 @@ QStringList QVType1Files::outlinesOf(const QString &metricsPath)
     return found;
 }
 
+QStringList QVType1Files::outlineBases(const QString &path)
+{
+    const bool outline = isOutline(path);
+    if (!outline && !isMetrics(path))
+        return {};
+    const QFileInfo info(path);
+    const QString base = info.path() + QLatin1Char('/') + info.completeBaseName();
+    QStringList bases { base };
+    if (!outline && extensionOf(path) == QLatin1String("afm")) {
+        if (const QString tex = texParallel(base, QStringLiteral("afm"), QStringLiteral("type1")); !tex.isEmpty())
+            bases.append(tex);
+    }
+    return bases;
+}
+
 QVType1Files::Metrics QVType1Files::readMetrics(QByteArrayView bytes, bool pfm)
 {
     Metrics metrics;

@@ -19,6 +19,11 @@ public:
     static QStringList metricsOf(const QString &outlinePath);
     // The outline files of a metrics file that exist on disk.
     static QStringList outlinesOf(const QString &metricsPath);
+    // The outlines a PC Type 1 file goes with, by its name alone (nothing
+    // need exist): the paths of the outline without its extension. An
+    // outline and a metrics file that share one belong together. Empty for
+    // other files.
+    static QStringList outlineBases(const QString &path);
 
     struct Metrics {
         // The file has the structure of its kind (an AFM's opening keyword, a

@@ -2,6 +2,7 @@
 
 #include "engine/QVFontConstants.h"
 #include "engine/QVResourceManager.h"
+#include "engine/QVType1Files.h"
 #include "platform/QVAtomicFile.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFilePair.h"
@@ -15,6 +16,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QSet>
 #include <algorithm>
 #include <sys/stat.h>
 
@@ -259,8 +261,41 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
     return result;
 }
 
+QList<int> QVQuarantineRuns::companionsOf(const QList<int> &rows) const
+{
+    // A PC Type 1 outline and its metrics files left their folder together;
+    // either one restored alone would come back a font with a missing part.
+    // An outline brings its metrics files, a metrics file its outlines; two
+    // outlines of one name are duplicates, and one never brings the other.
+    QHash<QString, QList<int>> outlines, metrics;
+    for (int i = 0; i < rowArray.size(); ++i) {
+        const QString path = value(rowArray.at(i), "originalFilePath");
+        for (const QString &base : QVType1Files::outlineBases(path))
+            (QVType1Files::isOutline(path) ? outlines : metrics)[base].append(i);
+    }
+    if (outlines.isEmpty() || metrics.isEmpty())
+        return {};
+    const QSet<int> chosen(rows.cbegin(), rows.cend());
+    QList<int> companions;
+    for (const int row : rows) {
+        if (row < 0 || row >= rowArray.size())
+            continue;
+        const QString path = value(rowArray.at(row), "originalFilePath");
+        const auto &partners = QVType1Files::isOutline(path) ? metrics : outlines;
+        for (const QString &base : QVType1Files::outlineBases(path)) {
+            for (const int other : partners.value(base)) {
+                if (!chosen.contains(other) && !companions.contains(other))
+                    companions.append(other);
+            }
+        }
+    }
+    return companions;
+}
+
 QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QString &chosenFolder)
 {
+    const QList<int> companions = companionsOf(checkedRowsArray);
+    checkedRowsArray += companions;
     QString folder = chosenFolder;
     const QString quarantine = m_store->quarantineFolderPath();
     const QString folderProblem = m_store->folderProblem();
@@ -341,7 +376,9 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         after();
         return failure.isEmpty();
     };
-    return run(restoreRow, QStringLiteral("Restoring Font files..."), QStringLiteral("restore"));
+    RunResult result = run(restoreRow, QStringLiteral("Restoring Font files..."), QStringLiteral("restore"));
+    result.companionRows = companions;
+    return result;
 }
 
 QVQuarantineRuns::RunResult QVQuarantineRuns::removeQuaratinedFiles()

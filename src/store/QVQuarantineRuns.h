@@ -32,6 +32,8 @@ public:
         bool cancelled = false;
         // The commit's error, when the index could not be written.
         QString commitError;
+        // Rows a restore added because they belong with a chosen one.
+        QList<int> companionRows;
     };
 
     QVQuarantineRuns(QVQuarantineStore *store, QVSuitcaseSurgery *surgery);
@@ -52,6 +54,9 @@ public:
     // Puts the checked rows back where they came from, or into folder when
     // one is given. The index is committed when a row was restored.
     RunResult restoreQuarantinedFiles(const QString &folder = QString());
+    // The rows a restore of these brings back with them: the metrics files
+    // of a PC Type 1 outline, and the outline of a metrics file.
+    QList<int> companionsOf(const QList<int> &rows) const;
     // Deletes the checked rows' quarantined files and their records.
     RunResult removeQuaratinedFiles();
     // Deletes one font from a quarantined suitcase; the resource error.

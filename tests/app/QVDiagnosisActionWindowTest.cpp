@@ -441,5 +441,3 @@ TEST_F(ActionWindowTest, FiveThousandRowsOpenScrollCancelAndResolveWithoutStalli
 }
 
 } // namespace
-
-#include "QVDiagnosisActionWindowTest.moc"

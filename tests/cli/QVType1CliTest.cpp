@@ -4,6 +4,7 @@
 #include "support/QVTestHome.h"
 
 #include <QDir>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -102,12 +103,26 @@ TEST(QVType1Cli, DamagedAndUnpairedFilesAreReportedAndQuarantinedWithTheirMetric
     EXPECT_EQ(left, QStringList({ "P052-Roman.afm", "P052-Roman.t1" }));
     const CliRun list = runCli(home, { "quarantine", "list", "--json" });
     QStringList quarantined;
-    for (const QJsonValue &record : QJsonDocument::fromJson(list.out.toUtf8()).array())
+    QHash<QString, QString> ids;
+    for (const QJsonValue &record : QJsonDocument::fromJson(list.out.toUtf8()).array()) {
         quarantined << QFileInfo(record["originalFilePath"].toString()).fileName();
+        ids.insert(quarantined.last(), record["id"].toString());
+    }
     quarantined.sort();
     EXPECT_EQ(quarantined,
         QStringList({ "Empty.afm", "Empty.pfb", "Lonely.pfb", "Nameless.afm", "Nameless.t1", "Orphan.afm",
             "PastEnd.afm", "PastEnd.pfb" }));
+
+    // Restored, an outline brings its metrics file back and a metrics file its
+    // outline; a file with no partner in the quarantine comes back alone.
+    const CliRun outline = runCli(home, { "quarantine", "restore", ids["Empty.pfb"] });
+    EXPECT_EQ(outline.out, "Restored 2 of 2 fonts.\n") << qPrintable(outline.err);
+    const CliRun metrics = runCli(home, { "quarantine", "restore", ids["Nameless.afm"], ids["Orphan.afm"] });
+    EXPECT_EQ(metrics.out, "Restored 3 of 3 fonts.\n") << qPrintable(metrics.err);
+    left = QDir(dir).entryList(QDir::Files);
+    EXPECT_EQ(left,
+        QStringList({ "Empty.afm", "Empty.pfb", "Nameless.afm", "Nameless.t1", "Orphan.afm", "P052-Roman.afm",
+            "P052-Roman.t1" }));
 }
 
 TEST(QVType1Cli, TheSameFontAsAMacAndAPCFileIsADuplicate)
