@@ -9,6 +9,7 @@
 #include "settings/QVAutoScanSchedule.h"
 #include "settings/QVHelperCommunications.h"
 #include "settings/QVSettings.h"
+#include "store/QVUninstaller.h"
 #include "support/QVFixtures.h"
 #include "support/QVHelperListener.h"
 #include "support/QVTestHome.h"
@@ -295,6 +296,23 @@ TEST(SchedulerHelper, RunsWithoutATrayAnswersAndQuitsWhenAsked)
     EXPECT_TRUE(scheduler.waitForFinished(20000));
     EXPECT_EQ(scheduler.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(scheduler.exitCode(), 0);
+}
+
+// The uninstall stops the running handler, not just its autostart entry.
+TEST(HandlerHelper, TheUninstallStopsIt)
+{
+    QVTestHome home;
+    QProcess handler;
+    handler.start(QStringLiteral(QV_BIN_DIR "/quorvel-handler"), {});
+    const QString id = QString::fromLatin1(QVSettings::kHandlerBundleIdentifier);
+    ASSERT_TRUE(waitFor([&] { return QVLoginItem::isRunning(id); }, 60000));
+    QVUninstaller uninstaller;
+    const QVUninstaller::Result result = uninstaller.removeUserData();
+    EXPECT_TRUE(result.errors.isEmpty()) << qPrintable(result.errors.join('\n'));
+    EXPECT_TRUE(handler.waitForFinished(20000)) << "the handler still runs";
+    EXPECT_FALSE(QVLoginItem::isRunning(id));
+    if (handler.state() != QProcess::NotRunning)
+        handler.kill();
 }
 
 TEST(HandlerHelper, QuitsWhenItsSessionBusIsGone)
