@@ -102,7 +102,8 @@ QStringList QVType1Files::outlineBases(const QString &path)
     const QString base = info.path() + QLatin1Char('/') + info.completeBaseName();
     QStringList bases { base };
     if (!outline && extensionOf(path) == QLatin1String("afm")) {
-        if (const QString tex = texParallel(base, QStringLiteral("afm"), QStringLiteral("type1")); !tex.isEmpty())
+        if (const QString tex = texParallel(base, QStringLiteral("afm"), QStringLiteral("type1"));
+            !tex.isEmpty())
             bases.append(tex);
     }
     return bases;

@@ -1,6 +1,7 @@
 #include "organizer/QVFontOrganizer.h"
 
 #include "engine/QVFontDataManager.h"
+#include "engine/QVType1Files.h"
 #include "platform/QVFileName.h"
 #include "platform/QVFilePair.h"
 #include "platform/QVFileSystem.h"
@@ -90,6 +91,18 @@ bool isLWFN(const QString &path)
     if (QVForkStorage::readFinderInfo(path, &info) != 0 || info.size() < 4)
         return false;
     return info.left(4) == "LWFN";
+}
+
+// A PC Type 1 outline (a Mac outline file is known by its HFS type, whatever its name).
+bool isPCOutline(const QVFontFile &file)
+{
+    return file.macTypeCode != QLatin1String("LWFN") && QVType1Files::isOutline(file.URL);
+}
+
+// Whether a file of that name could be put in the folder as it is.
+bool isFree(const QString &folder, const QString &name)
+{
+    return QVQuarantineStore::uniqueDestination(folder, name, true) == folder + QLatin1Char('/') + name;
 }
 
 } // namespace
@@ -358,9 +371,10 @@ void QVFontOrganizer::createLibrary()
             if (m_doCancel)
                 return;
             advanceProgress(1, QString());
+            // Mac outlines go with their bitmap fonts, PC metrics files with their outline.
             if (fontStatus->copiedOrMoved() || statusHasErrors(fontStatus)
-                || parentStatusHasErrors(fontStatus) || fontStatus->fontType == 1
-                || fontStatus->fontType == 2)
+                || parentStatusHasErrors(fontStatus)
+                || ((fontStatus->fontType == 1 || fontStatus->fontType == 2) && !isPCOutline(*fontFile)))
                 continue;
 
             if (hiding.contains(folderOf(fontFile->URL))) {
@@ -388,6 +402,15 @@ void QVFontOrganizer::createLibrary()
                 continue;
             }
 
+            if (isPCOutline(*fontFile)) {
+                advanceProgress(0,
+                    (copy ? QStringLiteral("Copying font file \"%1\"")
+                          : QStringLiteral("Moving font file \"%1\""))
+                        .arg(QFileInfo(fontFile->URL).fileName()));
+                moveType1ToFolder(fontFile, fontStatus, folder);
+                removeEmptyFolders(created);
+                break;
+            }
             const bool suitcaseMember
                 = fontFile->fontFileType == 0 && (fontStatus->fontType == 0 || fontStatus->fontType == 3);
             if (suitcaseMember) {
@@ -512,6 +535,76 @@ bool QVFontOrganizer::moveSisterPostScriptFontToFolder(
         }
     }
     return arrived;
+}
+
+QString QVFontOrganizer::moveType1ToFolder(
+    const QVFontFilePtr &outline, const QVStatusPtr &fontStatus, const QString &folder)
+{
+    std::lock_guard guard(m_moveMutex);
+    const bool copy = copying();
+    const QString base = folder.endsWith(QLatin1Char('/')) ? folder.chopped(1) : folder;
+    QStringList sources { outline->URL };
+    sources += QVType1Files::metricsOf(outline->URL);
+    if (!copy) {
+        for (const QString &source : std::as_const(sources)) {
+            if (QVPackageFiles::isPackageFile(source))
+                return storeError(fontStatus, QVPackageFiles::refusal(source));
+        }
+    }
+    // One base name for all, numbered when any of them is taken, so that the
+    // files still find each other in the library.
+    const QString stem = QFileInfo(outline->URL).completeBaseName();
+    QStringList destinations;
+    for (int number = 0; destinations.size() < sources.size(); ++number) {
+        destinations.clear();
+        const QString numbered = number == 0 ? stem : stem + QLatin1Char(' ') + QString::number(number);
+        for (const QString &source : std::as_const(sources)) {
+            const QString name = numbered + QLatin1Char('.') + QFileInfo(source).suffix();
+            if (!isFree(base, name))
+                break;
+            destinations << base + QLatin1Char('/') + name;
+        }
+    }
+    for (qsizetype i = 0; i < sources.size(); ++i) {
+        const QVFilePair::Result result = copy ? QVFilePair::copy(sources.at(i), destinations.at(i))
+                                               : QVFilePair::move(sources.at(i), destinations.at(i));
+        if (result)
+            continue;
+        // Those already placed go back, so the font stays whole where it was.
+        for (qsizetype j = i - 1; j >= 0; --j) {
+            const QVFilePair::Result undone = copy ? QVFilePair::remove(destinations.at(j))
+                                                   : QVFilePair::move(destinations.at(j), sources.at(j));
+            if (!undone)
+                qCWarning(lcOrganizer, "Error putting back \"%s\" (%s)", qUtf8Printable(destinations.at(j)),
+                    qUtf8Printable(undone.message));
+        }
+        m_lastFailureReason = result.message;
+        qCWarning(lcOrganizer, "Error trying to move font at \"%s\" (%s)", qUtf8Printable(sources.at(i)),
+            qUtf8Printable(result.message));
+        return storeError(fontStatus,
+            QStringLiteral("%1 (%2, %3)")
+                .arg(result.message, kRecoverySuggestion, QString::number(result.error)));
+    }
+    m_copiedOrMovedFonts = true;
+    for (qsizetype i = 0; i < sources.size(); ++i) {
+        QVFontFilePtr record = i == 0 ? outline : nullptr;
+        for (qsizetype k = 0; !record && k < m_dataManager->fontFileItems.size(); ++k) {
+            if (m_dataManager->fontFileItems.at(k)->URL == sources.at(i))
+                record = m_dataManager->fontFileItems.at(k);
+        }
+        addPlacement({ sources.at(i), destinations.at(i),
+            i == 0 ? fontStatus->fontName : QFileInfo(sources.at(i)).fileName(), copy });
+        if (!record)
+            continue;
+        if (copy) {
+            record->fileCopiedToLibrary = true;
+            updateFileCopiedStatus(record);
+        } else {
+            record->fileMovedToLibrary = true;
+            QVQuarantineStore::updateFileMovedStatus(record, false);
+        }
+    }
+    return QString();
 }
 
 void QVFontOrganizer::updateFileCopiedStatus(const QVFontFilePtr &fontFile)

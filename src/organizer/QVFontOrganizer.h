@@ -70,6 +70,10 @@ public:
     bool moveSisterPostScriptFontToFolder(
         const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, const QString &folder);
     static void updateFileCopiedStatus(const QVFontFilePtr &fontFile);
+    // A PC Type 1 outline and its metrics files go to the folder together,
+    // under one free base name, or none of them goes. Null, or the error.
+    QString moveType1ToFolder(
+        const QVFontFilePtr &outline, const QVStatusPtr &fontStatus, const QString &folder);
 
     // The name a font is filed under, the folder it goes to (with a trailing
     // "/") and the file name a suitcase member gets.

@@ -157,3 +157,26 @@ TEST(QVType1Cli, TheSameFontAsAMacAndAPCFileIsADuplicate)
     EXPECT_EQ(groups, QStringList { "C059-Italic.pfb C059Ita" });
     EXPECT_EQ(result["missingPSProblemCount"].toInt(), 0);
 }
+
+TEST(QVType1Cli, OrganizedOutlinesKeepTheirMetricsUnderOneName)
+{
+    QVTestHome home;
+    const QString incoming = home.path() + "/Incoming", library = home.path() + "/Library";
+    copyFont(kUrw + "P052-Roman.t1", incoming);
+    copyFont(kUrw + "P052-Roman.afm", incoming);
+    copyFont(kC059RomanPfb, incoming);
+    copyFont(kUrw + "C059-Roman.afm", incoming);
+    // The library already has a P052-Roman outline: the pair comes in under the next name together.
+    copyFont(kUrw + "P052-Roman.t1", library + "/URW/P052");
+    const CliRun run = runCli(home, { "organize", "--library", library, "--move", incoming });
+    EXPECT_EQ(run.exitCode, 0) << qPrintable(run.err + run.out);
+    EXPECT_EQ(QDir(incoming).entryList(QDir::Files), QStringList());
+    EXPECT_EQ(QDir(library + "/URW/P052").entryList(QDir::Files),
+        QStringList({ "P052-Roman 1.afm", "P052-Roman 1.t1", "P052-Roman.t1" }));
+    EXPECT_EQ(QDir(library + "/URW/C059").entryList(QDir::Files),
+        QStringList({ "C059-Roman.afm", "C059-Roman.pfb" }));
+    // Every outline that came in finds its metrics in the library.
+    QFile::remove(library + "/URW/P052/P052-Roman.t1");
+    const QJsonObject after = diagnose(home, { library }, 0);
+    EXPECT_EQ(after["totalFontProblems"].toInt(), 0) << qPrintable(defects(after).join('\n'));
+}
