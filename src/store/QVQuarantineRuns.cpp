@@ -261,7 +261,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::run(
     return result;
 }
 
-QList<int> QVQuarantineRuns::companionsOf(const QList<int> &rows) const
+QList<QList<int>> QVQuarantineRuns::restoreGroups(const QList<int> &rows) const
 {
     // A PC Type 1 outline and its metrics files left their folder together;
     // either one restored alone would come back a font with a missing part.
@@ -273,29 +273,46 @@ QList<int> QVQuarantineRuns::companionsOf(const QList<int> &rows) const
         for (const QString &base : QVType1Files::outlineBases(path))
             (QVType1Files::isOutline(path) ? outlines : metrics)[base].append(i);
     }
-    if (outlines.isEmpty() || metrics.isEmpty())
-        return {};
-    const QSet<int> chosen(rows.cbegin(), rows.cend());
-    QList<int> companions;
+    QSet<int> placed(rows.cbegin(), rows.cend());
+    QList<QList<int>> groups;
     for (const int row : rows) {
+        groups.append(QList<int> { row });
         if (row < 0 || row >= rowArray.size())
             continue;
         const QString path = value(rowArray.at(row), "originalFilePath");
         const auto &partners = QVType1Files::isOutline(path) ? metrics : outlines;
         for (const QString &base : QVType1Files::outlineBases(path)) {
             for (const int other : partners.value(base)) {
-                if (!chosen.contains(other) && !companions.contains(other))
-                    companions.append(other);
+                if (!placed.contains(other)) {
+                    placed.insert(other);
+                    groups.last().append(other);
+                }
             }
         }
     }
+    return groups;
+}
+
+QList<int> QVQuarantineRuns::companionsOf(const QList<int> &rows) const
+{
+    QList<int> companions;
+    for (const QList<int> &group : restoreGroups(rows))
+        companions += group.mid(1);
     return companions;
 }
 
 QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QString &chosenFolder)
 {
-    const QList<int> companions = companionsOf(checkedRowsArray);
-    checkedRowsArray += companions;
+    // Each chosen row is followed by its companions, which go where it goes.
+    const QList<QList<int>> groups = restoreGroups(checkedRowsArray);
+    QList<int> companions;
+    checkedRowsArray.clear();
+    for (const QList<int> &group : groups) {
+        checkedRowsArray += group;
+        companions += group.mid(1);
+    }
+    // A folder chosen for the first row alone takes its companions too.
+    qsizetype firstGroupLeft = groups.isEmpty() ? 0 : groups.first().size();
     QString folder = chosenFolder;
     const QString quarantine = m_store->quarantineFolderPath();
     const QString folderProblem = m_store->folderProblem();
@@ -305,7 +322,7 @@ QVQuarantineRuns::RunResult QVQuarantineRuns::restoreQuarantinedFiles(const QStr
         QString destination = folder.isEmpty() ? value(row, "originalFilePath")
                                                : folder + QLatin1Char('/') + value(row, "fileName");
         auto after = [&]() {
-            if (isHandlingError && !folder.isEmpty() && !applyToAll)
+            if (--firstGroupLeft <= 0 && isHandlingError && !folder.isEmpty() && !applyToAll)
                 folder.clear();
         };
         QString refused = folderProblem;

@@ -57,6 +57,7 @@ public:
     // The rows a restore of these brings back with them: the metrics files
     // of a PC Type 1 outline, and the outline of a metrics file.
     QList<int> companionsOf(const QList<int> &rows) const;
+
     // Deletes the checked rows' quarantined files and their records.
     RunResult removeQuaratinedFiles();
     // Deletes one font from a quarantined suitcase; the resource error.
@@ -75,6 +76,8 @@ public:
     std::atomic<bool> cancelRequested { false };
 
 private:
+    // Each of the rows, followed by the rows that come back with it.
+    QList<QList<int>> restoreGroups(const QList<int> &rows) const;
     // kind: "restore" or "remove", as the journal records it.
     template <typename Handler> RunResult run(Handler handleRow, const QString &label, const QString &kind);
 

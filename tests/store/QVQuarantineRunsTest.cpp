@@ -185,6 +185,29 @@ TEST_F(QuarantineRunsTest, ARestoreTakesNoPathFromTheIndexOnTrust)
     EXPECT_EQ(st.st_mode & 07777, 0777 & ~mask);
 }
 
+// A folder chosen after a failed restore, for the first row only, takes that
+// outline's metrics file with it; the next row goes back to its own folder.
+TEST_F(QuarantineRunsTest, AChosenFolderTakesAnOutlineWithItsMetrics)
+{
+    quarantine({ "t/Foo.pfb", "t/Foo.afm", "t/Bar.otf" }, 1);
+    runs.updateRowArray();
+    auto rowOf = [&](const QString &fileName) {
+        for (int i = 0; i < runs.rowArray.size(); ++i) {
+            if (runs.rowArray.at(i).value("fileName") == fileName)
+                return i;
+        }
+        return -1;
+    };
+    runs.checkedRowsArray = { rowOf("Foo.pfb"), rowOf("Bar.otf") };
+    runs.isHandlingError = true;
+    const QString chosen = home.path() + "/chosen";
+    QDir().mkpath(chosen);
+    const auto result = runs.restoreQuarantinedFiles(chosen);
+    EXPECT_EQ(result.handledRows.size(), 3) << qPrintable(result.errors.join('\n'));
+    EXPECT_EQ(QDir(chosen).entryList(QDir::Files), QStringList({ "Foo.afm", "Foo.pfb" }));
+    EXPECT_EQ(QDir(home.path() + "/t").entryList(QDir::Files), QStringList { "Bar.otf" });
+}
+
 TEST_F(QuarantineRunsTest, LinksInOrInPlaceOfTheQuarantineAreNeverFollowed)
 {
     quarantine({ "f/Truncated.ttf" });
