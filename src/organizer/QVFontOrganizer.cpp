@@ -499,13 +499,7 @@ QString QVFontOrganizer::moveFileToFolder(
         }
         addPlacement({ fontFile->URL, destination, fontStatus->fontName, copy });
     }
-    if (copy) {
-        fontFile->fileCopiedToLibrary = true;
-        updateFileCopiedStatus(fontFile);
-    } else {
-        fontFile->fileMovedToLibrary = true;
-        QVQuarantineStore::updateFileMovedStatus(fontFile, false);
-    }
+    markInLibrary(fontFile, copy);
     return QString();
 }
 
@@ -594,17 +588,21 @@ QString QVFontOrganizer::moveType1ToFolder(
         }
         addPlacement({ sources.at(i), destinations.at(i),
             i == 0 ? fontStatus->fontName : QFileInfo(sources.at(i)).fileName(), copy });
-        if (!record)
-            continue;
-        if (copy) {
-            record->fileCopiedToLibrary = true;
-            updateFileCopiedStatus(record);
-        } else {
-            record->fileMovedToLibrary = true;
-            QVQuarantineStore::updateFileMovedStatus(record, false);
-        }
+        if (record)
+            markInLibrary(record, copy);
     }
     return QString();
+}
+
+void QVFontOrganizer::markInLibrary(const QVFontFilePtr &fontFile, bool copied)
+{
+    if (copied) {
+        fontFile->fileCopiedToLibrary = true;
+        updateFileCopiedStatus(fontFile);
+    } else {
+        fontFile->fileMovedToLibrary = true;
+        QVQuarantineStore::updateFileMovedStatus(fontFile, false);
+    }
 }
 
 void QVFontOrganizer::updateFileCopiedStatus(const QVFontFilePtr &fontFile)

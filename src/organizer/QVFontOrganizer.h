@@ -70,6 +70,8 @@ public:
     bool moveSisterPostScriptFontToFolder(
         const QVFontFilePtr &fontFile, const QVStatusPtr &fontStatus, const QString &folder);
     static void updateFileCopiedStatus(const QVFontFilePtr &fontFile);
+    // Records that the whole file reached the library, copied or moved.
+    static void markInLibrary(const QVFontFilePtr &fontFile, bool copied);
     // A PC Type 1 outline and its metrics files go to the folder together,
     // under one free base name, or none of them goes. Null, or the error.
     QString moveType1ToFolder(
